@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QJsonObject>
+#include <QList>
+#include <QMetaType>
+#include <QObject>
+#include <QRegularExpression>
+#include <QUrl>
+#include <QWeakPointer>
+
+class ZDbusSubscriber;
+
+/**
+ * An in-process bus: endpoints addressed by the host and path of a URL.
+ *
+ * Ownership: holds subscribers weakly; a subscriber that dies is unbound by that.
+ * Thread:    any; a subscriber is called on the caller's thread.
+ * Failure:   false, or an empty list, silently.
+ */
+class ZDbus
+{
+public:
+    /// Binds `subscriber` to the host and path of `url`; the last binding wins. False when the URL has no host.
+    virtual bool bind0(const QUrl &url, QWeakPointer<ZDbusSubscriber> subscriber) = 0;
+    /// Whether exactly this host and path is bound, be its subscriber alive or not.
+    virtual bool find0(const QUrl &url) = 0;
+    /// The live endpoints, as "//host/path", that `re` matches.
+    virtual QList<QUrl> findAll0(const QRegularExpression &re) = 0;
+    /**
+     * Calls the endpoint bound to the host and path of `url`, else the one bound to the bare host; a URL without a
+     * host calls every endpoint. `in` and `out` are handed through and may be null. True when the call was handled.
+     */
+    virtual bool invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) = 0;
+    // Slot order is our promise to plugins built elsewhere: a new ability is a new interface.
+    virtual ~ZDbus() {}
+};
+Q_DECLARE_INTERFACE(ZDbus, "zdefault::ZDbus")
+Q_DECLARE_METATYPE(ZDbus *)

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zglobal.h"
+#include "zlogger.h"
+
+#include <QSharedData>
+#include <QSharedDataPointer>
+#include <QString>
+
+#include <type_traits>
+#include <utility>
+
+/**
+ * A component's handle on one category of tagged lines: asks the logger for the category's index and mask once, and
+ * tests the mask before every line.
+ *
+ * Ownership: a value; points at the logger's delegate, which lives as long as the emitter.
+ * Thread:    writing, any; binding, before others write.
+ * Failure:   writes nothing while unbound, or for a category that the logger does not know.
+ */
+class ZDEFAULT_EXPORT ZNamedLogger
+{
+public:
+    struct ZData : QSharedData
+    {
+        ZLogger *logger = nullptr;
+        int index = -1; // unknown
+        int mask = 0;
+    };
+
+    /// Bound to nothing.
+    ZNamedLogger();
+    ZNamedLogger(ZLogger *logger, const QString &category);
+
+    /// Whether a line of this kind, a single bit, is wanted.
+    bool isEnabled(int kind) const { return (m_data->mask & kind) != 0; }
+
+    /// Writes a tagged line of `kind`. `text` is a `QString`, or a callable that answers one and is called only when
+    /// the line is wanted.
+    template <class Text>
+    void log(int kind, Text &&text) const
+    {
+        if (!isEnabled(kind))
+            return;
+        if constexpr (std::is_invocable_v<Text>)
+            write(kind, std::forward<Text>(text)());
+        else
+            write(kind, text);
+    }
+
+    /// Tells of a failure: as a warning when warnings are switched on, else as a tagged line of `kind`.
+    void warn(int kind, const QString &text) const;
+
+private:
+    void write(int kind, const QString &text) const;
+
+    QSharedDataPointer<ZData> m_data;
+};

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zglobal.h"
+#include "zowned.h"
+
+#include <QAtomicInteger>
+#include <QObject>
+#include <QSharedPointer>
+#include <QWeakPointer>
+#include <QtPlugin>
+
+class ZLibrary;
+
+/// The identifier for `Q_PLUGIN_METADATA` of a plugin whose root is a `ZObject`.
+#define ZObject_iid "zdefault::ZObject"
+
+/**
+ * The base of a plugin's root object: finds the library in which its code lies.
+ *
+ * Ownership: whoever holds the pointer that the library hands out for it, or one from `shared()`.
+ * Thread:    any for the library and `shared()`.
+ * Failure:   null.
+ */
+class ZDEFAULT_EXPORT ZObject : public QObject, public ZOwned
+{
+    Q_OBJECT
+
+public:
+    explicit ZObject(QObject *parent = nullptr);
+    ~ZObject() override;
+
+    /// The library that this object was loaded from; null if it is gone, or there never was one. Whoever holds it
+    /// keeps the object's code in memory.
+    operator QSharedPointer<ZLibrary>() const;
+
+    /**
+     * This object, together with its library: when the last copy goes, on whatever thread, the object is destroyed
+     * first and its library let go afterwards, by code outside the plugin. This is what a plugin announces itself with.
+     *
+     * Null when the library is gone. An object that no library loaded is shared as any component.
+     */
+    QSharedPointer<QObject> shared() override;
+
+private:
+    friend class ZLibrary;
+
+    void setLibrary(const QWeakPointer<ZLibrary> &library);
+
+    QWeakPointer<ZLibrary> m_library;
+    QAtomicInteger<bool> m_isRoot = false; // its code lies in a library, be that gone or not
+};

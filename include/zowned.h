@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zglobal.h"
+
+#include <QObject>
+#include <QSharedPointer>
+#include <QWeakPointer>
+
+#include <type_traits>
+
+class ZOwned;
+
+/// Qt tells this base of each `QSharedPointer` that is made from a raw pointer to the object. Qt's own version takes
+/// pointers of one type; ours takes those to any of a component's bases.
+template <>
+class QEnableSharedFromThis<ZOwned>
+{
+protected:
+    mutable QWeakPointer<QObject> m_owner;
+
+private:
+    template <class Pointee>
+    friend class QSharedPointer;
+
+    template <class Pointee>
+    void initializeFromSharedPointer(const QSharedPointer<Pointee> &pointer) const
+    {
+        if (m_owner)
+            return;
+        if constexpr (std::is_convertible_v<Pointee *, QObject *>)
+            m_owner = pointer;
+        else if constexpr (std::is_polymorphic_v<Pointee>)
+            m_owner = qSharedPointerDynamicCast<QObject>(pointer);
+    }
+};
+
+/**
+ * A component that knows its one owner.
+ *
+ * Qt does not notice a second `QSharedPointer` made from one raw pointer, and the object would be deleted twice. A
+ * component may well be announced more than once, so it derives from this class beside `QObject`, and a delegate
+ * that is given it by raw pointer shares the owner that there is.
+ *
+ * Ownership: on the heap, without a parent; somebody's `QSharedPointer`, or else the one that `shared()` makes.
+ * Thread:    any.
+ * Failure:   null when it cannot be shared any more.
+ */
+class ZDEFAULT_EXPORT ZOwned : public QEnableSharedFromThis<ZOwned>
+{
+public:
+    ZOwned();
+    virtual ~ZOwned();
+
+    /// This component as its one owner has it. Nobody may delete it by other means afterwards.
+    virtual QSharedPointer<QObject> shared();
+
+private:
+    Q_DISABLE_COPY(ZOwned)
+};

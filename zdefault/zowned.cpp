@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zowned.h"
+
+#include <QMutex>
+#include <QMutexLocker>
+
+ZOwned::ZOwned() = default;
+
+ZOwned::~ZOwned() = default;
+
+QSharedPointer<QObject> ZOwned::shared()
+{
+    static QBasicMutex mutex; // two threads may wire one component into two emitters
+    const QMutexLocker locker(&mutex);
+    QSharedPointer<QObject> owner = m_owner.toStrongRef();
+    if (!owner) {
+        owner.reset(dynamic_cast<QObject *>(this));
+        m_owner = owner;
+    }
+    return owner;
+}
