@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zdefaultemitter.h"
+
+#include "ztypename.h"
+
+#include <QMetaProperty>
+#include <QMutexLocker>
+
+const char *zDefaultEmitterTypeName() { return zTypeName<ZDefaultEmitter>("ZDefaultEmitter*"); }
+
+const char *const ZDefaultEmitter::TypeName = zDefaultEmitterTypeName();
+
+ZDefaultEmitter::ZDefaultEmitter() = default;
+
+ZDefaultEmitter::~ZDefaultEmitter()
+{
+    // A dying component may still call the services that it was given: so the components go before the delegates,
+    // and each before those that were there when it came.
+    while (!m_order.isEmpty())
+        m_delegates.value(m_order.takeLast())->replace({});
+}
+
+void ZDefaultEmitter::install(QSharedPointer<QObject> object)
+{
+    bind0(QSharedPointer<ZEmitterDelegate>::create(std::move(object)));
+}
+
+QSharedPointer<ZReference> ZDefaultEmitter::bind0(QSharedPointer<ZDelegate> delegate)
+{
+    if (!delegate)
+        return {};
+    const int interfaceType = QVariant(*delegate).userType();
+    if (interfaceType == QMetaType::UnknownType)
+        return {};
+
+    const QMutexLocker locker(&m_mutex);
+    const QSharedPointer<ZDelegate> filed = m_delegates.value(interfaceType);
+    if (filed)
+        return filed->replace(*delegate);
+    m_delegates.insert(interfaceType, delegate);
+    m_order.append(interfaceType);
+    return {};
+}
+
+QObject *ZDefaultEmitter::zemit0(const char *typeName, QGenericArgument a0, QGenericArgument a1, QGenericArgument a2,
+                                 QGenericArgument a3, QGenericArgument a4, QGenericArgument a5, QGenericArgument a6,
+                                 QGenericArgument a7, QGenericArgument a8, QGenericArgument a9)
+{
+    const QMetaType type(QMetaType::type(typeName));
+    if (!type.flags().testFlag(QMetaType::PointerToQObject) || !type.metaObject())
+        return nullptr;
+    return inject0(type.metaObject()->newInstance(a0, a1, a2, a3, a4, a5, a6, a7, a8, a9));
+}
+
+QObject *ZDefaultEmitter::inject0(QObject *object)
+{
+    if (!object)
+        return nullptr;
+
+    const QMutexLocker locker(&m_mutex);
+    if (m_delegates.isEmpty())
+        return object;
+    const QMetaObject *metaObject = object->metaObject();
+    for (int i = 0; i < metaObject->propertyCount(); ++i) {
+        const QMetaProperty property = metaObject->property(i);
+        const int type = property.userType();
+        if (type < QMetaType::User)
+            continue;
+        // Looked up one by one: the writer of an earlier property may have bound this one's provider.
+        if (const QSharedPointer<ZDelegate> delegate = m_delegates.value(type))
+            property.write(object, *delegate);
+    }
+    return object;
+}
+
+ZEmitterDelegate::ZEmitterDelegate(QObject *object) : ZDelegate(refer(object)) { provide<ZEmitter>(this); }
+
+ZEmitterDelegate::ZEmitterDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(std::move(object)))
+{
+    provide<ZEmitter>(this);
+}
+
+QSharedPointer<ZReference> ZEmitterDelegate::bind0(QSharedPointer<ZDelegate> delegate)
+{
+    return forward(&ZEmitter::bind0, {}, delegate);
+}
+
+QObject *ZEmitterDelegate::zemit0(const char *typeName, QGenericArgument a0, QGenericArgument a1, QGenericArgument a2,
+                                  QGenericArgument a3, QGenericArgument a4, QGenericArgument a5, QGenericArgument a6,
+                                  QGenericArgument a7, QGenericArgument a8, QGenericArgument a9)
+{
+    return forward(&ZEmitter::zemit0, nullptr, typeName, a0, a1, a2, a3, a4, a5, a6, a7, a8, a9);
+}
+
+QObject *ZEmitterDelegate::inject0(QObject *object) { return forward(&ZEmitter::inject0, object, object); }

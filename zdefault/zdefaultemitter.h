@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zdelegate.h"
+#include "zemitter.h"
+
+#include <QHash>
+#include <QMutex>
+#include <QVector>
+
+/// "ZDefaultEmitter*", registered as a metatype.
+ZDEFAULT_EXPORT const char *zDefaultEmitterTypeName();
+
+/**
+ * The wiring centre.
+ *
+ * Ownership: the delegates that it files, and through them the components. One that is installed on itself holds
+ *            itself, and so lives with all of them to the end of the process, unless something else is installed in
+ *            its place. Destroying it lets the components go, the last that was filed first.
+ * Thread:    any. Injection holds the emitter's lock while the writers of properties run: a writer must not wait for
+ *            another thread that needs this emitter.
+ * Failure:   null, silently.
+ */
+class ZDEFAULT_EXPORT ZDefaultEmitter : public QObject, public ZEmitter
+{
+    Q_OBJECT
+    Q_INTERFACES(ZEmitter)
+
+public:
+    static const char *const TypeName;
+
+    Q_INVOKABLE ZDefaultEmitter();
+    ~ZDefaultEmitter() override;
+
+    /// Makes `object`, usually this emitter itself, the `ZEmitter` that components are given.
+    void install(QSharedPointer<QObject> object);
+
+    QSharedPointer<ZReference> bind0(QSharedPointer<ZDelegate> delegate) override;
+    QObject *zemit0(const char *typeName, QGenericArgument a0 = QGenericArgument(),
+                    QGenericArgument a1 = QGenericArgument(), QGenericArgument a2 = QGenericArgument(),
+                    QGenericArgument a3 = QGenericArgument(), QGenericArgument a4 = QGenericArgument(),
+                    QGenericArgument a5 = QGenericArgument(), QGenericArgument a6 = QGenericArgument(),
+                    QGenericArgument a7 = QGenericArgument(), QGenericArgument a8 = QGenericArgument(),
+                    QGenericArgument a9 = QGenericArgument()) override;
+    QObject *inject0(QObject *object) override;
+
+private:
+    QRecursiveMutex m_mutex;                           // writers of properties call back into bind0
+    QHash<int, QSharedPointer<ZDelegate>> m_delegates; // by the metatype id of the interface's pointer
+    QVector<int> m_order;                              // in which they were filed
+};
+
+/// Stands for a `ZEmitter`.
+class ZDEFAULT_EXPORT ZEmitterDelegate : public ZDelegate, public ZEmitter
+{
+public:
+    explicit ZEmitterDelegate(QObject *object);
+    explicit ZEmitterDelegate(QSharedPointer<QObject> object);
+
+    QSharedPointer<ZReference> bind0(QSharedPointer<ZDelegate> delegate) override;
+    QObject *zemit0(const char *typeName, QGenericArgument a0 = QGenericArgument(),
+                    QGenericArgument a1 = QGenericArgument(), QGenericArgument a2 = QGenericArgument(),
+                    QGenericArgument a3 = QGenericArgument(), QGenericArgument a4 = QGenericArgument(),
+                    QGenericArgument a5 = QGenericArgument(), QGenericArgument a6 = QGenericArgument(),
+                    QGenericArgument a7 = QGenericArgument(), QGenericArgument a8 = QGenericArgument(),
+                    QGenericArgument a9 = QGenericArgument()) override;
+    QObject *inject0(QObject *object) override;
+};

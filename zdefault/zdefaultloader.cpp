@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zdefaultloader.h"
+
+#include "ztexts.h"
+#include "ztypename.h"
+#include "zwiring.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMutexLocker>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int LineKind = 2;
+const QLatin1String Prefix("lib");
+const QLatin1String Suffix(".so");
+const QLatin1String DropPattern("lib*.so");
+
+/// The texts in the array `value` that are not empty; none if it is no array.
+QStringList texts(const QJsonValue &value)
+{
+    QStringList result;
+    for (const QJsonValue &element : value.toArray()) {
+        const QString text = element.toString();
+        if (!text.isEmpty())
+            result.append(text);
+    }
+    return result;
+}
+
+QString textOr(const QJsonValue &value, const QString &otherwise)
+{
+    const QString text = value.toString();
+    return text.isEmpty() ? otherwise : text;
+}
+
+/// The absolute paths of those of `paths` that are folders.
+QStringList folders(const QStringList &paths)
+{
+    QStringList result;
+    for (const QString &path : paths) {
+        QDir dir;
+        if (ZDefaultLoader::resolve(path, dir))
+            result.append(dir.absolutePath());
+    }
+    return result;
+}
+
+void prependToPath(const QStringList &folders)
+{
+    if (folders.isEmpty())
+        return;
+    QByteArray path = QFile::encodeName(folders.join(QLatin1Char(':')));
+    const QByteArray old = qgetenv("PATH");
+    if (!old.isEmpty())
+        path += ':' + old;
+    qputenv("PATH", path);
+}
+
+QStringList drops(const QDir &hot) { return hot.entryList({DropPattern}); }
+
+} // namespace
+
+const char *zDefaultLoaderTypeName() { return zTypeName<ZDefaultLoader>("ZDefaultLoader*"); }
+
+const char *const ZDefaultLoader::TypeName = zDefaultLoaderTypeName();
+
+ZDefaultLoader::ZDefaultLoader()
+{
+    connect(&m_watcher, SIGNAL(directoryChanged(QString)), this, SLOT(directoryChangedSlot(QString)));
+}
+
+QSharedPointer<ZLibrary> ZDefaultLoader::loaded0(QString name)
+{
+    const QMutexLocker locker(&m_mutex);
+    const QSharedPointer<ZLibrarySet> set = m_sets.value(basen(name));
+    return set ? set->loaded(name) : QSharedPointer<ZLibrary>();
+}
+
+QSharedPointer<ZLibrary> ZDefaultLoader::load0(QString name)
+{
+    const QString key = zDeepCopy(basen(name));
+    QSharedPointer<ZLibrarySet> set;
+    {
+        const QMutexLocker locker(&m_mutex);
+        set = m_sets.value(key);
+        if (!set) {
+            if (m_beingMade.contains(key)) // a plugin asks for itself while it is injected for the first time
+                return {};
+            m_beingMade.insert(key);
+            set = QSharedPointer<ZLibrarySet>::create(name, m_deployed, m_emitter);
+            set->moveToThread(thread()); // the caller's may have no event loop to unload files
+            m_beingMade.remove(key);
+            m_sets.insert(key, set);
+        }
+    }
+    return set->load(name, m_deployed, m_emitter);
+}
+
+ZLogger *ZDefaultLoader::getSetZLogger(ZLogger *logger)
+{
+    if (zKeepFirst(m_logger, logger))
+        m_log = ZNamedLogger(logger, QStringLiteral("zdefault"));
+    return m_logger;
+}
+
+ZEmitter *ZDefaultLoader::getSetZEmitter(ZEmitter *emitter)
+{
+    if (zKeepFirst(m_emitter, emitter))
+        zAnnounce<ZLoaderDelegate>(this, emitter);
+    return m_emitter;
+}
+
+ZConfig *ZDefaultLoader::getSetZConfig(ZConfig *config)
+{
+    if (!zKeepFirst(m_config, config))
+        return m_config;
+    const QJsonValue section = config->toJson0().value(QStringLiteral("loader"));
+    if (section.isObject())
+        apply(section.toObject());
+    else if (m_logger)
+        m_logger->warning0(QStringLiteral("Can't parse loader configuration (json object required)"));
+    return m_config;
+}
+
+bool ZDefaultLoader::resolve(const QString &path, QDir &dir)
+{
+    QDir found(QCoreApplication::applicationDirPath());
+    if (!found.cd(path)) // an absolute path is taken as it is
+        return false;
+    dir = found;
+    return true;
+}
+
+QString ZDefaultLoader::undecorate(const QString &name)
+{
+    const int prefix = name.startsWith(Prefix) ? Prefix.size() : 0;
+    const int suffix = name.endsWith(Suffix) ? Suffix.size() : 0;
+    return name.mid(prefix, name.size() - prefix - suffix);
+}
+
+QString ZDefaultLoader::basen(const QString &name) { return zBeforeDot(undecorate(name)); }
+
+void ZDefaultLoader::directoryChangedSlot(QString n)
+{
+    m_log.log(LineKind, [&] { return QStringLiteral("hot-deploy folder changed: %1").arg(n); });
+    if (m_deployed.isEmpty())
+        return;
+    const QDir hot(n);
+    const QDir deployed(m_deployed);
+    for (const QString &entry : drops(hot)) {
+        // The bare name, so seen from the working directory, as it has always been: operators keep a plugin back by a
+        // link of its name there.
+        if (QFileInfo(entry).isSymLink())
+            continue;
+        const QFileInfo file(hot, entry);
+        if (file.isDir() && !file.isSymLink())
+            continue;
+        if (!deployed.exists(entry)) {
+            deploy(hot, entry, deployed.filePath(entry));
+            continue;
+        }
+        // A name that is taken is looked for under the stamped name, which only a file of just that name answers to:
+        // the newcomer stays where it is, and the log says so.
+        const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmsszzz"));
+        const QString stamped = QStringLiteral("%1.%2.%3").arg(file.completeBaseName(), stamp, file.suffix());
+        deploy(hot, stamped, deployed.filePath(stamped));
+    }
+}
+
+void ZDefaultLoader::apply(const QJsonObject &section)
+{
+    const QString hotDeploy = textOr(section.value(QStringLiteral("hot-deploy")), QStringLiteral("hot-deploy"));
+    const QString deployed = textOr(section.value(QStringLiteral("deployed")), QStringLiteral("deployed"));
+
+    const QStringList libraryPaths = folders(texts(section.value(QStringLiteral("add-library-path"))));
+    for (const QString &folder : libraryPaths)
+        QCoreApplication::addLibraryPath(folder);
+    prependToPath(folders(texts(section.value(QStringLiteral("add-path")))));
+
+    QDir dir;
+    if (!resolve(deployed, dir))
+        return;
+    m_deployed = dir.absolutePath();
+    QCoreApplication::addLibraryPath(m_deployed);
+    const QStringList names = texts(section.value(QStringLiteral("load-list")));
+    for (const QString &name : names)
+        load0(name);
+
+    if (!resolve(hotDeploy, dir))
+        return;
+    const QStringList seen = drops(dir);
+    directoryChangedSlot(dir.absolutePath());
+    m_watcher.addPath(dir.absolutePath());
+    const QStringList now = drops(dir);
+    const auto isNew = [&](const QString &entry) { return !seen.contains(entry); };
+    if (std::any_of(now.begin(), now.end(), isNew)) // dropped in between: nobody would tell us
+        directoryChangedSlot(dir.absolutePath());
+}
+
+void ZDefaultLoader::deploy(const QDir &hot, const QString &source, const QString &target)
+{
+    if (QDir(hot).rename(source, target))
+        load0(QFileInfo(source).completeBaseName());
+    else
+        m_log.warn(LineKind, QStringLiteral("failed to rename %1 to %2").arg(hot.filePath(source), target));
+}
+
+ZLoaderDelegate::ZLoaderDelegate(QObject *object) : ZDelegate(refer(object)) { provide<ZLoader>(this); }
+
+ZLoaderDelegate::ZLoaderDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(std::move(object)))
+{
+    provide<ZLoader>(this);
+}
+
+QSharedPointer<ZLibrary> ZLoaderDelegate::loaded0(QString name) { return forward(&ZLoader::loaded0, {}, name); }
+
+QSharedPointer<ZLibrary> ZLoaderDelegate::load0(QString name) { return forward(&ZLoader::load0, {}, name); }

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zconfig.h"
+#include "zdelegate.h"
+#include "zemitter.h"
+#include "zlibraryset.h"
+#include "zloader.h"
+#include "zlogger.h"
+#include "znamedlogger.h"
+#include "zowned.h"
+
+#include <QDir>
+#include <QFileSystemWatcher>
+#include <QHash>
+#include <QMutex>
+#include <QSet>
+
+/// "ZDefaultLoader*", registered as a metatype.
+ZDEFAULT_EXPORT const char *zDefaultLoaderTypeName();
+
+/**
+ * Loads plugins from the deployed folder, as the section "loader" says, and deploys what is dropped into the
+ * hot-deploy folder.
+ *
+ * Ownership: the emitter's, once announced. Owns one library set per plugin; keeps no library.
+ * Thread:    any; the hot-deploy folder is watched on its own, which needs an event loop. The first load of a plugin
+ *            makes other loads wait, while the emitter injects the plugin's root.
+ * Failure:   a null library; the reason is in the log.
+ */
+class ZDEFAULT_EXPORT ZDefaultLoader : public QObject, public ZLoader, public ZOwned
+{
+    Q_OBJECT
+    Q_INTERFACES(ZLoader)
+    Q_PROPERTY(ZLogger *zLogger READ getSetZLogger WRITE getSetZLogger)
+    Q_PROPERTY(ZEmitter *zEmitter READ getSetZEmitter WRITE getSetZEmitter)
+    Q_PROPERTY(ZConfig *zConfig READ getSetZConfig WRITE getSetZConfig)
+
+public:
+    static const char *const TypeName;
+
+    Q_INVOKABLE ZDefaultLoader();
+
+    QSharedPointer<ZLibrary> loaded0(QString name) override;
+    QSharedPointer<ZLibrary> load0(QString name) override;
+
+    /// Keeps to the first logger that comes.
+    ZLogger *getSetZLogger(ZLogger *logger = nullptr);
+    /// Keeps to the first emitter that comes, and announces the loader there.
+    ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
+    /// Keeps to the first configuration that comes, and applies it: paths, plugins to load, folder to watch.
+    ZConfig *getSetZConfig(ZConfig *config = nullptr);
+
+    /// Sets `dir` to the folder at `path`, which is relative to the application's folder unless it is absolute. False,
+    /// and `dir` as it was, if there is no such folder.
+    static bool resolve(const QString &path, QDir &dir);
+    /// A plugin's name with its versions: "foo.1" for "libfoo.1.so".
+    static QString undecorate(const QString &name);
+    /// A plugin's name: "foo" for "libfoo.1.so".
+    static QString basen(const QString &name);
+
+public Q_SLOTS:
+    /// Moves each plugin file in the hot-deploy folder `n` to the deployed folder, and loads it.
+    void directoryChangedSlot(QString n);
+
+private:
+    void apply(const QJsonObject &section);
+    void deploy(const QDir &hot, const QString &source, const QString &target);
+
+    ZLogger *m_logger = nullptr;
+    ZEmitter *m_emitter = nullptr;
+    ZConfig *m_config = nullptr;
+    QString m_deployed; // absolute
+    QFileSystemWatcher m_watcher;
+    QHash<QString, QSharedPointer<ZLibrarySet>> m_sets; // by base name
+    QSet<QString> m_beingMade;
+    QRecursiveMutex m_mutex; // guards m_sets and m_beingMade; a plugin may load another while it is injected
+    ZNamedLogger m_log;
+};
+
+/// Stands for a `ZLoader`.
+class ZDEFAULT_EXPORT ZLoaderDelegate : public ZDelegate, public ZLoader
+{
+public:
+    explicit ZLoaderDelegate(QObject *object);
+    explicit ZLoaderDelegate(QSharedPointer<QObject> object);
+
+    QSharedPointer<ZLibrary> loaded0(QString name) override;
+    QSharedPointer<ZLibrary> load0(QString name) override;
+};

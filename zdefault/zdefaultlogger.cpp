@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zdefaultlogger.h"
+
+#include "ztypename.h"
+#include "zwiring.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QJsonObject>
+#include <QLoggingCategory>
+#include <QMessageLogger>
+
+#include <limits>
+
+namespace {
+
+QLoggingCategory &category() { return *QLoggingCategory::defaultCategory(); }
+
+/// Fractions are cut off, and what no int can hold becomes the nearest that can.
+int toInt(const QJsonValue &number)
+{
+    return static_cast<int>(
+        qBound(double(std::numeric_limits<int>::min()), number.toDouble(), double(std::numeric_limits<int>::max())));
+}
+
+QMessageLogger message() { return QMessageLogger(nullptr, 0, nullptr, "default"); }
+
+} // namespace
+
+const char *zDefaultLoggerTypeName() { return zTypeName<ZDefaultLogger>("ZDefaultLogger*"); }
+
+const char *const ZDefaultLogger::TypeName = zDefaultLoggerTypeName();
+
+ZDefaultLogger::ZDefaultLogger() = default;
+
+void ZDefaultLogger::info0(const QString &text)
+{
+    if (info0())
+        message().info("%s", text.toUtf8().constData());
+}
+
+bool ZDefaultLogger::info0() { return category().isInfoEnabled(); }
+
+void ZDefaultLogger::debug0(const QString &text)
+{
+    if (debug0())
+        message().debug("%s", text.toUtf8().constData());
+}
+
+bool ZDefaultLogger::debug0() { return category().isDebugEnabled(); }
+
+void ZDefaultLogger::warning0(const QString &text)
+{
+    if (warning0())
+        message().warning("%s", text.toUtf8().constData());
+}
+
+bool ZDefaultLogger::warning0() { return category().isWarningEnabled(); }
+
+void ZDefaultLogger::critical0(const QString &text)
+{
+    if (critical0())
+        message().critical("%s", text.toUtf8().constData());
+}
+
+bool ZDefaultLogger::critical0() { return category().isCriticalEnabled(); }
+
+void ZDefaultLogger::fatal0(const QString &text) { message().fatal("%s", text.toUtf8().constData()); }
+
+void ZDefaultLogger::log0(int index, int kind, const QString &text)
+{
+    if (log0(index) == 0)
+        return;
+    const QString time = QDateTime::currentDateTime().toString(QStringLiteral("dd.MM.yyyy hh:mm:ss.zzz"));
+    const QString line = QStringLiteral("[%1] [%2] [%3] %4").arg(time, m_names.at(index)).arg(kind, 0, 16).arg(text);
+    message().debug("%s", line.toUtf8().constData());
+}
+
+int ZDefaultLogger::log0(int index) { return isCategory(index) ? m_masks.at(index) : 0; }
+
+int ZDefaultLogger::log0(const QString &name) { return isCategory(0) ? m_names.indexOf(name) : -1; }
+
+ZConfig *ZDefaultLogger::getSetZConfig(ZConfig *config)
+{
+    if (zKeepFirst(m_config, config))
+        read(config->toJson0().value(QStringLiteral("logger")).toObject());
+    return m_config;
+}
+
+ZEmitter *ZDefaultLogger::getSetZEmitter(ZEmitter *emitter) { return zAnnounce<ZLoggerDelegate>(this, emitter); }
+
+void ZDefaultLogger::read(const QJsonObject &section)
+{
+    static const struct
+    {
+        QLatin1String key;
+        QtMsgType severity;
+    } switches[] = {{QLatin1String("debug"), QtDebugMsg},
+                    {QLatin1String("info"), QtInfoMsg},
+                    {QLatin1String("warning"), QtWarningMsg},
+                    {QLatin1String("critical"), QtCriticalMsg},
+                    {QLatin1String("fatal"), QtFatalMsg}};
+    for (const auto &[key, severity] : switches) {
+        const QJsonValue value = section.value(key);
+        if (value.isDouble())
+            category().setEnabled(severity, toInt(value) != 0);
+    }
+
+    QHash<QString, int> categories; // a category's index is its place in the hash's order: other loggers may rely on it
+    const QJsonObject log = section.value(QStringLiteral("log")).toObject();
+    for (auto entry = log.begin(); entry != log.end(); ++entry) {
+        if (!entry.key().startsWith(QLatin1Char('#')) && entry.value().isDouble())
+            categories.insert(entry.key(), toInt(entry.value()));
+    }
+    m_names = categories.keys();
+    m_masks = categories.values();
+    m_count.storeRelease(m_names.size());
+}
+
+bool ZDefaultLogger::isCategory(int index) const { return index >= 0 && index < m_count.loadAcquire(); }
+
+ZLoggerDelegate::ZLoggerDelegate(QObject *object) : ZDelegate(refer(object)) { provide<ZLogger>(this); }
+
+ZLoggerDelegate::ZLoggerDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(std::move(object)))
+{
+    provide<ZLogger>(this);
+}
+
+void ZLoggerDelegate::info0(const QString &text) { forward(qOverload<const QString &>(&ZLogger::info0), text); }
+
+bool ZLoggerDelegate::info0() { return forward(qOverload<>(&ZLogger::info0), false); }
+
+void ZLoggerDelegate::debug0(const QString &text) { forward(qOverload<const QString &>(&ZLogger::debug0), text); }
+
+bool ZLoggerDelegate::debug0() { return forward(qOverload<>(&ZLogger::debug0), false); }
+
+void ZLoggerDelegate::warning0(const QString &text) { forward(qOverload<const QString &>(&ZLogger::warning0), text); }
+
+bool ZLoggerDelegate::warning0() { return forward(qOverload<>(&ZLogger::warning0), false); }
+
+void ZLoggerDelegate::critical0(const QString &text) { forward(qOverload<const QString &>(&ZLogger::critical0), text); }
+
+bool ZLoggerDelegate::critical0() { return forward(qOverload<>(&ZLogger::critical0), false); }
+
+void ZLoggerDelegate::fatal0(const QString &text) { forward(&ZLogger::fatal0, text); }
+
+void ZLoggerDelegate::log0(int index, int kind, const QString &text)
+{
+    forward(qOverload<int, int, const QString &>(&ZLogger::log0), index, kind, text);
+}
+
+int ZLoggerDelegate::log0(int index) { return forward(qOverload<int>(&ZLogger::log0), 0, index); }
+
+int ZLoggerDelegate::log0(const QString &name) { return forward(qOverload<const QString &>(&ZLogger::log0), 0, name); }

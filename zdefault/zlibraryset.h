@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zglobal.h"
+#include "zlibrary.h"
+#include "zlogger.h"
+#include "znamedlogger.h"
+
+#include <QMultiMap>
+#include <QMutex>
+#include <QObject>
+#include <QWeakPointer>
+
+class ZEmitter;
+
+/**
+ * The versions of one plugin that are loaded.
+ *
+ * Names come in three forms: the plugin's ("foo"), a file's without its suffix ("libfoo.1.2"), and the part of either
+ * before its first dot, under which the newest version is found.
+ *
+ * Ownership: remembers libraries weakly; whoever asked for one keeps it loaded. Not owned: the emitter and the logger,
+ *            which must live as long as the set.
+ * Thread:    any. Files are unloaded by the event loop of the set's own thread.
+ * Failure:   a null library, and "failed to load %1: %2" in the log.
+ */
+class ZDEFAULT_EXPORT ZLibrarySet : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(ZLogger *zLogger READ getSetZLogger WRITE getSetZLogger)
+
+public:
+    /// Injects itself with `emitter`, if there is one, and loads what there is of the plugin called `name`. What
+    /// nobody else has taken hold of by then is unloaded again.
+    ZLibrarySet(const QString &name, const QString &folder, ZEmitter *emitter);
+    ~ZLibrarySet() override;
+
+    /// The library called `name`. A plain name is loaded, with all its versions, only while the set is empty; a name
+    /// with a dot only while there is none of that name.
+    QSharedPointer<ZLibrary> load(const QString &name, const QString &folder, ZEmitter *emitter);
+    /// Loads the plain file and every version in `folder` that is not loaded already; the last in name order, or null
+    /// if that one failed.
+    QSharedPointer<ZLibrary> loadAll(const QString &name, const QString &folder, ZEmitter *emitter);
+    /// Loads one file, which is looked for in the application's library paths, not in `folder`.
+    QSharedPointer<ZLibrary> loadOne(const QString &name, const QString &folder, ZEmitter *emitter);
+    /// The newest library under `name`, if it is still alive; never touches the disk.
+    QSharedPointer<ZLibrary> loaded(const QString &name);
+
+    /// Keeps to the first logger that comes.
+    ZLogger *getSetZLogger(ZLogger *logger = nullptr);
+
+public Q_SLOTS:
+    /// Forgets the libraries that have died and unloads the file of `loader`, whose library has.
+    void unloadSlot(QSharedPointer<QPluginLoader> loader);
+
+private:
+    friend class ZLibrary;
+    void forgetDead(const QString &base);
+
+    ZLogger *m_logger = nullptr;
+    QMultiMap<QString, QWeakPointer<ZLibrary>> m_libraries; // newest first under one name
+    QRecursiveMutex m_mutex;                                // guards m_libraries, and makes loads wait for each other
+    ZNamedLogger m_log;
+    const QSharedPointer<ZUnloader> m_unloader;
+};
