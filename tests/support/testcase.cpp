@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "testcase.h"
+
+#include "folder.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+
+#include <zdefaultemitter.h>
+
+void TestCase::init() { m_messages.reset(new Messages); }
+
+void TestCase::cleanup()
+{
+    settle();
+    const QStringList unclaimed = m_messages->take(QtWarningMsg) + m_messages->take(QtCriticalMsg);
+    m_messages.reset();
+    const QStringList mapped = mappedPlugins();
+    QVERIFY2(unclaimed.isEmpty(), qPrintable(QStringLiteral("unclaimed: ") + unclaimed.join(QLatin1Char('\n'))));
+    QVERIFY2(mapped.isEmpty(), qPrintable(QStringLiteral("left in memory: ") + mapped.join(QLatin1Char('\n'))));
+}
+
+Wiring::Wiring() : m_emitter(QSharedPointer<ZDefaultEmitter>::create()) { m_emitter->install(m_emitter); }
+
+Wiring::~Wiring()
+{
+    m_emitter->install({});
+    m_emitter.clear();
+    settle();
+}
+
+void settle()
+{
+    for (int i = 0; i < 3; ++i) { // what is handled may post more
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+}

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "testcase.h"
+
+class tst_Emitter : public TestCase
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+};
+
+QTEST_GUILESS_MAIN(tst_Emitter)
+
+#include "tst_emitter.moc"
