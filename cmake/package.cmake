@@ -1,0 +1,16 @@
+# The installed package: for find_package(zdefault 1), and for pkg-config. Nothing in it names the folder where it was
+# built or the prefix it was built for.
+include(CMakePackageConfigHelpers)
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/zdefault)
+
+configure_package_config_file(cmake/zdefaultConfig.cmake.in zdefaultConfig.cmake INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(zdefaultConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(EXPORT zdefaultTargets NAMESPACE zdefault:: DESTINATION ${package_folder} COMPONENT zdefault-dev)
+install(FILES ${PROJECT_BINARY_DIR}/zdefaultConfig.cmake ${PROJECT_BINARY_DIR}/zdefaultConfigVersion.cmake
+              cmake/zdefaultplugin.cmake
+    DESTINATION ${package_folder} COMPONENT zdefault-dev)
+
+file(RELATIVE_PATH prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" prefix_from_pc "${prefix_from_pc}")
+configure_file(cmake/zdefault.pc.in zdefault.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/zdefault.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT zdefault-dev)

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "stopsignals.h"
+
+#include <QSocketNotifier>
+
+#include <cerrno>
+#include <csignal>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+volatile std::sig_atomic_t writeEnd = -1; // all that a signal handler can reach, and may use
+
+void restoreDefault()
+{
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+}
+
+void handle(int)
+{
+    const int error = errno;
+    restoreDefault();
+    const char byte = 0;
+    if (write(writeEnd, &byte, 1) != 1) // cannot be told to the event loop
+        _exit(EXIT_FAILURE);
+    errno = error;
+}
+
+} // namespace
+
+StopSignals::StopSignals()
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+        qFatal("cannot make a pipe for signals");
+    m_readEnd = ends[0];
+    writeEnd = ends[1];
+    m_notifier = new QSocketNotifier(m_readEnd, QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, [this] {
+        m_notifier->setEnabled(false);
+        Q_EMIT received();
+    });
+    std::signal(SIGINT, handle);
+    std::signal(SIGTERM, handle);
+}
+
+StopSignals::~StopSignals()
+{
+    restoreDefault();
+    delete m_notifier; // before the descriptor that it watches
+    close(m_readEnd);
+    close(writeEnd);
+}
