@@ -31,7 +31,9 @@ int main(int argc, char *argv[])
     emitter->inject0(&greeting);
 
     QTimer::singleShot(0, &application, &QCoreApplication::quit);
-    return application.exec();
+    const int result = application.exec();
+    emitter->install({}); // it holds itself until then, and everything else
+    return result;
 }
 
 #include "main.moc"

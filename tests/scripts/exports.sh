@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Only the classes that are promised, and their type name functions, can be linked to.
+# exports.sh LIBRARY
+set -euo pipefail
+
+classes=(
+    ZConfigDelegate ZContextDelegate ZDbusDelegate ZDefaultConfig ZDefaultEmitter ZDefaultLoader ZDefaultLogger
+    ZDelegate ZEmitterDelegate ZJobPoolSetDelegate ZLibrary ZLibrarySet ZLoaderDelegate ZLoggerDelegate ZNamedLogger
+    ZObject ZOwned ZReference ZSchedulerDelegate ZTempFileDelegate ZText ZThreadPoolSetDelegate
+)
+functions=(
+    zDefaultConfigTypeName zDefaultEmitterTypeName zDefaultLoaderTypeName zDefaultLoggerTypeName
+)
+
+exported() {
+    # Not ours: the sanitizers' marks, and what a build without optimisation leaves of Qt's inline functions.
+    nm -D --defined-only --demangle "$1" | cut -d' ' -f3- | grep -v -e '^__' -e '^_init$' -e '^_fini$' -e '^Q' |
+        sed -E 's/^(vtable for|typeinfo for|typeinfo name for|VTT for|(non-)?virtual thunk to) //; s/^guard variable for //' |
+        sed -E 's/^(zDefault[A-Za-z]+)\(\)$/\1/; s/^([A-Za-z_]+)::.*/\1/' | sort -u
+}
+
+diff <(printf '%s\n' "${classes[@]}" "${functions[@]}" | sort -u) <(exported "$1")
+echo "ok"
