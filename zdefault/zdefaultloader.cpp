@@ -25,7 +25,8 @@ const QLatin1String DropPattern("lib*.so");
 QStringList texts(const QJsonValue &value)
 {
     QStringList result;
-    for (const QJsonValue &element : value.toArray()) {
+    const QJsonArray array = value.toArray();
+    for (const auto &element : array) {
         const QString text = element.toString();
         if (!text.isEmpty())
             result.append(text);
@@ -153,7 +154,8 @@ void ZDefaultLoader::directoryChangedSlot(QString n)
         return;
     const QDir hot(n);
     const QDir deployed(m_deployed);
-    for (const QString &entry : drops(hot)) {
+    const QStringList entries = drops(hot);
+    for (const QString &entry : entries) {
         // The bare name, so seen from the working directory, as it has always been: operators keep a plugin back by a
         // link of its name there.
         if (QFileInfo(entry).isSymLink())

@@ -64,7 +64,7 @@ ZLibrary::operator QSharedPointer<ZObject>()
 {
     if (!m_loader)
         return {};
-    const QSharedPointer<ZObject> root = ZPluginFile::root(*m_loader);
+    QSharedPointer<ZObject> root = ZPluginFile::root(*m_loader);
     if (root && !root->m_isRoot.loadAcquire()) // made anew, since the one before it was deleted
         root->setLibrary(sharedFromThis());
     return root;

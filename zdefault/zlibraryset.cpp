@@ -60,7 +60,7 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadOne(const QString &name, const QString
 {
     Q_UNUSED(folder) // the library paths tell where to look
     const QSharedPointer<QPluginLoader> loader = ZPluginFile::find(name);
-    const auto library = QSharedPointer<ZLibrary>::create(loader, this);
+    auto library = QSharedPointer<ZLibrary>::create(loader, this);
     if (!ZLibrary::load(library, emitter)) {
         m_log.warn(LineKind, QStringLiteral("failed to load %1: %2").arg(name, loader->errorString()));
         return {};

@@ -40,7 +40,8 @@ void destroy(ZObject *root, const QString &file)
 {
     delete root; // without the lock: this is the plugin's code
     const QMutexLocker locker(&mutex());
-    for (const Waiting &waiting : ownedRoots().take(file).waiting)
+    const OwnedRoot gone = ownedRoots().take(file);
+    for (const Waiting &waiting : gone.waiting)
         waiting.unloader->queue(waiting.loader);
 }
 
@@ -90,7 +91,7 @@ QSharedPointer<ZObject> ZPluginFile::root(QPluginLoader &loader)
     ZObject *object = load(loader);
     if (!object)
         return {};
-    const QSharedPointer<ZObject> owner(object, [file](ZObject *root) { destroy(root, file); });
+    QSharedPointer<ZObject> owner(object, [file](ZObject *root) { destroy(root, file); });
     ownedRoots().insert(file, {owner, {}});
     return owner;
 }

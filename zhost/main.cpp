@@ -84,7 +84,7 @@ int main(int argc, char *argv[])
         return isWrong ? Wrong : Success;
     }
 
-    const StopSignals stopSignals;
+    StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &application, &QCoreApplication::quit);
     const Host host(configuration.object);
     return QCoreApplication::exec();

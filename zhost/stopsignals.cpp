@@ -11,12 +11,13 @@
 
 namespace {
 
+constexpr int numbers[] = {SIGINT, SIGTERM};
 volatile std::sig_atomic_t writeEnd = -1; // all that a signal handler can reach, and may use
 
 void restoreDefault()
 {
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    for (const int number : numbers)
+        std::signal(number, SIG_DFL);
 }
 
 void handle(int)
@@ -43,8 +44,13 @@ StopSignals::StopSignals()
         m_notifier->setEnabled(false);
         Q_EMIT received();
     });
-    std::signal(SIGINT, handle);
-    std::signal(SIGTERM, handle);
+    struct sigaction action = {};
+    action.sa_handler = handle;
+    action.sa_flags = SA_RESTART;
+    for (const int number : numbers) // each waits for the other's handler, which restores both
+        sigaddset(&action.sa_mask, number);
+    for (const int number : numbers)
+        sigaction(number, &action, nullptr);
 }
 
 StopSignals::~StopSignals()

@@ -16,7 +16,7 @@ public:
     ~StopSignals() override;
 
 Q_SIGNALS:
-    void received() const;
+    void received();
 
 private:
     int m_readEnd = -1;

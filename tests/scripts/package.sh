@@ -69,6 +69,6 @@ cat >"$folder/consumer.cpp" <<'CPP'
 int main() { return std::puts(ZDefaultLogger::TypeName) < 0; }
 CPP
 # shellcheck disable=SC2046,SC2086
-$CXX -std=c++17 $flags "$folder/consumer.cpp" -o "$folder/consumer" $(pkg-config --cflags --libs zdefault)
+$CXX -std=c++17 $flags -w "$folder/consumer.cpp" -o "$folder/consumer" $(pkg-config --cflags --libs zdefault)
 [ "$(LD_LIBRARY_PATH=$(dirname "$library") "$folder/consumer")" = "ZDefaultLogger*" ] || fail "the consumer says something else"
 echo "ok"
