@@ -18,6 +18,7 @@ class QEnableSharedFromThis<ZOwned>
 {
 protected:
     mutable QWeakPointer<QObject> m_owner;
+    mutable bool m_hadOwner = false; // one that is being destroyed by its owner gets no other
 
 private:
     template <class Pointee>
@@ -26,12 +27,13 @@ private:
     template <class Pointee>
     void initializeFromSharedPointer(const QSharedPointer<Pointee> &pointer) const
     {
-        if (m_owner)
+        if (m_hadOwner)
             return;
         if constexpr (std::is_convertible_v<Pointee *, QObject *>)
             m_owner = pointer;
         else if constexpr (std::is_polymorphic_v<Pointee>)
             m_owner = qSharedPointerDynamicCast<QObject>(pointer);
+        m_hadOwner = !m_owner.isNull();
     }
 };
 
@@ -42,7 +44,8 @@ private:
  * component may well be announced more than once, so it derives from this class beside `QObject`, and a delegate
  * that is given it by raw pointer shares the owner that there is.
  *
- * Ownership: on the heap, without a parent; somebody's `QSharedPointer`, or else the one that `shared()` makes.
+ * Ownership: on the heap, without a parent; the first `QSharedPointer` that is made from a pointer to the component's
+ *            class, or else the one that `shared()` makes.
  * Thread:    any.
  * Failure:   null when it cannot be shared any more.
  */

@@ -1,12 +1,468 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "greeter.h"
+#include "interfaces.h"
 #include "testcase.h"
+
+#include <QPointer>
+#include <QSemaphore>
+#include <QThread>
+
+#include <zdefaultconfig.h>
+#include <zdefaultcontext.h>
+#include <zdefaultdbus.h>
+#include <zdefaultemitter.h>
+#include <zdefaultfilesystem.h>
+#include <zdefaultloader.h>
+#include <zdefaultlogger.h>
+#include <zdefaultpoolset.h>
+#include <zdefaultscheduler.h>
+
+#include <functional>
+
+namespace {
+
+constexpr int LongTime = 30000;
+
+/// A component that answers for its interface under one name only.
+template <class I>
+class Component : public QObject, public Recorder<I>
+{
+public:
+    Component(const char *name, QStringList *calls) : Recorder<I>(calls), m_name(name) {}
+
+    void *qt_metacast(const char *name) override
+    {
+        return qstrcmp(name, m_name) == 0 ? static_cast<I *>(this) : QObject::qt_metacast(name);
+    }
+
+private:
+    const QByteArray m_name;
+};
+
+/// One delegate as a row of a table.
+struct Family
+{
+    const char *name;
+    QSharedPointer<ZDelegate> (*over)(QObject *object);
+    QSharedPointer<ZDelegate> (*overShared)(QSharedPointer<QObject> object);
+    QObject *(*component)(const char *name, QStringList *calls);
+    QStringList (*use)(const ZDelegate &delegate); // through the pointer that holders are given
+    bool (*carriesItself)(const ZDelegate &delegate);
+    QStringList (*calls)();
+    QStringList (*results)();
+    QStringList (*neutral)();
+};
+
+template <class I, class Delegate>
+Family family(const char *name)
+{
+    return {name,
+            [](QObject *object) -> QSharedPointer<ZDelegate> { return QSharedPointer<Delegate>::create(object); },
+            [](QSharedPointer<QObject> object) -> QSharedPointer<ZDelegate> {
+                return QSharedPointer<Delegate>::create(object);
+            },
+            [](const char *identifier, QStringList *calls) -> QObject * { return new Component<I>(identifier, calls); },
+            [](const ZDelegate &delegate) { return Operations<I>::use(*QVariant(delegate).value<I *>()); },
+            [](const ZDelegate &delegate) {
+                const QVariant value(delegate);
+                return value.userType() == qMetaTypeId<I *>() &&
+                       value.value<I *>() == dynamic_cast<const I *>(&delegate);
+            },
+            Operations<I>::calls,
+            Operations<I>::results,
+            Operations<I>::neutral};
+}
+
+const Family families[] = {
+    family<ZConfig, ZConfigDelegate>("ZConfig"),
+    family<ZEmitter, ZEmitterDelegate>("ZEmitter"),
+    family<ZLogger, ZLoggerDelegate>("ZLogger"),
+    family<ZLoader, ZLoaderDelegate>("ZLoader"),
+    family<ZTempFile, ZTempFileDelegate>("ZTempFile"),
+    family<ZJobPoolSet, ZJobPoolSetDelegate>("ZJobPoolSet"),
+    family<ZThreadPoolSet, ZThreadPoolSetDelegate>("ZThreadPoolSet"),
+    family<ZDbus, ZDbusDelegate>("ZDbus"),
+    family<ZContext, ZContextDelegate>("ZContext"),
+    family<ZScheduler, ZSchedulerDelegate>("ZScheduler"),
+};
+
+QByteArray identifier(const Family &family) { return QByteArray("zdefault::") + family.name; }
+
+QSharedPointer<ZReference> refer(QObject *object)
+{
+    return QSharedPointer<ZReference>::create(QSharedPointer<QObject>(object));
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(const Family *)
+
+/// Greets as it is told to.
+class Speaker : public QObject, public Greeter
+{
+    Q_OBJECT
+    Q_INTERFACES(Greeter)
+
+public:
+    using Greeting = std::function<QString(const QString &)>;
+
+    explicit Speaker(Greeting greeting, QThread **grave = nullptr) : m_greeting(std::move(greeting)), m_grave(grave) {}
+    ~Speaker() override
+    {
+        if (m_grave)
+            *m_grave = QThread::currentThread();
+    }
+
+    QString greet(const QString &name) override { return m_greeting(name); }
+
+private:
+    const Greeting m_greeting;
+    QThread **const m_grave; // the thread on which this ended
+};
 
 class tst_Delegate : public TestCase
 {
     Q_OBJECT
 
+private:
+    static void eachDelegate();
+    static Speaker *hello(const QString &word);
+
 private Q_SLOTS:
+    void forwardsEachOperation_data() { eachDelegate(); }
+    void forwardsEachOperation();
+    void forwardsToASharedComponent_data() { eachDelegate(); }
+    void forwardsToASharedComponent();
+    void isNeutralOverNothing_data() { eachDelegate(); }
+    void isNeutralOverNothing();
+    void isNeutralOverAComponentThatLacksTheInterface_data() { eachDelegate(); }
+    void isNeutralOverAComponentThatLacksTheInterface();
+    void isNeutralOnceTheReferenceIsTakenAway_data() { eachDelegate(); }
+    void isNeutralOnceTheReferenceIsTakenAway();
+    void theIdentifierAloneCounts_data() { eachDelegate(); }
+    void theIdentifierAloneCounts();
+    void carriesItsOwnInterface_data() { eachDelegate(); }
+    void carriesItsOwnInterface();
+    void ownsTheComponent_data() { eachDelegate(); }
+    void ownsTheComponent();
+    void sharesAComponentThatIsShared_data() { eachDelegate(); }
+    void sharesAComponentThatIsShared();
+    void anExchangeReachesTheNextComponent_data() { eachDelegate(); }
+    void anExchangeReachesTheNextComponent();
+
+    void aBareDelegateCarriesNothing();
+    void aBareDelegateKeepsItsReference();
+    void replaceReturnsTheReferenceBefore();
+    void replaceDestroysNothing();
+    void aReferenceToNothingIsNull();
+    void aReferenceIsTheComponentsShare();
+    void anApplicationsOwnDelegateForwards();
+
+    void aCallRunsOnTheCallersThread();
+    void callsRunAtTheSameTime();
+    void aCallFinishesOnTheComponentWithWhichItBegan();
+    void aComponentMayExchangeItselfDuringACall();
+    void aComponentMayCallItsOwnDelegate();
+    void anotherThreadMayCallDuringACall();
 };
+
+void tst_Delegate::eachDelegate()
+{
+    QTest::addColumn<const Family *>("family");
+    for (const Family &family : families)
+        QTest::newRow(family.name) << &family;
+}
+
+Speaker *tst_Delegate::hello(const QString &word)
+{
+    return new Speaker([=](const QString &name) { return word + name; });
+}
+
+void tst_Delegate::forwardsEachOperation()
+{
+    QFETCH(const Family *, family);
+    QStringList calls;
+    const auto delegate = family->over(family->component(identifier(*family), &calls));
+    QCOMPARE(family->use(*delegate), family->results());
+    QCOMPARE(calls, family->calls());
+}
+
+void tst_Delegate::forwardsToASharedComponent()
+{
+    QFETCH(const Family *, family);
+    QStringList calls;
+    const QSharedPointer<QObject> component(family->component(identifier(*family), &calls));
+    const auto delegate = family->overShared(component);
+    QCOMPARE(family->use(*delegate), family->results());
+    QCOMPARE(calls, family->calls());
+}
+
+void tst_Delegate::isNeutralOverNothing()
+{
+    QFETCH(const Family *, family);
+    QCOMPARE(family->use(*family->over(nullptr)), family->neutral());
+    QCOMPARE(family->use(*family->overShared({})), family->neutral());
+}
+
+void tst_Delegate::isNeutralOverAComponentThatLacksTheInterface()
+{
+    QFETCH(const Family *, family);
+    QStringList calls;
+    QCOMPARE(family->use(*family->over(new QObject)), family->neutral());
+    QCOMPARE(family->use(*family->over(family->component("test::Other", &calls))), family->neutral());
+    QCOMPARE(calls, QStringList{"end"});
+}
+
+void tst_Delegate::isNeutralOnceTheReferenceIsTakenAway()
+{
+    QFETCH(const Family *, family);
+    QStringList calls;
+    const auto delegate = family->over(family->component(identifier(*family), &calls));
+
+    const auto taken = delegate->replace({});
+    QCOMPARE(family->use(*delegate), family->neutral());
+    delegate->replace(refer(nullptr));
+    QCOMPARE(family->use(*delegate), family->neutral());
+    QCOMPARE(calls, QStringList());
+
+    delegate->replace(taken);
+    QCOMPARE(family->use(*delegate), family->results());
+}
+
+void tst_Delegate::theIdentifierAloneCounts()
+{
+    QFETCH(const Family *, family);
+    QStringList calls;
+    const auto identified = family->over(family->component(identifier(*family), &calls));
+    QCOMPARE(family->use(*identified), family->results());
+    const auto named = family->over(family->component(family->name, &calls));
+    QCOMPARE(family->use(*named), family->neutral());
+}
+
+void tst_Delegate::carriesItsOwnInterface()
+{
+    QFETCH(const Family *, family);
+    QVERIFY(family->carriesItself(*family->over(nullptr)));
+    QVERIFY(family->carriesItself(*family->overShared({})));
+
+    const auto delegate = family->over(new QObject);
+    delegate->replace({});
+    QVERIFY(family->carriesItself(*delegate));
+}
+
+void tst_Delegate::ownsTheComponent()
+{
+    QFETCH(const Family *, family);
+    QStringList calls;
+    auto delegate = family->over(family->component(identifier(*family), &calls));
+    QCOMPARE(calls, QStringList());
+    delegate.clear();
+    QCOMPARE(calls, QStringList{"end"});
+}
+
+void tst_Delegate::sharesAComponentThatIsShared()
+{
+    QFETCH(const Family *, family);
+    QStringList calls;
+    QSharedPointer<QObject> component(family->component(identifier(*family), &calls));
+    auto delegate = family->overShared(component);
+    auto other = family->overShared(component);
+    component.clear();
+    delegate.clear();
+    QCOMPARE(calls, QStringList());
+    QCOMPARE(family->use(*other), family->results());
+    other.clear();
+    QCOMPARE(calls, family->calls() << QStringLiteral("end"));
+}
+
+void tst_Delegate::anExchangeReachesTheNextComponent()
+{
+    QFETCH(const Family *, family);
+    QStringList first;
+    QStringList second;
+    const auto delegate = family->over(family->component(identifier(*family), &first));
+
+    auto before = delegate->replace(refer(family->component(identifier(*family), &second)));
+    QCOMPARE(family->use(*delegate), family->results());
+    QCOMPARE(first, QStringList());
+    QCOMPARE(second, family->calls());
+
+    before.clear();
+    QCOMPARE(first, QStringList{"end"});
+}
+
+void tst_Delegate::aBareDelegateCarriesNothing()
+{
+    const ZDelegate delegate(refer(new QObject));
+    QVERIFY(!QVariant(delegate).isValid());
+}
+
+void tst_Delegate::aBareDelegateKeepsItsReference()
+{
+    const auto reference = refer(new QObject);
+    ZDelegate delegate(reference);
+    QCOMPARE(QSharedPointer<ZReference>(delegate), reference);
+    ZDelegate none({});
+    QVERIFY(!QSharedPointer<ZReference>(none));
+}
+
+void tst_Delegate::replaceReturnsTheReferenceBefore()
+{
+    const auto first = refer(new QObject);
+    const auto second = refer(new QObject);
+    ZDelegate delegate(first);
+    QCOMPARE(delegate.replace(second), first);
+    QCOMPARE(QSharedPointer<ZReference>(delegate), second);
+    QCOMPARE(delegate.replace({}), second);
+    QVERIFY(!QSharedPointer<ZReference>(delegate));
+    QVERIFY(!delegate.replace(first));
+    QCOMPARE(QSharedPointer<ZReference>(delegate), first);
+}
+
+void tst_Delegate::replaceDestroysNothing()
+{
+    const QPointer<QObject> component = new QObject;
+    ZDelegate delegate(refer(component));
+    auto before = delegate.replace({});
+    QVERIFY(component);
+    before.clear();
+    QVERIFY(!component);
+}
+
+void tst_Delegate::aReferenceToNothingIsNull()
+{
+    QVERIFY(ZReference({}).isNull());
+    QVERIFY(!ZReference(QSharedPointer<QObject>::create()).isNull());
+}
+
+void tst_Delegate::aReferenceIsTheComponentsShare()
+{
+    auto component = QSharedPointer<QObject>::create();
+    const QPointer<QObject> watched = component.data();
+    QScopedPointer<ZReference> reference(new ZReference(component));
+    component.clear();
+    QVERIFY(watched);
+    QVERIFY(!reference->isNull());
+    reference.reset();
+    QVERIFY(!watched);
+}
+
+void tst_Delegate::anApplicationsOwnDelegateForwards()
+{
+    GreeterDelegate delegate(hello(QStringLiteral("hello ")));
+    QCOMPARE(delegate.greet(QStringLiteral("you")), QStringLiteral("hello you"));
+    delegate.replace({});
+    QCOMPARE(delegate.greet(QStringLiteral("you")), QStringLiteral("nobody"));
+}
+
+void tst_Delegate::aCallRunsOnTheCallersThread()
+{
+    QThread *seen = nullptr;
+    GreeterDelegate delegate(new Speaker([&](const QString &name) {
+        seen = QThread::currentThread();
+        return name;
+    }));
+    const QScopedPointer<QThread> thread(QThread::create([&] { delegate.greet({}); }));
+    thread->start();
+    QVERIFY(thread->wait(LongTime));
+    QCOMPARE(seen, thread.data());
+}
+
+void tst_Delegate::callsRunAtTheSameTime()
+{
+    QSemaphore inside;
+    QSemaphore together;
+    GreeterDelegate delegate(new Speaker([&](const QString &name) {
+        inside.release();
+        return together.tryAcquire(1, LongTime) ? name : QString();
+    }));
+    QString answer;
+    const QScopedPointer<QThread> first(QThread::create([&] { answer = delegate.greet(QStringLiteral("a")); }));
+    const QScopedPointer<QThread> second(QThread::create([&] { delegate.greet(QStringLiteral("b")); }));
+    first->start();
+    second->start();
+    const bool both = inside.tryAcquire(2, LongTime);
+    together.release(2);
+    QVERIFY(first->wait(LongTime));
+    QVERIFY(second->wait(LongTime));
+    QVERIFY(both);
+    QCOMPARE(answer, QStringLiteral("a"));
+}
+
+void tst_Delegate::aCallFinishesOnTheComponentWithWhichItBegan()
+{
+    QSemaphore inside;
+    QSemaphore goOn;
+    QThread *grave = nullptr;
+    QPointer<QObject> old = new Speaker(
+        [&](const QString &name) {
+            inside.release();
+            goOn.tryAcquire(1, LongTime);
+            return QStringLiteral("old ") + name;
+        },
+        &grave);
+    GreeterDelegate delegate(old.data());
+    QString answer;
+    const QScopedPointer<QThread> caller(QThread::create([&] { answer = delegate.greet(QStringLiteral("you")); }));
+    caller->start();
+    QVERIFY(inside.tryAcquire(1, LongTime));
+
+    delegate.replace(refer(hello(QStringLiteral("new ")))); // what it returns is dropped here
+    QCOMPARE(delegate.greet(QStringLiteral("you")), QStringLiteral("new you"));
+    QVERIFY(old);
+
+    goOn.release();
+    QVERIFY(caller->wait(LongTime));
+    QCOMPARE(answer, QStringLiteral("old you"));
+    QVERIFY(!old);
+    QCOMPARE(grave, caller.data()); // which held it last
+}
+
+void tst_Delegate::aComponentMayExchangeItselfDuringACall()
+{
+    QScopedPointer<GreeterDelegate> delegate;
+    QPointer<QObject> old;
+    bool aliveInside = false;
+    delegate.reset(new GreeterDelegate(old = new Speaker([&](const QString &name) {
+                                           delegate->replace(refer(hello(QStringLiteral("new "))));
+                                           aliveInside = old;
+                                           return QStringLiteral("old ") + name;
+                                       })));
+    QCOMPARE(delegate->greet(QStringLiteral("you")), QStringLiteral("old you"));
+    QVERIFY(aliveInside);
+    QVERIFY(!old);
+    QCOMPARE(delegate->greet(QStringLiteral("you")), QStringLiteral("new you"));
+}
+
+void tst_Delegate::aComponentMayCallItsOwnDelegate()
+{
+    QScopedPointer<GreeterDelegate> delegate;
+    delegate.reset(new GreeterDelegate(new Speaker(
+        [&](const QString &name) { return name.size() < 3 ? delegate->greet(name + QLatin1Char('+')) : name; })));
+    QCOMPARE(delegate->greet(QStringLiteral("a")), QStringLiteral("a++"));
+}
+
+void tst_Delegate::anotherThreadMayCallDuringACall()
+{
+    QScopedPointer<GreeterDelegate> delegate;
+    QString inner;
+    delegate.reset(new GreeterDelegate(new Speaker([&](const QString &name) {
+        if (name == QLatin1String("inner"))
+            return name;
+        bool done = false;
+        auto *thread = QThread::create([&] {
+            inner = delegate->greet(QStringLiteral("inner"));
+            delegate->replace(refer(hello(QStringLiteral("new "))));
+        });
+        thread->start();
+        done = thread->wait(LongTime);
+        delete thread;
+        return done ? name : QString();
+    })));
+    QCOMPARE(delegate->greet(QStringLiteral("outer")), QStringLiteral("outer"));
+    QCOMPARE(inner, QStringLiteral("inner"));
+    QCOMPARE(delegate->greet(QStringLiteral("you")), QStringLiteral("new you"));
+}
 
 QTEST_GUILESS_MAIN(tst_Delegate)
 

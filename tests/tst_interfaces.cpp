@@ -1,12 +1,323 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "interfaces.h"
 #include "testcase.h"
+
+#include <QLibrary>
+#include <QMetaMethod>
+#include <QMetaProperty>
+#include <QThread>
+
+#include <zdefaultconfig.h>
+#include <zdefaultcontext.h>
+#include <zdefaultdbus.h>
+#include <zdefaultemitter.h>
+#include <zdefaultfilesystem.h>
+#include <zdefaultloader.h>
+#include <zdefaultlogger.h>
+#include <zdefaultpoolset.h>
+#include <zdefaultscheduler.h>
+
+#include <type_traits>
+
+namespace {
+
+/// One interface as a row of a table.
+struct Interface
+{
+    const char *name;
+    const char *identifier;
+    bool isAbstract;
+    size_t size;
+    void *(*make)(QStringList *calls);
+    QStringList (*use)(void *part);
+    QStringList (*calls)();
+    QStringList (*results)();
+    /// How far the interface lies from the start of its delegate, less what the delegate's first base takes.
+    qptrdiff delegateOffset;
+    bool delegateAddsNoData;
+};
+
+template <class I, class Delegate>
+Interface row(const char *name)
+{
+    struct First : ZDelegate, I // where the language puts two bases in this order
+    {};
+    const auto offset = [](auto *derived) {
+        return reinterpret_cast<char *>(static_cast<I *>(derived)) - reinterpret_cast<char *>(derived);
+    };
+    const auto base = [](auto *derived) {
+        return reinterpret_cast<char *>(static_cast<ZDelegate *>(derived)) - reinterpret_cast<char *>(derived);
+    };
+    auto *const delegate = at<Delegate>(4096); // only its layout counts
+    auto *const first = at<First>(4096);
+    return {name,
+            qobject_interface_iid<I *>(),
+            std::is_abstract_v<I>,
+            sizeof(I),
+            [](QStringList *calls) -> void * { return static_cast<I *>(new Recorder<I>(calls)); },
+            [](void *part) {
+                auto *interface = static_cast<I *>(part);
+                const QStringList results = Operations<I>::use(*interface);
+                delete interface;
+                return results;
+            },
+            Operations<I>::calls,
+            Operations<I>::results,
+            base(delegate) == 0 ? offset(delegate) - offset(first) : -1,
+            sizeof(Delegate) == sizeof(First)};
+}
+
+const Interface interfaces[] = {
+    row<ZConfig, ZConfigDelegate>("ZConfig"),
+    row<ZEmitter, ZEmitterDelegate>("ZEmitter"),
+    row<ZLogger, ZLoggerDelegate>("ZLogger"),
+    row<ZLoader, ZLoaderDelegate>("ZLoader"),
+    row<ZTempFile, ZTempFileDelegate>("ZTempFile"),
+    row<ZJobPoolSet, ZJobPoolSetDelegate>("ZJobPoolSet"),
+    row<ZThreadPoolSet, ZThreadPoolSetDelegate>("ZThreadPoolSet"),
+    row<ZDbus, ZDbusDelegate>("ZDbus"),
+    row<ZContext, ZContextDelegate>("ZContext"),
+    row<ZScheduler, ZSchedulerDelegate>("ZScheduler"),
+};
+
+/// One default class as a row of a table.
+struct Component
+{
+    const char *name;
+    const char *interface;
+    const char *typeName;
+    const char *(*typeNameFunction)();
+    const QMetaObject *metaObject;
+    QStringList properties;   // "type name"
+    QStringList constructors; // signatures
+    QObject *(*make)();
+    void *(*part)(QObject *object);
+    bool isObjectFirst;
+};
+
+template <class Class, class I>
+Component row(const char *name, const char *interface, const char *(*typeNameFunction)(), QStringList properties,
+              QStringList constructors = {})
+{
+    if (constructors.isEmpty())
+        constructors << QStringLiteral("%1()").arg(QLatin1String(name));
+    auto *const object = at<Class>(4096); // only its layout counts
+    return {name,
+            interface,
+            Class::TypeName,
+            typeNameFunction,
+            &Class::staticMetaObject,
+            properties,
+            constructors,
+            []() -> QObject * { return new Class; },
+            [](QObject *o) -> void * { return static_cast<I *>(qobject_cast<Class *>(o)); },
+            static_cast<void *>(static_cast<QObject *>(object)) ==
+                object &&reinterpret_cast<char *>(static_cast<I *>(object)) ==
+                reinterpret_cast<char *>(object) + sizeof(QObject)};
+}
+
+const QList<Component> &components()
+{
+    static const QList<Component> list{
+        row<ZDefaultConfig, ZConfig>("ZDefaultConfig", "ZConfig", zDefaultConfigTypeName, {"ZEmitter* zEmitter"},
+                                     {"ZDefaultConfig(QJsonObject)", "ZDefaultConfig()"}),
+        row<ZDefaultEmitter, ZEmitter>("ZDefaultEmitter", "ZEmitter", zDefaultEmitterTypeName, {}),
+        row<ZDefaultLogger, ZLogger>("ZDefaultLogger", "ZLogger", zDefaultLoggerTypeName,
+                                     {"ZConfig* config", "ZEmitter* zEmitter"}),
+        row<ZDefaultLoader, ZLoader>("ZDefaultLoader", "ZLoader", zDefaultLoaderTypeName,
+                                     {"ZLogger* zLogger", "ZEmitter* zEmitter", "ZConfig* zConfig"}),
+    };
+    return list;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(const Interface *)
+Q_DECLARE_METATYPE(const Component *)
 
 class tst_Interfaces : public TestCase
 {
     Q_OBJECT
 
+private:
+    static void eachInterface();
+    static void eachComponent();
+
 private Q_SLOTS:
+    void isAbstractWithoutDataOrBase_data() { eachInterface(); }
+    void isAbstractWithoutDataOrBase();
+    void hasItsIdentifier_data() { eachInterface(); }
+    void hasItsIdentifier();
+    void aPluginBuiltBeforeReachesEachOperation_data() { eachInterface(); }
+    void aPluginBuiltBeforeReachesEachOperation();
+    void eachOperationOfAPluginBuiltBeforeIsReached_data() { eachInterface(); }
+    void eachOperationOfAPluginBuiltBeforeIsReached();
+    void aDelegateIsAZDelegateAndThenItsInterface_data() { eachInterface(); }
+    void aDelegateIsAZDelegateAndThenItsInterface();
+
+    void aComponentIsAnObjectAndThenItsInterface_data() { eachComponent(); }
+    void aComponentIsAnObjectAndThenItsInterface();
+    void aComponentIsMadeWithoutAParent_data() { eachComponent(); }
+    void aComponentIsMadeWithoutAParent();
+    void aComponentHasInvokableConstructors_data() { eachComponent(); }
+    void aComponentHasInvokableConstructors();
+    void aComponentAnswersForItsClassAndItsInterface_data() { eachComponent(); }
+    void aComponentAnswersForItsClassAndItsInterface();
+    void aComponentDeclaresWhatItConsumes_data() { eachComponent(); }
+    void aComponentDeclaresWhatItConsumes();
+    void aTypeNameIsTheClassWithAnAsterisk_data() { eachComponent(); }
+    void aTypeNameIsTheClassWithAnAsterisk();
+    void aTypeNameFunctionAnswersOnEachThread_data() { eachComponent(); }
+    void aTypeNameFunctionAnswersOnEachThread();
+    void theConfigurationNamesItsArgument();
 };
+
+void tst_Interfaces::eachInterface()
+{
+    QTest::addColumn<const Interface *>("interface");
+    for (const Interface &interface : interfaces)
+        QTest::newRow(interface.name) << &interface;
+}
+
+void tst_Interfaces::eachComponent()
+{
+    QTest::addColumn<const Component *>("component");
+    for (const Component &component : components())
+        QTest::newRow(component.name) << &component;
+}
+
+void tst_Interfaces::isAbstractWithoutDataOrBase()
+{
+    QFETCH(const Interface *, interface);
+    QVERIFY(interface->isAbstract);
+    QCOMPARE(interface->size, sizeof(void *)); // the pointer to its slots, and nothing else
+}
+
+void tst_Interfaces::hasItsIdentifier()
+{
+    QFETCH(const Interface *, interface);
+    QCOMPARE(QByteArray(interface->identifier), "zdefault::" + QByteArray(interface->name));
+}
+
+void tst_Interfaces::aPluginBuiltBeforeReachesEachOperation()
+{
+    QFETCH(const Interface *, interface);
+    const auto use = reinterpret_cast<void (*)(const char *, void *, QStringList *)>(
+        QLibrary::resolve(QStringLiteral(FROZEN), "frozenUse"));
+    QVERIFY(use);
+
+    QStringList calls;
+    QStringList results;
+    use(interface->name, interface->make(&calls), &results);
+
+    QCOMPARE(calls, interface->calls() << QStringLiteral("end"));
+    QCOMPARE(results, interface->results());
+}
+
+void tst_Interfaces::eachOperationOfAPluginBuiltBeforeIsReached()
+{
+    QFETCH(const Interface *, interface);
+    const auto make = reinterpret_cast<void *(*)(const char *, QStringList *)>(
+        QLibrary::resolve(QStringLiteral(FROZEN), "frozenMake"));
+    QVERIFY(make);
+
+    QStringList calls;
+    const QStringList results = interface->use(make(interface->name, &calls));
+
+    QCOMPARE(calls, interface->calls() << QStringLiteral("end"));
+    QCOMPARE(results, interface->results());
+}
+
+void tst_Interfaces::aDelegateIsAZDelegateAndThenItsInterface()
+{
+    QFETCH(const Interface *, interface);
+    QCOMPARE(interface->delegateOffset, 0);
+    QVERIFY(interface->delegateAddsNoData);
+}
+
+void tst_Interfaces::aComponentIsAnObjectAndThenItsInterface()
+{
+    QFETCH(const Component *, component);
+    QVERIFY(component->isObjectFirst);
+}
+
+void tst_Interfaces::aComponentIsMadeWithoutAParent()
+{
+    QFETCH(const Component *, component);
+    const QScopedPointer<QObject> object(component->metaObject->newInstance());
+    QVERIFY(object);
+    QVERIFY(!object->parent());
+}
+
+void tst_Interfaces::aComponentHasInvokableConstructors()
+{
+    QFETCH(const Component *, component);
+    QStringList constructors;
+    for (int i = 0; i < component->metaObject->constructorCount(); ++i)
+        constructors << QString::fromLatin1(component->metaObject->constructor(i).methodSignature());
+    QCOMPARE(constructors, component->constructors);
+}
+
+void tst_Interfaces::aComponentAnswersForItsClassAndItsInterface()
+{
+    QFETCH(const Component *, component);
+    const QScopedPointer<QObject> object(component->make());
+    void *const part = component->part(object.data());
+    const QByteArray interface(component->interface);
+
+    QVERIFY(part);
+    QCOMPARE(object->qt_metacast(component->name), static_cast<void *>(object.data()));
+    QCOMPARE(object->qt_metacast("QObject"), static_cast<void *>(object.data()));
+    QCOMPARE(object->qt_metacast(interface), part);
+    QCOMPARE(object->qt_metacast("zdefault::" + interface), part);
+    QCOMPARE(object->qt_metacast(nullptr), nullptr);
+    QCOMPARE(object->qt_metacast(""), nullptr);
+    for (const Interface &other : interfaces) {
+        if (interface != other.name)
+            QCOMPARE(object->qt_metacast(other.identifier), nullptr);
+    }
+}
+
+void tst_Interfaces::aComponentDeclaresWhatItConsumes()
+{
+    QFETCH(const Component *, component);
+    QStringList properties;
+    for (int i = component->metaObject->propertyOffset(); i < component->metaObject->propertyCount(); ++i) {
+        const QMetaProperty property = component->metaObject->property(i);
+        QVERIFY(property.isReadable());
+        QVERIFY(property.isWritable());
+        properties << QStringLiteral("%1 %2").arg(QLatin1String(property.typeName()), QLatin1String(property.name()));
+    }
+    QCOMPARE(properties, component->properties);
+}
+
+void tst_Interfaces::aTypeNameIsTheClassWithAnAsterisk()
+{
+    QFETCH(const Component *, component);
+    const QByteArray name = QByteArray(component->name) + '*';
+    QCOMPARE(QByteArray(component->typeName), name);
+    QCOMPARE(QByteArray(component->typeNameFunction()), name);
+    QCOMPARE(component->typeNameFunction(), component->typeName); // constant text
+}
+
+void tst_Interfaces::aTypeNameFunctionAnswersOnEachThread()
+{
+    QFETCH(const Component *, component);
+    const int type = QMetaType::type(component->typeName);
+    QByteArray name;
+    const QScopedPointer<QThread> thread(QThread::create([&] { name = component->typeNameFunction(); }));
+    thread->start();
+    const QByteArray ours = component->typeNameFunction();
+    QVERIFY(thread->wait(30000));
+    QCOMPARE(name, ours);
+    QCOMPARE(QMetaType::type(name), type);
+}
+
+void tst_Interfaces::theConfigurationNamesItsArgument()
+{
+    const QMetaMethod constructor = ZDefaultConfig::staticMetaObject.constructor(0);
+    QCOMPARE(constructor.parameterNames(), QList<QByteArray>{"jsonObject"});
+}
 
 QTEST_GUILESS_MAIN(tst_Interfaces)
 

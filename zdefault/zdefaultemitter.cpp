@@ -49,7 +49,8 @@ QObject *ZDefaultEmitter::zemit0(const char *typeName, QGenericArgument a0, QGen
     const QMetaType type(QMetaType::type(typeName));
     if (!type.flags().testFlag(QMetaType::PointerToQObject) || !type.metaObject())
         return nullptr;
-    return inject0(type.metaObject()->newInstance(a0, a1, a2, a3, a4, a5, a6, a7, a8, a9));
+    QObject *const object = type.metaObject()->newInstance(a0, a1, a2, a3, a4, a5, a6, a7, a8, a9);
+    return object ? inject0(object) : nullptr; // an inject0 of a derived class's need not return what it is given
 }
 
 QObject *ZDefaultEmitter::inject0(QObject *object)

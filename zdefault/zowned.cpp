@@ -13,9 +13,10 @@ QSharedPointer<QObject> ZOwned::shared()
     static QBasicMutex mutex; // two threads may wire one component into two emitters
     const QMutexLocker locker(&mutex);
     QSharedPointer<QObject> owner = m_owner.toStrongRef();
-    if (!owner) {
+    if (!m_hadOwner) {
         owner.reset(dynamic_cast<QObject *>(this));
         m_owner = owner;
+        m_hadOwner = true;
     }
     return owner;
 }

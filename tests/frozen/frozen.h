@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+// The ten interfaces as they were published with 1.0, kept by hand: plugins built then are still about. This file does
+// not follow a change of the real headers; a test that fails for it says that such a plugin would break.
+#pragma once
+
+#include <QGenericArgument>
+#include <QJsonObject>
+#include <QList>
+#include <QRegularExpression>
+#include <QSharedPointer>
+#include <QString>
+#include <QUrl>
+#include <QVariant>
+#include <QWeakPointer>
+
+class QObject;
+class QTemporaryFile;
+class ZDbusSubscriber;
+class ZDelegate;
+class ZJobPool;
+class ZLibrary;
+class ZReference;
+class ZScheduledActivity;
+class ZThreadPool;
+
+class ZConfig
+{
+public:
+    virtual QJsonObject toJson0() = 0;
+    virtual ~ZConfig() {}
+};
+
+class ZEmitter
+{
+public:
+    virtual QSharedPointer<ZReference> bind0(QSharedPointer<ZDelegate>) = 0;
+    virtual QObject *zemit0(const char *, QGenericArgument, QGenericArgument, QGenericArgument, QGenericArgument,
+                            QGenericArgument, QGenericArgument, QGenericArgument, QGenericArgument, QGenericArgument,
+                            QGenericArgument) = 0;
+    virtual QObject *inject0(QObject *) = 0;
+    virtual ~ZEmitter() {}
+};
+
+class ZLogger
+{
+public:
+    virtual void info0(const QString &) = 0;
+    virtual bool info0() = 0;
+    virtual void debug0(const QString &) = 0;
+    virtual bool debug0() = 0;
+    virtual void warning0(const QString &) = 0;
+    virtual bool warning0() = 0;
+    virtual void critical0(const QString &) = 0;
+    virtual bool critical0() = 0;
+    virtual void fatal0(const QString &) = 0;
+    virtual void log0(int, int, const QString &) = 0;
+    virtual int log0(int) = 0;
+    virtual int log0(const QString &) = 0;
+    virtual ~ZLogger() {}
+};
+
+class ZLoader
+{
+public:
+    virtual QSharedPointer<ZLibrary> loaded0(QString) = 0;
+    virtual QSharedPointer<ZLibrary> load0(QString) = 0;
+    virtual ~ZLoader() {}
+};
+
+class ZTempFile
+{
+public:
+    virtual QSharedPointer<QTemporaryFile> newFile0() = 0;
+    virtual ~ZTempFile() {}
+};
+
+class ZJobPoolSet
+{
+public:
+    virtual QSharedPointer<ZJobPool> find0(const QString &, int, int) = 0;
+    virtual ~ZJobPoolSet() {}
+};
+
+class ZThreadPoolSet
+{
+public:
+    virtual QSharedPointer<ZThreadPool> find0(const QString &) = 0;
+    virtual ~ZThreadPoolSet() {}
+};
+
+class ZDbus
+{
+public:
+    virtual bool bind0(const QUrl &, QWeakPointer<ZDbusSubscriber>) = 0;
+    virtual bool find0(const QUrl &) = 0;
+    virtual QList<QUrl> findAll0(const QRegularExpression &) = 0;
+    virtual bool invoke0(const QUrl &, QJsonObject *, QJsonObject *) = 0;
+    virtual ~ZDbus() {}
+};
+
+class ZContext
+{
+public:
+    virtual bool load0(QVariant &) = 0;
+    virtual bool save0(QVariant &) = 0;
+    virtual ~ZContext() {}
+};
+
+class ZScheduler
+{
+public:
+    virtual bool schedule0(QSharedPointer<ZScheduledActivity>) = 0;
+    virtual ~ZScheduler() {}
+};

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+// The real interfaces, and what their operations hand around.
+#pragma once
+
+#include <zconfig.h>
+#include <zcontext.h>
+#include <zdbus.h>
+#include <zdelegate.h>
+#include <zemitter.h>
+#include <zjobpoolset.h>
+#include <zloader.h>
+#include <zlogger.h>
+#include <zscheduler.h>
+#include <ztempfile.h>
+#include <zthreadpoolset.h>
+
+#include <QTemporaryFile>
+
+#include "operations.h"

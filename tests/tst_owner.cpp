@@ -1,0 +1,247 @@
+// SPDX-License-Identifier: Apache-2.0
+// However a component is held and announced, it has one owner: it lives to the last holder and ends once.
+#include "testcase.h"
+
+#include <QPointer>
+#include <QSemaphore>
+#include <QThread>
+
+#include <zdefaultconfig.h>
+#include <zdefaultemitter.h>
+#include <zdefaultloader.h>
+#include <zdefaultlogger.h>
+
+#include <memory>
+
+namespace {
+
+/// A default class that announces itself, and the ways in which an application may hold one of its objects.
+struct Announcing
+{
+    const char *name;
+    QObject *(*make)();
+    QSharedPointer<ZDelegate> (*delegateOver)(QObject *object);
+};
+
+/// Something that holds `object`, without a word of how.
+struct Held
+{
+    QObject *object;
+    std::shared_ptr<void> holder;
+};
+
+template <class Class, class Pointee>
+Held heldAs()
+{
+    auto *object = new Class;
+    return {object, std::make_shared<QSharedPointer<Pointee>>(object)};
+}
+
+template <class Class>
+Held heldAsCreated()
+{
+    const auto object = QSharedPointer<Class>::create();
+    return {object.data(), std::make_shared<QSharedPointer<Class>>(object)};
+}
+
+/// As an application does whose component lives on another thread than its last holder.
+template <class Class>
+Held heldToBeDeletedLater()
+{
+    auto *object = new Class;
+    return {object, std::make_shared<QSharedPointer<Class>>(object, &QObject::deleteLater)};
+}
+
+template <class Class, class Delegate>
+Announcing announcing(const char *name)
+{
+    return {name, []() -> QObject * { return new Class; },
+            [](QObject *object) -> QSharedPointer<ZDelegate> { return QSharedPointer<Delegate>::create(object); }};
+}
+
+const Announcing announcingClasses[] = {
+    announcing<ZDefaultConfig, ZConfigDelegate>("config"),
+    announcing<ZDefaultLogger, ZLoggerDelegate>("logger"),
+    announcing<ZDefaultLoader, ZLoaderDelegate>("loader"),
+};
+
+const struct
+{
+    const char *name;
+    Held (*make)();
+} holders[] = {
+    {"config, created", heldAsCreated<ZDefaultConfig>},
+    {"config, as itself", heldAs<ZDefaultConfig, ZDefaultConfig>},
+    {"config, as an object", heldAs<ZDefaultConfig, QObject>},
+    {"config, as its interface", heldAs<ZDefaultConfig, ZConfig>},
+    {"config, as a constant", heldAs<ZDefaultConfig, const ZDefaultConfig>},
+    {"config, to be deleted later", heldToBeDeletedLater<ZDefaultConfig>},
+    {"logger, created", heldAsCreated<ZDefaultLogger>},
+    {"logger, as itself", heldAs<ZDefaultLogger, ZDefaultLogger>},
+    {"logger, as an object", heldAs<ZDefaultLogger, QObject>},
+    {"logger, as its interface", heldAs<ZDefaultLogger, ZLogger>},
+    {"logger, as a constant", heldAs<ZDefaultLogger, const ZDefaultLogger>},
+    {"logger, to be deleted later", heldToBeDeletedLater<ZDefaultLogger>},
+    {"loader, created", heldAsCreated<ZDefaultLoader>},
+    {"loader, as itself", heldAs<ZDefaultLoader, ZDefaultLoader>},
+    {"loader, as an object", heldAs<ZDefaultLoader, QObject>},
+    {"loader, as its interface", heldAs<ZDefaultLoader, ZLoader>},
+    {"loader, as a constant", heldAs<ZDefaultLoader, const ZDefaultLoader>},
+    {"loader, to be deleted later", heldToBeDeletedLater<ZDefaultLoader>},
+};
+
+using Make = Held (*)();
+
+} // namespace
+
+Q_DECLARE_METATYPE(const Announcing *)
+Q_DECLARE_METATYPE(Make)
+
+class tst_Owner : public TestCase
+{
+    Q_OBJECT
+
+private:
+    static void eachAnnouncingClass();
+    static void eachHolder();
+
+private Q_SLOTS:
+    void survivesBeingInjectedTwice_data() { eachAnnouncingClass(); }
+    void survivesBeingInjectedTwice();
+    void survivesBeingInjectedIntoTwoEmitters_data() { eachAnnouncingClass(); }
+    void survivesBeingInjectedIntoTwoEmitters();
+    void survivesBeingBoundInTwoEmittersAtOnce_data() { eachAnnouncingClass(); }
+    void survivesBeingBoundInTwoEmittersAtOnce();
+    void survivesSeveralDelegatesOverARawPointer_data() { eachAnnouncingClass(); }
+    void survivesSeveralDelegatesOverARawPointer();
+    void isTheEmittersOnceTheApplicationLetsGo_data() { eachHolder(); }
+    void isTheEmittersOnceTheApplicationLetsGo();
+    void isTheApplicationsOnceTheEmitterIsGone_data() { eachHolder(); }
+    void isTheApplicationsOnceTheEmitterIsGone();
+};
+
+void tst_Owner::eachAnnouncingClass()
+{
+    QTest::addColumn<const Announcing *>("announcing");
+    for (const Announcing &announcing : announcingClasses)
+        QTest::newRow(announcing.name) << &announcing;
+}
+
+void tst_Owner::eachHolder()
+{
+    QTest::addColumn<Make>("make");
+    for (const auto &holder : holders)
+        QTest::newRow(holder.name) << holder.make;
+}
+
+void tst_Owner::survivesBeingInjectedTwice()
+{
+    QFETCH(const Announcing *, announcing);
+    const QPointer<QObject> component = announcing->make();
+    {
+        const Wiring wiring;
+        wiring->inject0(component);
+        QVERIFY(component);
+        wiring->inject0(component);
+        QVERIFY(component);
+        wiring->inject0(component);
+        QVERIFY(component);
+    }
+    QVERIFY(!component);
+}
+
+void tst_Owner::survivesBeingInjectedIntoTwoEmitters()
+{
+    QFETCH(const Announcing *, announcing);
+    const QPointer<QObject> component = announcing->make();
+    {
+        QScopedPointer<Wiring> first(new Wiring);
+        const Wiring second;
+        (*first)->inject0(component);
+        second->inject0(component);
+        (*first)->inject0(component);
+        QVERIFY(component);
+        second->bind0(announcing->delegateOver(component)); // one that keeps to its first emitter is there too now
+        first.reset();
+        QVERIFY(component);
+    }
+    QVERIFY(!component);
+}
+
+void tst_Owner::survivesBeingBoundInTwoEmittersAtOnce()
+{
+    QFETCH(const Announcing *, announcing);
+    const QPointer<QObject> component = announcing->make();
+    int ends = 0;
+    connect(
+        component, &QObject::destroyed, this, [&] { ++ends; }, Qt::DirectConnection);
+    {
+        const Wiring first;
+        const Wiring second;
+        QSemaphore start;
+        const auto bind = [&](const Wiring &wiring) {
+            start.acquire();
+            wiring->bind0(announcing->delegateOver(component));
+        };
+        const QScopedPointer<QThread> one(QThread::create([&] { bind(first); }));
+        const QScopedPointer<QThread> other(QThread::create([&] { bind(second); }));
+        one->start();
+        other->start();
+        start.release(2);
+        QVERIFY(one->wait(30000));
+        QVERIFY(other->wait(30000));
+        QCOMPARE(ends, 0);
+    }
+    QCOMPARE(ends, 1);
+}
+
+void tst_Owner::survivesSeveralDelegatesOverARawPointer()
+{
+    QFETCH(const Announcing *, announcing);
+    const QPointer<QObject> component = announcing->make();
+    auto first = announcing->delegateOver(component);
+    auto second = announcing->delegateOver(component);
+    first.clear();
+    QVERIFY(component);
+    auto third = announcing->delegateOver(component);
+    second.clear();
+    QVERIFY(component);
+    third.clear();
+    QVERIFY(!component);
+}
+
+void tst_Owner::isTheEmittersOnceTheApplicationLetsGo()
+{
+    QFETCH(Make, make);
+    Held held = make();
+    const QPointer<QObject> component = held.object;
+    {
+        const Wiring wiring;
+        wiring->inject0(component);
+        held.holder.reset();
+        QVERIFY(component); // the emitter's now
+        wiring->inject0(component);
+        QVERIFY(component);
+    }
+    QVERIFY(!component);
+}
+
+void tst_Owner::isTheApplicationsOnceTheEmitterIsGone()
+{
+    QFETCH(Make, make);
+    Held held = make();
+    const QPointer<QObject> component = held.object;
+    for (int i = 0; i < 2; ++i) {
+        const Wiring wiring;
+        wiring->inject0(component);
+        wiring->inject0(component);
+    }
+    QVERIFY(component);
+    held.holder.reset();
+    settle();
+    QVERIFY(!component);
+}
+
+QTEST_GUILESS_MAIN(tst_Owner)
+
+#include "tst_owner.moc"
