@@ -27,18 +27,23 @@ ZLibrarySet::ZLibrarySet(const QString &name, const QString &folder, ZEmitter *e
 
 ZLibrarySet::~ZLibrarySet()
 {
-    m_unloader->forgetSet();
-    // What is queued already would be dropped with this object, and its files stay mapped.
-    if (QThread::currentThread() == thread())
+    if (QThread::currentThread() == thread()) // else the application's event loop does it
         QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    m_unloader->forgetSet();
 }
 
 QSharedPointer<ZLibrary> ZLibrarySet::load(const QString &name, const QString &folder, ZEmitter *emitter)
 {
     const QMutexLocker locker(&m_mutex);
-    if (!name.contains(Dot))
-        return m_libraries.isEmpty() ? loadAll(name, folder, emitter) : loaded(name);
-    return m_libraries.contains(name) ? loaded(zBeforeDot(name)) : loadOne(name, folder, emitter);
+    const bool plain = !name.contains(Dot);
+    if (plain ? !m_libraries.isEmpty() : m_libraries.contains(name))
+        return loaded(zBeforeDot(name));
+    if (m_beingLoaded.contains(name)) // a plugin asks for itself while it is injected
+        return {};
+    m_beingLoaded.insert(name);
+    const QSharedPointer<ZLibrary> library = plain ? loadAll(name, folder, emitter) : loadOne(name, folder, emitter);
+    m_beingLoaded.remove(name);
+    return library;
 }
 
 QSharedPointer<ZLibrary> ZLibrarySet::loadAll(const QString &name, const QString &folder, ZEmitter *emitter)
@@ -92,6 +97,7 @@ void ZLibrarySet::unloadSlot(QSharedPointer<QPluginLoader> loader)
 {
     if (!loader)
         return;
+    m_unloader->takeUp(loader);
     const QString base = QFileInfo(loader->fileName()).completeBaseName();
     bool unloaded = false;
     {

@@ -9,6 +9,7 @@
 #include <QMultiMap>
 #include <QMutex>
 #include <QObject>
+#include <QSet>
 #include <QWeakPointer>
 
 class ZEmitter;
@@ -59,7 +60,8 @@ private:
 
     ZLogger *m_logger = nullptr;
     QMultiMap<QString, QWeakPointer<ZLibrary>> m_libraries; // newest first under one name
-    QRecursiveMutex m_mutex;                                // guards m_libraries, and makes loads wait for each other
+    QSet<QString> m_beingLoaded;
+    QRecursiveMutex m_mutex; // guards both, and makes loads wait for each other
     ZNamedLogger m_log;
     const QSharedPointer<ZUnloader> m_unloader;
 };

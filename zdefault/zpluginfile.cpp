@@ -6,8 +6,9 @@
 
 #include <QCoreApplication>
 #include <QHash>
-#include <QVector>
 #include <QWeakPointer>
+
+#include <utility>
 
 namespace {
 
@@ -45,25 +46,41 @@ void destroy(ZObject *root, const QString &file)
         waiting.unloader->queue(waiting.loader);
 }
 
+void unloadByApplication(const QSharedPointer<QPluginLoader> &loader)
+{
+    QCoreApplication *application = QCoreApplication::instance();
+    if (!application)
+        return;
+    const auto unloader = QSharedPointer<ZUnloader>::create(nullptr);
+    QMetaObject::invokeMethod(
+        application, [loader, unloader] { ZPluginFile::unload(loader, unloader); }, Qt::QueuedConnection);
+}
+
 } // namespace
 
 void ZUnloader::queue(const QSharedPointer<QPluginLoader> &loader)
 {
     const QMutexLocker locker(&m_mutex);
-    if (m_set) {
-        QMetaObject::invokeMethod(m_set, "unloadSlot", Qt::QueuedConnection,
-                                  Q_ARG(QSharedPointer<QPluginLoader>, loader));
-    } else if (QCoreApplication *application = QCoreApplication::instance()) {
-        const auto unloader = QSharedPointer<ZUnloader>::create(nullptr);
-        QMetaObject::invokeMethod(
-            application, [loader, unloader] { ZPluginFile::unload(loader, unloader); }, Qt::QueuedConnection);
+    if (!m_set) {
+        unloadByApplication(loader);
+        return;
     }
+    m_queued.append(loader);
+    QMetaObject::invokeMethod(m_set, "unloadSlot", Qt::QueuedConnection, Q_ARG(QSharedPointer<QPluginLoader>, loader));
+}
+
+void ZUnloader::takeUp(const QSharedPointer<QPluginLoader> &loader)
+{
+    const QMutexLocker locker(&m_mutex);
+    m_queued.removeOne(loader);
 }
 
 void ZUnloader::forgetSet()
 {
     const QMutexLocker locker(&m_mutex);
     m_set = nullptr;
+    for (const QSharedPointer<QPluginLoader> &loader : std::exchange(m_queued, {}))
+        unloadByApplication(loader);
 }
 
 QSharedPointer<QPluginLoader> ZPluginFile::find(const QString &name)

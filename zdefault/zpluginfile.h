@@ -4,6 +4,7 @@
 #include <QMutex>
 #include <QPluginLoader>
 #include <QSharedPointer>
+#include <QVector>
 
 class ZLibrarySet;
 class ZObject;
@@ -22,12 +23,15 @@ public:
 
     /// Has the set unload the file of `loader` from its event loop.
     void queue(const QSharedPointer<QPluginLoader> &loader);
-    /// Called by the set's destructor.
+    /// Called by the set when it takes up what was queued.
+    void takeUp(const QSharedPointer<QPluginLoader> &loader);
+    /// Called by the set's destructor. What it has not taken up goes to the application object.
     void forgetSet();
 
 private:
-    QMutex m_mutex; // guards m_set, so that it does not die while it is sent to
+    QMutex m_mutex; // guards both; m_set, so that it does not die while it is sent to
     ZLibrarySet *m_set;
+    QVector<QSharedPointer<QPluginLoader>> m_queued; // what is posted to the set dies with it
 };
 
 /**
