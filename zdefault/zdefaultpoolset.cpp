@@ -1,6 +1,59 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdefaultpoolset.h"
 
+#include "ztypename.h"
+#include "zwiring.h"
+
+#include <QReadLocker>
+#include <QWriteLocker>
+
+template <class Pool>
+template <class... Arguments>
+QSharedPointer<Pool> ZNamedPools<Pool>::find(const QString &name, Arguments... arguments)
+{
+    {
+        const QReadLocker locker(&m_lock);
+        const QSharedPointer<Pool> pool = m_pools.value(name);
+        if (pool)
+            return pool;
+    }
+    const QWriteLocker locker(&m_lock);
+    QSharedPointer<Pool> pool = m_pools.value(name); // somebody may have made it in between
+    if (!pool) {
+        pool = QSharedPointer<Pool>::create(arguments...);
+        m_pools.insert(QString(name.constData()), pool); // a deep copy: the caller may be a plugin
+    }
+    return pool;
+}
+
+const char *zDefaultJobPoolSetTypeName() { return zTypeName<ZDefaultJobPoolSet>("ZDefaultJobPoolSet*"); }
+
+const char *zDefaultThreadPoolSetTypeName() { return zTypeName<ZDefaultThreadPoolSet>("ZDefaultThreadPoolSet*"); }
+
+const char *const ZDefaultJobPoolSet::TypeName = zDefaultJobPoolSetTypeName();
+const char *const ZDefaultThreadPoolSet::TypeName = zDefaultThreadPoolSetTypeName();
+
+ZDefaultJobPoolSet::ZDefaultJobPoolSet() = default;
+
+QSharedPointer<ZJobPool> ZDefaultJobPoolSet::find0(const QString &name, int maxThreads, int expiryTimeout)
+{
+    return m_pools.find(name, maxThreads, expiryTimeout);
+}
+
+ZEmitter *ZDefaultJobPoolSet::getSetZEmitter(ZEmitter *emitter)
+{
+    return zAnnounce<ZJobPoolSetDelegate>(this, emitter);
+}
+
+ZDefaultThreadPoolSet::ZDefaultThreadPoolSet() = default;
+
+QSharedPointer<ZThreadPool> ZDefaultThreadPoolSet::find0(const QString &name) { return m_pools.find(name); }
+
+ZEmitter *ZDefaultThreadPoolSet::getSetZEmitter(ZEmitter *emitter)
+{
+    return zAnnounce<ZThreadPoolSetDelegate>(this, emitter);
+}
+
 ZJobPoolSetDelegate::ZJobPoolSetDelegate(QObject *object) : ZDelegate(refer(object)) { provide<ZJobPoolSet>(this); }
 
 ZJobPoolSetDelegate::ZJobPoolSetDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(std::move(object)))

@@ -2,8 +2,62 @@
 #pragma once
 
 #include "zdelegate.h"
+#include "zemitter.h"
+#include "zjobpool.h"
 #include "zjobpoolset.h"
+#include "zowned.h"
+#include "zthreadpool.h"
 #include "zthreadpoolset.h"
+
+#include <QHash>
+#include <QReadWriteLock>
+
+/// "ZDefaultJobPoolSet*", registered as a metatype.
+ZDEFAULT_EXPORT const char *zDefaultJobPoolSetTypeName();
+/// "ZDefaultThreadPoolSet*", registered as a metatype.
+ZDEFAULT_EXPORT const char *zDefaultThreadPoolSetTypeName();
+
+/// Pools by name, made when they are first asked for. Safe for use by any thread.
+template <class Pool>
+class ZNamedPools
+{
+public:
+    /// The pool called `name`, made with `arguments` if there is none yet. It is kept under its name up to the first
+    /// NUL, but looked up by all of it.
+    template <class... Arguments>
+    QSharedPointer<Pool> find(const QString &name, Arguments... arguments);
+
+private:
+    QHash<QString, QSharedPointer<Pool>> m_pools;
+    QReadWriteLock m_lock;
+};
+
+/**
+ * Job pools by name.
+ *
+ * Ownership: the emitter's, once announced. Shares the pools with its callers.
+ * Thread:    any.
+ * Failure:   none: any name is accepted.
+ */
+class ZDEFAULT_EXPORT ZDefaultJobPoolSet : public QObject, public ZJobPoolSet, public ZOwned
+{
+    Q_OBJECT
+    Q_INTERFACES(ZJobPoolSet)
+    Q_PROPERTY(ZEmitter *zEmitter READ getSetZEmitter WRITE getSetZEmitter)
+
+public:
+    static const char *const TypeName;
+
+    Q_INVOKABLE ZDefaultJobPoolSet();
+
+    QSharedPointer<ZJobPool> find0(const QString &name, int maxThreads, int expiryTimeout) override;
+
+    /// Announces the set, each time anew. Answers its argument.
+    ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
+
+private:
+    ZNamedPools<ZJobPool> m_pools;
+};
 
 /// Stands for a `ZJobPoolSet`.
 class ZDEFAULT_EXPORT ZJobPoolSetDelegate : public ZDelegate, public ZJobPoolSet
@@ -13,6 +67,34 @@ public:
     explicit ZJobPoolSetDelegate(QSharedPointer<QObject> object);
 
     QSharedPointer<ZJobPool> find0(const QString &name, int maxThreads, int expiryTimeout) override;
+};
+
+/**
+ * Registries of running threads by name.
+ *
+ * Ownership: the emitter's, once announced. Shares the registries with its callers; the last who lets go of one waits
+ *            for its threads.
+ * Thread:    any.
+ * Failure:   none: any name is accepted.
+ */
+class ZDEFAULT_EXPORT ZDefaultThreadPoolSet : public QObject, public ZThreadPoolSet, public ZOwned
+{
+    Q_OBJECT
+    Q_INTERFACES(ZThreadPoolSet)
+    Q_PROPERTY(ZEmitter *zEmitter READ getSetZEmitter WRITE getSetZEmitter)
+
+public:
+    static const char *const TypeName;
+
+    Q_INVOKABLE ZDefaultThreadPoolSet();
+
+    QSharedPointer<ZThreadPool> find0(const QString &name) override;
+
+    /// Announces the set, each time anew. Answers its argument.
+    ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
+
+private:
+    ZNamedPools<ZThreadPool> m_pools;
 };
 
 /// Stands for a `ZThreadPoolSet`.

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zglobal.h"
+#include "zjob.h"
+
+#include <QAtomicInteger>
+#include <QMutex>
+#include <QSharedPointer>
+#include <QThreadPool>
+
+/**
+ * A pool of threads of its own for short jobs.
+ *
+ * Ownership: keeps no job: see `ZJob`. The destructor waits for the jobs that run.
+ * Thread:    any.
+ * Failure:   false.
+ */
+class ZDEFAULT_EXPORT ZJobPool
+{
+public:
+    /// `maxThreads` and `expiryTimeout` (milliseconds) of 0 or less mean Qt's defaults.
+    ZJobPool(int maxThreads, int expiryTimeout);
+    ~ZJobPool();
+
+    /// Runs `job` as soon as a thread is free, those of higher `priority` first. With `force` it starts at once: if
+    /// all threads are busy the pool's maximum grows by one, and stays so.
+    void start(QSharedPointer<ZJob> job, bool force, int priority);
+    /// Starts `job` if a thread is free; otherwise it is not queued, and the answer is false.
+    bool tryStart(QSharedPointer<ZJob> job);
+    /// Takes `job` out of the queue, if it has not started.
+    void cancel(QSharedPointer<ZJob> job);
+    /// Empties the queue.
+    void clear();
+    /// Waits until no job runs or is queued, at most `msecs` milliseconds, -1 without limit. With `stop` the stop
+    /// counter is raised by one first, which jobs that share it may watch.
+    bool waitAll(int msecs, bool stop);
+    /// Starts at 0 and goes up by one with each `waitAll()` that stops: for a job, to compare with what it was when
+    /// the job began.
+    ZJob::Counter stopCounter() const;
+    /// How many jobs run at the moment.
+    operator unsigned long() const;
+
+private:
+    Q_DISABLE_COPY(ZJobPool)
+
+    const ZJob::Counter m_stop;
+    QThreadPool m_threads;
+    QMutex m_startLock; // one forced start at a time
+};
