@@ -1,6 +1,163 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdefaultscheduler.h"
 
+#include "zthreadpool.h"
+#include "ztypename.h"
+#include "zwiring.h"
+
+#include <QCoreApplication>
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <vector>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace {
+
+QString poolName() { return QStringLiteral("Pool-ZSchedulerThread"); }
+
+/// Whether so many descriptors could be opened now.
+bool descriptorsLeft(int count)
+{
+    std::vector<int> descriptors;
+    while (descriptors.size() < static_cast<size_t>(count)) {
+        const int descriptor = eventfd(0, EFD_CLOEXEC);
+        if (descriptor < 0)
+            break;
+        descriptors.push_back(descriptor);
+    }
+    for (const int descriptor : descriptors)
+        close(descriptor);
+    return descriptors.size() == static_cast<size_t>(count);
+}
+
+/// Threads that were started and have not come as far as to open the descriptor that each holds. Qt ends the process
+/// when one cannot.
+QAtomicInt startingThreads;
+
+/// What is left to others when activities are refused.
+constexpr int SpareDescriptors = 8;
+
+} // namespace
+
+const char *zDefaultSchedulerTypeName() { return zTypeName<ZDefaultScheduler>("ZDefaultScheduler*"); }
+
+const char *const ZDefaultScheduler::TypeName = zDefaultSchedulerTypeName();
+
+ZSchedulerThread::ZSchedulerThread(QSharedPointer<ZScheduledActivity> activity, QObject *parent)
+    : QThread(parent), m_activity(std::move(activity))
+{
+    setObjectName(QStringLiteral("ZSchedulerThread-%1").arg(m_activity ? m_activity->name() : QString()));
+}
+
+ZSchedulerThread::~ZSchedulerThread() = default;
+
+void ZSchedulerThread::run()
+{
+    while (m_activity && m_activity->wait() && m_activity->run()) {
+    }
+}
+
+ZDefaultScheduler::ZDefaultScheduler() = default;
+
+bool ZDefaultScheduler::schedule0(QSharedPointer<ZScheduledActivity> activity)
+{
+    const QSharedPointer<ZThreadPool> threads = pool();
+    if (!threads || !activity)
+        return false;
+
+    startingThreads.ref();
+    auto *thread = new ZSchedulerThread(std::move(activity));
+    connect(
+        thread, &QThread::started, thread, [] { startingThreads.deref(); }, Qt::DirectConnection);
+    if (!descriptorsLeft(startingThreads.loadAcquire() + SpareDescriptors) ||
+        !threads->poolAndStart(thread, QThread::NormalPriority)) {
+        startingThreads.deref();
+        delete thread;
+        return false;
+    }
+    const bool isRunning = thread->isRunning();
+    // Asked before: from here on the thread may be deleted any time. An activity that schedules another does so on a
+    // thread without an event loop, where nothing would ever be deleted later.
+    if (QCoreApplication *application = QCoreApplication::instance())
+        thread->moveToThread(application->thread());
+    return isRunning;
+}
+
+bool ZDefaultScheduler::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
+{
+    const QString command = url.path(QUrl::FullyDecoded);
+    if (command == QLatin1String("/printd"))
+        return printd(out);
+    if (command == QLatin1String("/shutdown"))
+        return shutdown();
+    return false;
+}
+
+ZConfig *ZDefaultScheduler::getSetZConfig(ZConfig *config)
+{
+    zKeepFirst(m_config, config);
+    return m_config;
+}
+
+ZLogger *ZDefaultScheduler::getSetZLogger(ZLogger *logger)
+{
+    if (logger)
+        m_log = ZNamedLogger(logger, QStringLiteral("zscheduler"));
+    return logger;
+}
+
+ZThreadPoolSet *ZDefaultScheduler::getSetZPoolSet(ZThreadPoolSet *poolSet)
+{
+    zKeepFirst(m_poolSet, poolSet);
+    return m_poolSet;
+}
+
+ZDbus *ZDefaultScheduler::getSetZDbus(ZDbus *dbus)
+{
+    zKeepFirst(m_dbus, dbus);
+    return m_dbus;
+}
+
+ZEmitter *ZDefaultScheduler::getSetZEmitter(ZEmitter *emitter)
+{
+    if (zKeepFirst(m_emitter, emitter)) {
+        const QSharedPointer<QObject> self = shared();
+        if (m_dbus)
+            m_dbus->bind0(QUrl(QStringLiteral("//ZScheduler")), qSharedPointerDynamicCast<ZDbusSubscriber>(self));
+        emitter->bind0(QSharedPointer<ZSchedulerDelegate>::create(self));
+    }
+    return emitter;
+}
+
+QSharedPointer<ZThreadPool> ZDefaultScheduler::pool()
+{
+    return m_poolSet ? m_poolSet->find0(poolName()) : QSharedPointer<ZThreadPool>();
+}
+
+bool ZDefaultScheduler::printd(QJsonObject *out)
+{
+    if (!out)
+        return false;
+    QJsonObject description{
+        {QStringLiteral("ZDefaultScheduler"), QString::number(reinterpret_cast<quintptr>(this), 16)}};
+    if (const QSharedPointer<ZThreadPool> threads = pool())
+        description.insert(poolName(), threads->printd());
+    out->insert(QStringLiteral("ZScheduler"), description);
+    return true;
+}
+
+bool ZDefaultScheduler::shutdown()
+{
+    const QSharedPointer<ZThreadPool> threads = pool();
+    if (m_emitter) { // may let go of the last share in this object, but for the one held here
+        const QSharedPointer<QObject> self = shared();
+        m_emitter->bind0(QSharedPointer<ZSchedulerDelegate>::create(QSharedPointer<QObject>()));
+    }
+    return threads && threads->waitAll(100);
+}
 ZSchedulerDelegate::ZSchedulerDelegate(QObject *object) : ZDelegate(refer(object)) { provide<ZScheduler>(this); }
 
 ZSchedulerDelegate::ZSchedulerDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(std::move(object)))
