@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "configuration.h"
 
+#include "timetable.h"
+
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -16,13 +18,15 @@ namespace {
 
 enum Type
 {
+    Any,
     Number,
     Text,
     Folder,
     Texts,
     Folders,
     Numbers,
-    Section
+    Section,
+    Timetable
 };
 
 struct Key
@@ -50,6 +54,10 @@ const std::vector<Key> &knownKeys()
           {"add-library-path", Folders, {}},
           {"add-path", Folders, {}},
           {"load-list", Texts, {}}}},
+        {"filesystem", Section, {{"temporary-folder", Text, {}}, {"temporary-fn-template", Text, {}}}},
+        {"schedule",
+         Timetable,
+         {{"url", Any, {}}, {"every", Any, {}}, {"from", Any, {}}, {"to", Any, {}}, {"repeat", Any, {}}}},
     };
     return keys;
 }
@@ -127,6 +135,8 @@ private:
     void value(const QJsonValue &value, const Key &key, const QString &path)
     {
         switch (key.type) {
+        case Any:
+            return;
         case Number:
             return expect(value.isDouble(), path, "a number");
         case Numbers:
@@ -141,6 +151,8 @@ private:
         case Section:
             expect(value.isObject(), path, "an object");
             return object(value.toObject(), key.keys, path + QLatin1Char('.'));
+        case Timetable:
+            return timetable(value, key, path);
         }
     }
 
@@ -161,6 +173,20 @@ private:
         for (int i = 0; i < array.size(); ++i) {
             const QString element = QStringLiteral("%1[%2]").arg(path, QString::number(i));
             this->value(array.at(i), {"", type == Folders ? Folder : Text, {}}, element);
+        }
+    }
+
+    void timetable(const QJsonValue &value, const Key &key, const QString &path)
+    {
+        expect(value.isArray(), path, "an array");
+        const QJsonArray entries = value.toArray();
+        for (int i = 0; i < entries.size(); ++i) {
+            const QString entry = QStringLiteral("%1[%2]").arg(path, QString::number(i));
+            object(entries.at(i).toObject(), key.keys, entry + QLatin1Char('.'));
+            QStringList wrong;
+            TimetableEntry::read(entries.at(i), &wrong);
+            for (const QString &what : qAsConst(wrong))
+                problem(entry, what + QStringLiteral("; it does not run"));
         }
     }
 

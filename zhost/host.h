@@ -1,19 +1,47 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "services.h"
+#include "timetable.h"
+
 #include <QJsonObject>
+#include <QObject>
 #include <QSharedPointer>
+#include <QStringList>
+
+#include <zdbussubscriber.h>
 
 class ZDefaultEmitter;
 
-/// The services of the host, wired. They go with it, the last that came first.
+/// The endpoint "//zhost": answers "/printd" with a report.
+class HostEndpoint : public ZDbusSubscriber
+{
+public:
+    HostEndpoint(const Services *services, const Timetable *timetable) : m_services(services), m_timetable(timetable) {}
+    bool invoked(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
+
+private:
+    const Services *m_services;
+    const Timetable *m_timetable;
+};
+
+/// The services, the plugins and the timetable of one configuration. They go with it, the last that came first.
 class Host
 {
 public:
     explicit Host(const QJsonObject &configuration);
     ~Host();
 
+    bool call(const QUrl &url, QJsonObject *in, QJsonObject *out);
+
+    /// Withdraws the scheduler, cancels the timetable and waits a while for what plugins have scheduled. Answers the
+    /// names of what does not end: while it runs, the host must not be destroyed.
+    QStringList stop();
+
 private:
     Q_DISABLE_COPY(Host)
     QSharedPointer<ZDefaultEmitter> m_emitter;
+    Services m_services;
+    Timetable m_timetable;
+    QSharedPointer<HostEndpoint> m_endpoint;
 };

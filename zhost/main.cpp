@@ -5,10 +5,15 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QJsonDocument>
+#include <QTimer>
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
+
+constexpr unsigned StopSeconds = 30; // a stop that takes longer is ended by force
 
 enum ExitCode
 {
@@ -20,16 +25,38 @@ enum ExitCode
 const char description[] =
     "Runs the plugins that a configuration names, until it is told to stop (SIGINT or SIGTERM).\n"
     "\n"
-    "CONFIG.json holds one JSON object. Its section \"logger\" switches what is written to stderr; its section\n"
+    "CONFIG.json holds one JSON object. Its section \"logger\" switches what is written to stderr. Its section\n"
     "\"loader\" names the plugins to load (\"load-list\"), the folder that they are loaded from (\"deployed\") and "
     "the\n"
-    "folder that is watched for new ones (\"hot-deploy\"). A relative folder is taken from the folder in which the\n"
-    "program zhost itself lies, not from the working directory.\n"
+    "folder that is watched for new ones (\"hot-deploy\"); a relative folder is taken from the folder in which the\n"
+    "program zhost itself lies, not from the working directory. Its section \"filesystem\" says where temporary files\n"
+    "are made. Its list \"schedule\" has bus calls that are made on a timetable, such as\n"
     "\n"
-    "Exit status: 0 stopped as told, or --check found nothing; 1 --check found something wrong; 2 the command line\n"
-    "or the configuration file cannot be used.";
+    "  {\"url\": \"//report/daily\", \"every\": 60000, \"from\": \"08:00:00\", \"to\": \"18:30:00\", \"repeat\": "
+    "true}\n"
+    "\n"
+    "of which \"every\" is in milliseconds; without \"from\" and \"to\" it goes on all day. A repeated call goes on "
+    "until\n"
+    "nobody handles it.\n"
+    "\n"
+    "The bus endpoint //zhost/printd tells what is wired and what runs.\n"
+    "\n"
+    "Exit status: 0 stopped as told, --check found nothing, --call was handled; 1 something had to be left running,\n"
+    "--check found something wrong, --call was not handled; 2 the command line or the configuration file cannot be "
+    "used.";
 
 void say(std::FILE *stream, const QString &line) { std::fprintf(stream, "%s\n", line.toLocal8Bit().constData()); }
+
+int callOnce(Host &host, const QUrl &url, QJsonObject request)
+{
+    QJsonObject answer;
+    if (!host.call(url, &request, &answer)) {
+        say(stderr, QStringLiteral("zhost: nobody handled %1").arg(url.toString()));
+        return Wrong;
+    }
+    say(stdout, QString::fromUtf8(QJsonDocument(answer).toJson(QJsonDocument::Indented).trimmed()));
+    return Success;
+}
 
 int refuse(const QString &reason)
 {
@@ -53,7 +80,12 @@ int main(int argc, char *argv[])
     const QCommandLineOption version = parser.addVersionOption();
     const QCommandLineOption check(QStringLiteral("check"),
                                    QStringLiteral("Read the configuration, say what is wrong with it, start nothing."));
-    parser.addOption(check);
+    const QCommandLineOption call(QStringLiteral("call"),
+                                  QStringLiteral("Start, call the bus once, print the answer as JSON, and stop."),
+                                  QStringLiteral("URL"));
+    const QCommandLineOption in(QStringLiteral("in"), QStringLiteral("The request that --call hands over: an object."),
+                                QStringLiteral("JSON"));
+    parser.addOptions({check, call, in});
     parser.addPositionalArgument(QStringLiteral("CONFIG.json"), QStringLiteral("The configuration."));
     if (!parser.parse(QCoreApplication::arguments()))
         return refuse(parser.errorText());
@@ -84,8 +116,33 @@ int main(int argc, char *argv[])
         return isWrong ? Wrong : Success;
     }
 
+    QUrl url;
+    QJsonObject request;
+    if (parser.isSet(in) && !parser.isSet(call))
+        return refuse(QStringLiteral("--in goes with --call"));
+    if (parser.isSet(call)) {
+        url = QUrl(parser.value(call), QUrl::StrictMode);
+        if (url.isEmpty() || !url.isValid())
+            return refuse(QStringLiteral("--call needs a URL, as //host/path"));
+        const QJsonDocument document = QJsonDocument::fromJson(parser.value(in).toUtf8());
+        if (parser.isSet(in) && !document.isObject())
+            return refuse(QStringLiteral("--in needs a JSON object"));
+        request = document.object();
+    }
+
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &application, &QCoreApplication::quit);
-    const Host host(configuration.object);
-    return QCoreApplication::exec();
+    Host host(configuration.object);
+    if (parser.isSet(call))
+        QTimer::singleShot(0, &application, [&] { QCoreApplication::exit(callOnce(host, url, request)); });
+    const int exitCode = QCoreApplication::exec();
+
+    endWithin(StopSeconds);
+    const QStringList running = host.stop();
+    if (running.isEmpty())
+        return exitCode;
+    for (const QString &name : running)
+        say(stderr, QStringLiteral("zhost: left running: %1").arg(name));
+    std::fflush(stdout);
+    std::_Exit(Wrong); // what still runs uses all that would be destroyed on the way out
 }

@@ -22,3 +22,6 @@ private:
     int m_readEnd = -1;
     QSocketNotifier *m_notifier = nullptr;
 };
+
+/// Ends the process with exit status 1, and a line on stderr, unless it has ended by itself within so many seconds.
+void endWithin(unsigned seconds);

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMutex>
+#include <QStringList>
+#include <QTime>
+#include <QUrl>
+#include <QVector>
+
+#include <zscheduledactivity.h>
+
+class ZDbus;
+class ZScheduler;
+
+/// One object of the section "schedule".
+struct TimetableEntry
+{
+    QUrl url;
+    int every = 0; // milliseconds
+    QTime from;    // both, or neither
+    QTime to;
+    bool repeat = true;
+
+    bool isDaily() const { return from.isValid(); }
+
+    /// Reads `value`; appends to `problems` what is wrong with it.
+    static TimetableEntry read(const QJsonValue &value, QStringList *problems);
+};
+
+/// A call of the bus that knows when it is due.
+class TimetableActivity : public ZDbusActivity
+{
+public:
+    TimetableActivity(const TimetableEntry &entry, ZDbus *dbus);
+    ~TimetableActivity() override;
+
+    bool wait() override;
+    bool run() override;
+
+    /// The entry, and since when it runs or when it will run next.
+    QJsonObject describe() const;
+
+private:
+    enum State
+    {
+        Idle,
+        Waiting,
+        Running,
+        Ended
+    };
+    bool enter(State state, const QDateTime &time);
+
+    const TimetableEntry m_entry;
+    mutable QMutex m_mutex; // guards the two below
+    State m_state = Idle;
+    QDateTime m_time; // of the next run, or of the beginning of the one that runs
+};
+
+/// What the section "schedule" has running.
+class Timetable
+{
+public:
+    /// Schedules every entry that can be; what is wrong with the others is for `Configuration` to tell.
+    void start(const QJsonValue &section, ZDbus *dbus, ZScheduler *scheduler);
+    void cancel();
+    QJsonArray describe() const;
+
+private:
+    QVector<QSharedPointer<TimetableActivity>> activities() const;
+
+    mutable QMutex m_mutex; // guards m_activities: the first to run may ask for a description while others are added
+    QVector<QSharedPointer<TimetableActivity>> m_activities;
+};
