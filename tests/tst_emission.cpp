@@ -6,10 +6,14 @@
 #include <QThread>
 
 #include <zdefaultconfig.h>
+#include <zdefaultcontext.h>
 #include <zdefaultdbus.h>
 #include <zdefaultemitter.h>
+#include <zdefaultfilesystem.h>
 #include <zdefaultloader.h>
 #include <zdefaultlogger.h>
+#include <zdefaultpoolset.h>
+#include <zdefaultscheduler.h>
 
 #include <functional>
 
@@ -140,10 +144,13 @@ void tst_Emission::emissionMakesADefaultComponent_data()
 {
     QTest::addColumn<QByteArray>("typeName");
     QTest::addColumn<QByteArray>("className");
-    QTest::newRow("config") << QByteArray(ZDefaultConfig::TypeName) << QByteArray("ZDefaultConfig");
-    QTest::newRow("emitter") << QByteArray(ZDefaultEmitter::TypeName) << QByteArray("ZDefaultEmitter");
-    QTest::newRow("logger") << QByteArray(ZDefaultLogger::TypeName) << QByteArray("ZDefaultLogger");
-    QTest::newRow("loader") << QByteArray(ZDefaultLoader::TypeName) << QByteArray("ZDefaultLoader");
+    const char *const typeNames[] = {ZDefaultConfig::TypeName,        ZDefaultEmitter::TypeName,
+                                     ZDefaultLogger::TypeName,        ZDefaultLoader::TypeName,
+                                     ZDefaultTempFile::TypeName,      ZDefaultJobPoolSet::TypeName,
+                                     ZDefaultThreadPoolSet::TypeName, ZDefaultDbus::TypeName,
+                                     ZDefaultContext::TypeName,       ZDefaultScheduler::TypeName};
+    for (const QByteArray typeName : typeNames)
+        QTest::newRow(typeName.constData()) << typeName << typeName.chopped(1);
 }
 
 void tst_Emission::emissionMakesADefaultComponent()

@@ -21,21 +21,43 @@
 
 namespace {
 
-/// One interface as a row of a table.
-struct Interface
+/// What plugins implement and call, as a row of a table.
+struct Contract
 {
     const char *name;
-    const char *identifier;
     bool isAbstract;
     size_t size;
     void *(*make)(QStringList *calls);
     QStringList (*use)(void *part);
     QStringList (*calls)();
     QStringList (*results)();
+};
+
+/// One that is reached through a delegate.
+struct Interface : Contract
+{
+    const char *identifier;
     /// How far the interface lies from the start of its delegate, less what the delegate's first base takes.
     qptrdiff delegateOffset;
     bool delegateAddsNoData;
 };
+
+template <class I>
+Contract row(const char *name)
+{
+    return {name,
+            std::is_abstract_v<I>,
+            sizeof(I),
+            [](QStringList *calls) -> void * { return static_cast<I *>(new Recorder<I>(calls)); },
+            [](void *part) {
+                auto *interface = static_cast<I *>(part);
+                const QStringList results = Operations<I>::use(*interface);
+                delete interface;
+                return results;
+            },
+            Operations<I>::calls,
+            Operations<I>::results};
+}
 
 template <class I, class Delegate>
 Interface row(const char *name)
@@ -50,20 +72,7 @@ Interface row(const char *name)
     };
     auto *const delegate = at<Delegate>(4096); // only its layout counts
     auto *const first = at<First>(4096);
-    return {name,
-            qobject_interface_iid<I *>(),
-            std::is_abstract_v<I>,
-            sizeof(I),
-            [](QStringList *calls) -> void * { return static_cast<I *>(new Recorder<I>(calls)); },
-            [](void *part) {
-                auto *interface = static_cast<I *>(part);
-                const QStringList results = Operations<I>::use(*interface);
-                delete interface;
-                return results;
-            },
-            Operations<I>::calls,
-            Operations<I>::results,
-            base(delegate) == 0 ? offset(delegate) - offset(first) : -1,
+    return {row<I>(name), qobject_interface_iid<I *>(), base(delegate) == 0 ? offset(delegate) - offset(first) : -1,
             sizeof(Delegate) == sizeof(First)};
 }
 
@@ -78,6 +87,11 @@ const Interface interfaces[] = {
     row<ZDbus, ZDbusDelegate>("ZDbus"),
     row<ZContext, ZContextDelegate>("ZContext"),
     row<ZScheduler, ZSchedulerDelegate>("ZScheduler"),
+};
+
+const Contract furtherContracts[] = {
+    row<ZDbusSubscriber>("ZDbusSubscriber"),
+    row<ZSchedule>("ZSchedule"),
 };
 
 /// One default class as a row of a table.
@@ -126,12 +140,25 @@ const QList<Component> &components()
                                      {"ZConfig* config", "ZEmitter* zEmitter"}),
         row<ZDefaultLoader, ZLoader>("ZDefaultLoader", "ZLoader", zDefaultLoaderTypeName,
                                      {"ZLogger* zLogger", "ZEmitter* zEmitter", "ZConfig* zConfig"}),
+        row<ZDefaultTempFile, ZTempFile>("ZDefaultTempFile", "ZTempFile", zDefaultTempFileTypeName,
+                                         {"ZConfig* config", "ZEmitter* zEmitter"}),
+        row<ZDefaultJobPoolSet, ZJobPoolSet>("ZDefaultJobPoolSet", "ZJobPoolSet", zDefaultJobPoolSetTypeName,
+                                             {"ZEmitter* zEmitter"}),
+        row<ZDefaultThreadPoolSet, ZThreadPoolSet>("ZDefaultThreadPoolSet", "ZThreadPoolSet",
+                                                   zDefaultThreadPoolSetTypeName, {"ZEmitter* zEmitter"}),
+        row<ZDefaultDbus, ZDbus>("ZDefaultDbus", "ZDbus", zDefaultDbusTypeName,
+                                 {"ZLogger* zLogger", "ZEmitter* zEmitter"}),
+        row<ZDefaultContext, ZContext>("ZDefaultContext", "ZContext", zDefaultContextTypeName, {"ZEmitter* zEmitter"}),
+        row<ZDefaultScheduler, ZScheduler>(
+            "ZDefaultScheduler", "ZScheduler", zDefaultSchedulerTypeName,
+            {"ZConfig* zConfig", "ZLogger* zLogger", "ZThreadPoolSet* zPoolSet", "ZDbus* zDbus", "ZEmitter* zEmitter"}),
     };
     return list;
 }
 
 } // namespace
 
+Q_DECLARE_METATYPE(const Contract *)
 Q_DECLARE_METATYPE(const Interface *)
 Q_DECLARE_METATYPE(const Component *)
 
@@ -140,17 +167,18 @@ class tst_Interfaces : public TestCase
     Q_OBJECT
 
 private:
+    static void eachContract();
     static void eachInterface();
     static void eachComponent();
 
 private Q_SLOTS:
-    void isAbstractWithoutDataOrBase_data() { eachInterface(); }
+    void isAbstractWithoutDataOrBase_data() { eachContract(); }
     void isAbstractWithoutDataOrBase();
     void hasItsIdentifier_data() { eachInterface(); }
     void hasItsIdentifier();
-    void aPluginBuiltBeforeReachesEachOperation_data() { eachInterface(); }
+    void aPluginBuiltBeforeReachesEachOperation_data() { eachContract(); }
     void aPluginBuiltBeforeReachesEachOperation();
-    void eachOperationOfAPluginBuiltBeforeIsReached_data() { eachInterface(); }
+    void eachOperationOfAPluginBuiltBeforeIsReached_data() { eachContract(); }
     void eachOperationOfAPluginBuiltBeforeIsReached();
     void aDelegateIsAZDelegateAndThenItsInterface_data() { eachInterface(); }
     void aDelegateIsAZDelegateAndThenItsInterface();
@@ -172,6 +200,15 @@ private Q_SLOTS:
     void theConfigurationNamesItsArgument();
 };
 
+void tst_Interfaces::eachContract()
+{
+    QTest::addColumn<const Contract *>("contract");
+    for (const Contract &interface : interfaces)
+        QTest::newRow(interface.name) << &interface;
+    for (const Contract &further : furtherContracts)
+        QTest::newRow(further.name) << &further;
+}
+
 void tst_Interfaces::eachInterface()
 {
     QTest::addColumn<const Interface *>("interface");
@@ -188,9 +225,9 @@ void tst_Interfaces::eachComponent()
 
 void tst_Interfaces::isAbstractWithoutDataOrBase()
 {
-    QFETCH(const Interface *, interface);
-    QVERIFY(interface->isAbstract);
-    QCOMPARE(interface->size, sizeof(void *)); // the pointer to its slots, and nothing else
+    QFETCH(const Contract *, contract);
+    QVERIFY(contract->isAbstract);
+    QCOMPARE(contract->size, sizeof(void *)); // the pointer to its slots, and nothing else
 }
 
 void tst_Interfaces::hasItsIdentifier()
@@ -201,31 +238,31 @@ void tst_Interfaces::hasItsIdentifier()
 
 void tst_Interfaces::aPluginBuiltBeforeReachesEachOperation()
 {
-    QFETCH(const Interface *, interface);
+    QFETCH(const Contract *, contract);
     const auto use = reinterpret_cast<void (*)(const char *, void *, QStringList *)>(
         QLibrary::resolve(QStringLiteral(FROZEN), "frozenUse"));
     QVERIFY(use);
 
     QStringList calls;
     QStringList results;
-    use(interface->name, interface->make(&calls), &results);
+    use(contract->name, contract->make(&calls), &results);
 
-    QCOMPARE(calls, interface->calls() << QStringLiteral("end"));
-    QCOMPARE(results, interface->results());
+    QCOMPARE(calls, contract->calls() << QStringLiteral("end"));
+    QCOMPARE(results, contract->results());
 }
 
 void tst_Interfaces::eachOperationOfAPluginBuiltBeforeIsReached()
 {
-    QFETCH(const Interface *, interface);
+    QFETCH(const Contract *, contract);
     const auto make = reinterpret_cast<void *(*)(const char *, QStringList *)>(
         QLibrary::resolve(QStringLiteral(FROZEN), "frozenMake"));
     QVERIFY(make);
 
     QStringList calls;
-    const QStringList results = interface->use(make(interface->name, &calls));
+    const QStringList results = contract->use(make(contract->name, &calls));
 
-    QCOMPARE(calls, interface->calls() << QStringLiteral("end"));
-    QCOMPARE(results, interface->results());
+    QCOMPARE(calls, contract->calls() << QStringLiteral("end"));
+    QCOMPARE(results, contract->results());
 }
 
 void tst_Interfaces::aDelegateIsAZDelegateAndThenItsInterface()

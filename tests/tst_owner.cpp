@@ -7,9 +7,14 @@
 #include <QThread>
 
 #include <zdefaultconfig.h>
+#include <zdefaultcontext.h>
+#include <zdefaultdbus.h>
 #include <zdefaultemitter.h>
+#include <zdefaultfilesystem.h>
 #include <zdefaultloader.h>
 #include <zdefaultlogger.h>
+#include <zdefaultpoolset.h>
+#include <zdefaultscheduler.h>
 
 #include <memory>
 
@@ -63,31 +68,12 @@ const Announcing announcingClasses[] = {
     announcing<ZDefaultConfig, ZConfigDelegate>("config"),
     announcing<ZDefaultLogger, ZLoggerDelegate>("logger"),
     announcing<ZDefaultLoader, ZLoaderDelegate>("loader"),
-};
-
-const struct
-{
-    const char *name;
-    Held (*make)();
-} holders[] = {
-    {"config, created", heldAsCreated<ZDefaultConfig>},
-    {"config, as itself", heldAs<ZDefaultConfig, ZDefaultConfig>},
-    {"config, as an object", heldAs<ZDefaultConfig, QObject>},
-    {"config, as its interface", heldAs<ZDefaultConfig, ZConfig>},
-    {"config, as a constant", heldAs<ZDefaultConfig, const ZDefaultConfig>},
-    {"config, to be deleted later", heldToBeDeletedLater<ZDefaultConfig>},
-    {"logger, created", heldAsCreated<ZDefaultLogger>},
-    {"logger, as itself", heldAs<ZDefaultLogger, ZDefaultLogger>},
-    {"logger, as an object", heldAs<ZDefaultLogger, QObject>},
-    {"logger, as its interface", heldAs<ZDefaultLogger, ZLogger>},
-    {"logger, as a constant", heldAs<ZDefaultLogger, const ZDefaultLogger>},
-    {"logger, to be deleted later", heldToBeDeletedLater<ZDefaultLogger>},
-    {"loader, created", heldAsCreated<ZDefaultLoader>},
-    {"loader, as itself", heldAs<ZDefaultLoader, ZDefaultLoader>},
-    {"loader, as an object", heldAs<ZDefaultLoader, QObject>},
-    {"loader, as its interface", heldAs<ZDefaultLoader, ZLoader>},
-    {"loader, as a constant", heldAs<ZDefaultLoader, const ZDefaultLoader>},
-    {"loader, to be deleted later", heldToBeDeletedLater<ZDefaultLoader>},
+    announcing<ZDefaultTempFile, ZTempFileDelegate>("temporary files"),
+    announcing<ZDefaultJobPoolSet, ZJobPoolSetDelegate>("job pools"),
+    announcing<ZDefaultThreadPoolSet, ZThreadPoolSetDelegate>("thread pools"),
+    announcing<ZDefaultDbus, ZDbusDelegate>("bus"),
+    announcing<ZDefaultContext, ZContextDelegate>("context"),
+    announcing<ZDefaultScheduler, ZSchedulerDelegate>("scheduler"),
 };
 
 using Make = Held (*)();
@@ -127,11 +113,30 @@ void tst_Owner::eachAnnouncingClass()
         QTest::newRow(announcing.name) << &announcing;
 }
 
+template <class Class, class Interface>
+void addHolders(const char *name)
+{
+    const auto add = [name](const char *how, Make make) { QTest::addRow("%s, %s", name, how) << make; };
+    add("created", heldAsCreated<Class>);
+    add("as itself", heldAs<Class, Class>);
+    add("as an object", heldAs<Class, QObject>);
+    add("as its interface", heldAs<Class, Interface>);
+    add("as a constant", heldAs<Class, const Class>);
+    add("to be deleted later", heldToBeDeletedLater<Class>);
+}
+
 void tst_Owner::eachHolder()
 {
     QTest::addColumn<Make>("make");
-    for (const auto &holder : holders)
-        QTest::newRow(holder.name) << holder.make;
+    addHolders<ZDefaultConfig, ZConfig>("config");
+    addHolders<ZDefaultLogger, ZLogger>("logger");
+    addHolders<ZDefaultLoader, ZLoader>("loader");
+    addHolders<ZDefaultTempFile, ZTempFile>("temporary files");
+    addHolders<ZDefaultJobPoolSet, ZJobPoolSet>("job pools");
+    addHolders<ZDefaultThreadPoolSet, ZThreadPoolSet>("thread pools");
+    addHolders<ZDefaultDbus, ZDbus>("bus");
+    addHolders<ZDefaultContext, ZContext>("context");
+    addHolders<ZDefaultScheduler, ZScheduler>("scheduler");
 }
 
 void tst_Owner::survivesBeingInjectedTwice()

@@ -35,6 +35,12 @@ const Component components[] = {
     {"ZDefaultEmitter*", &ZDefaultEmitter::staticMetaObject, QMetaType::type("ZDefaultEmitter*")},
     {"ZDefaultLogger*", &ZDefaultLogger::staticMetaObject, QMetaType::type("ZDefaultLogger*")},
     {"ZDefaultLoader*", &ZDefaultLoader::staticMetaObject, QMetaType::type("ZDefaultLoader*")},
+    {"ZDefaultTempFile*", &ZDefaultTempFile::staticMetaObject, QMetaType::type("ZDefaultTempFile*")},
+    {"ZDefaultJobPoolSet*", &ZDefaultJobPoolSet::staticMetaObject, QMetaType::type("ZDefaultJobPoolSet*")},
+    {"ZDefaultThreadPoolSet*", &ZDefaultThreadPoolSet::staticMetaObject, QMetaType::type("ZDefaultThreadPoolSet*")},
+    {"ZDefaultDbus*", &ZDefaultDbus::staticMetaObject, QMetaType::type("ZDefaultDbus*")},
+    {"ZDefaultContext*", &ZDefaultContext::staticMetaObject, QMetaType::type("ZDefaultContext*")},
+    {"ZDefaultScheduler*", &ZDefaultScheduler::staticMetaObject, QMetaType::type("ZDefaultScheduler*")},
 };
 
 template <class Delegate>

@@ -8,8 +8,7 @@
 #include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonObject>
-
-#include <vector>
+#include <QVector>
 
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -21,16 +20,16 @@ QString poolName() { return QStringLiteral("Pool-ZSchedulerThread"); }
 /// Whether so many descriptors could be opened now.
 bool descriptorsLeft(int count)
 {
-    std::vector<int> descriptors;
-    while (descriptors.size() < static_cast<size_t>(count)) {
+    QVector<int> descriptors;
+    while (descriptors.size() < count) {
         const int descriptor = eventfd(0, EFD_CLOEXEC);
         if (descriptor < 0)
             break;
-        descriptors.push_back(descriptor);
+        descriptors.append(descriptor);
     }
-    for (const int descriptor : descriptors)
+    for (const int descriptor : qAsConst(descriptors))
         close(descriptor);
-    return descriptors.size() == static_cast<size_t>(count);
+    return descriptors.size() == count;
 }
 
 /// Threads that were started and have not come as far as to open the descriptor that each holds. Qt ends the process

@@ -37,6 +37,8 @@ const struct
     {"ZDbus", make<ZDbus>, use<ZDbus>},
     {"ZContext", make<ZContext>, use<ZContext>},
     {"ZScheduler", make<ZScheduler>, use<ZScheduler>},
+    {"ZDbusSubscriber", make<ZDbusSubscriber>, use<ZDbusSubscriber>},
+    {"ZSchedule", make<ZSchedule>, use<ZSchedule>},
 };
 
 } // namespace

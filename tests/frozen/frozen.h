@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ten interfaces as they were published with 1.0, kept by hand: plugins built then are still about. This file does
+// The interfaces as they were published with 1.0, kept by hand: plugins built then are still about. This file does
 // not follow a change of the real headers; a test that fails for it says that such a plugin would break.
 #pragma once
 
@@ -98,6 +98,13 @@ public:
     virtual ~ZDbus() {}
 };
 
+class ZDbusSubscriber
+{
+public:
+    virtual ~ZDbusSubscriber() {}
+    virtual bool invoked(const QUrl &, QJsonObject *, QJsonObject *) = 0;
+};
+
 class ZContext
 {
 public:
@@ -111,4 +118,13 @@ class ZScheduler
 public:
     virtual bool schedule0(QSharedPointer<ZScheduledActivity>) = 0;
     virtual ~ZScheduler() {}
+};
+
+class ZSchedule
+{
+public:
+    virtual ~ZSchedule() {}
+    virtual QString name() const = 0;
+    virtual bool wait() = 0;
+    virtual void cancel() = 0;
 };

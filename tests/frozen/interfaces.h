@@ -5,11 +5,13 @@
 #include <zconfig.h>
 #include <zcontext.h>
 #include <zdbus.h>
+#include <zdbussubscriber.h>
 #include <zdelegate.h>
 #include <zemitter.h>
 #include <zjobpoolset.h>
 #include <zloader.h>
 #include <zlogger.h>
+#include <zschedule.h>
 #include <zscheduler.h>
 #include <ztempfile.h>
 #include <zthreadpoolset.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every operation of the ten interfaces, to be called and to be answered. The interfaces come from whoever includes
+// Every operation of the interfaces, to be called and to be answered. The interfaces come from whoever includes
 // this file: the real ones or the frozen ones.
 #pragma once
 
@@ -435,4 +435,66 @@ struct Operations<ZScheduler>
     static QStringList calls() { return {"schedule0(16)"}; }
     static QStringList results() { return {"true"}; }
     static QStringList neutral() { return {"false"}; }
+};
+
+template <>
+class Recorder<ZDbusSubscriber> : public ZDbusSubscriber
+{
+public:
+    explicit Recorder(QStringList *calls) : m_calls(calls) {}
+
+    bool invoked(const QUrl &url, QJsonObject *in, QJsonObject *out) override
+    {
+        m_calls.add("invoked", url, in, out);
+        return true;
+    }
+
+private:
+    Calls m_calls;
+};
+
+template <>
+struct Operations<ZDbusSubscriber>
+{
+    static QStringList use(ZDbusSubscriber &subscriber)
+    {
+        return {text(subscriber.invoked(QUrl(QStringLiteral("z://h/i")), at<QJsonObject>(16), at<QJsonObject>(32)))};
+    }
+    static QStringList calls() { return {"invoked(z://h/i,16,32)"}; }
+    static QStringList results() { return {"true"}; }
+};
+
+template <>
+class Recorder<ZSchedule> : public ZSchedule
+{
+public:
+    explicit Recorder(QStringList *calls) : m_calls(calls) {}
+
+    QString name() const override
+    {
+        m_calls.add("name");
+        return QStringLiteral("n");
+    }
+    bool wait() override
+    {
+        m_calls.add("wait");
+        return true;
+    }
+    void cancel() override { m_calls.add("cancel"); }
+
+private:
+    mutable Calls m_calls;
+};
+
+template <>
+struct Operations<ZSchedule>
+{
+    static QStringList use(ZSchedule &schedule)
+    {
+        const QStringList results{schedule.name(), text(schedule.wait())};
+        schedule.cancel();
+        return results;
+    }
+    static QStringList calls() { return {"name()", "wait()", "cancel()"}; }
+    static QStringList results() { return {"n", "true"}; }
 };

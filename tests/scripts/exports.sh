@@ -4,12 +4,16 @@
 set -euo pipefail
 
 classes=(
-    ZConfigDelegate ZContextDelegate ZDbusDelegate ZDefaultConfig ZDefaultEmitter ZDefaultLoader ZDefaultLogger
-    ZDelegate ZEmitterDelegate ZJobPoolSetDelegate ZLibrary ZLibrarySet ZLoaderDelegate ZLoggerDelegate ZNamedLogger
-    ZObject ZOwned ZReference ZSchedulerDelegate ZTempFileDelegate ZText ZThreadPoolSetDelegate
+    ZCodecAlias ZConfigDelegate ZContextDelegate ZDailySchedule ZDbusActivity ZDbusDelegate ZDefaultConfig
+    ZDefaultContext ZDefaultDbus ZDefaultEmitter ZDefaultJobPoolSet ZDefaultLoader ZDefaultLogger ZDefaultScheduler
+    ZDefaultTempFile ZDefaultThreadPoolSet ZDelegate ZEmitterDelegate ZJob ZJobPool ZJobPoolSetDelegate ZLibrary
+    ZLibrarySet ZLoaderDelegate ZLoggerDelegate ZNamedLogger ZObject ZOwned ZPeriodicSchedule ZReference
+    ZScheduledActivity ZSchedulerDelegate ZSchedulerThread ZTempFileDelegate ZText ZThreadPool ZThreadPoolSetDelegate
 )
 functions=(
-    zDefaultConfigTypeName zDefaultEmitterTypeName zDefaultLoaderTypeName zDefaultLoggerTypeName
+    zDefaultConfigTypeName zDefaultContextTypeName zDefaultDbusTypeName zDefaultEmitterTypeName
+    zDefaultJobPoolSetTypeName zDefaultLoaderTypeName zDefaultLoggerTypeName zDefaultSchedulerTypeName
+    zDefaultTempFileTypeName zDefaultThreadPoolSetTypeName
 )
 
 exported() {
