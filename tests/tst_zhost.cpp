@@ -2,6 +2,7 @@
 #include "folder.h"
 #include "testcase.h"
 
+#include <QDateTime>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -31,6 +32,12 @@ private Q_SLOTS:
     void startsInOrderAndStopsWellOn();
     void deploysWhatIsDropped();
     void secondSignalEndsAtOnce();
+    void callsOnceAndPrintsTheAnswer_data();
+    void callsOnceAndPrintsTheAnswer();
+    void callsTheTimetable();
+    void reportsWhatIsWiredAndWhatRuns();
+    void stopWaitsForWhatPluginsScheduled();
+    void stopNamesWhatDoesNotEnd();
 
 private:
     struct Result
@@ -138,6 +145,7 @@ void tst_ZHost::refusesACommandLineOrFileThatItCannotUse_data()
     m_folder.write(QStringLiteral("unended.json"), "{\"\xc3\xa4\": 1");
     m_folder.write(QStringLiteral("array.json"), "[1, 2]");
     m_folder.write(QStringLiteral("empty.json"), "");
+    m_folder.write(QStringLiteral("good.json"), "{}");
 
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("line");
@@ -161,6 +169,16 @@ void tst_ZHost::refusesACommandLineOrFileThatItCannotUse_data()
     QTest::newRow("an array")
         << QStringList{path("array.json")}
         << QStringLiteral("zhost: %1: the top level must be a JSON object").arg(path("array.json"));
+    QTest::newRow("a request for nobody")
+        << QStringList{"--in", "{}", path("good.json")} << "zhost: --in goes with --call";
+    QTest::newRow("a request that is no object")
+        << QStringList{"--call", "//a", "--in", "[]", path("good.json")} << "zhost: --in needs a JSON object";
+    QTest::newRow("a request that is no JSON")
+        << QStringList{"--call", "//a", "--in", "{", path("good.json")} << "zhost: --in needs a JSON object";
+    QTest::newRow("a call to nowhere") << QStringList{"--call", "", path("good.json")}
+                                       << "zhost: --call needs a URL, as //host/path";
+    QTest::newRow("a call to no URL") << QStringList{"--call", "//a:b:c", path("good.json")}
+                                      << "zhost: --call needs a URL, as //host/path";
     QTest::newRow("an array, to be checked")
         << QStringList{"--check", path("array.json")}
         << QStringLiteral("zhost: %1: the top level must be a JSON object").arg(path("array.json"));
@@ -180,8 +198,8 @@ void tst_ZHost::checkNamesWhatIsWrong_data()
 {
     QTest::addColumn<QByteArray>("configuration");
     QTest::addColumn<QString>("what");
-    const auto row = [](const char *name, const char *configuration, const char *what) {
-        QTest::newRow(name) << QByteArray(configuration) << QString::fromLatin1(what);
+    const auto row = [](const char *name, const QByteArray &configuration, const char *what) {
+        QTest::newRow(name) << configuration << QString::fromLatin1(what);
     };
     row("section misspelt", R"({"loger": {}})",
         "\"loger\": no service knows this key; the nearest known one is \"logger\"");
@@ -209,6 +227,32 @@ void tst_ZHost::checkNamesWhatIsWrong_data()
         "\"loader.load-list\": must be an array; it is ignored");
     row("element of a wrong type", R"({"loader": {"load-list": ["foo", 1]}})",
         "\"loader.load-list[1]\": must be a text that is not empty; it is ignored");
+    row("temporary folder of a wrong type", R"({"filesystem": {"temporary-folder": 1}})",
+        "\"filesystem.temporary-folder\": must be a text that is not empty; it is ignored");
+    row("schedule of a wrong type", R"({"schedule": {}})", "\"schedule\": must be an array; it is ignored");
+    row("entry of a wrong type", R"({"schedule": [3]})", "\"schedule[0]\": must be an object; it does not run");
+    row("entry without a URL", R"({"schedule": [{"every": 1}]})",
+        "\"schedule[0]\": \"url\" must be the URL to call, as //host/path; it does not run");
+    row("malformed URL", R"({"schedule": [{"url": "//a:b:c", "every": 1}]})",
+        "\"schedule[0]\": \"url\" must be the URL to call, as //host/path; it does not run");
+    row("entry without a period", R"({"schedule": [{"url": "//a", "every": 1}, {"url": "//a"}]})",
+        "\"schedule[1]\": \"every\" must be a whole number of milliseconds, at least 1; it does not run");
+    for (const char *const every : {"0", "-1", "1.5", "\"1\"", "2147483648"}) {
+        const QByteArray entry = QByteArray(R"({"url": "//a", "every": )") + every + '}';
+        row(every, R"({"schedule": [)" + entry + "]}",
+            "\"schedule[0]\": \"every\" must be a whole number of milliseconds, at least 1; it does not run");
+    }
+    row("half a window", R"({"schedule": [{"url": "//a", "every": 1, "from": "08:00:00"}]})",
+        "\"schedule[0]\": needs both \"from\" and \"to\", or neither; it does not run");
+    row("no time of day", R"({"schedule": [{"url": "//a", "every": 1, "from": "8:00", "to": "09:00:00"}]})",
+        "\"schedule[0]\": \"from\" must be a time of day, as hh:mm:ss; it does not run");
+    row("time of day past its end",
+        R"({"schedule": [{"url": "//a", "every": 1, "from": "08:00:00", "to": "24:00:00"}]})",
+        "\"schedule[0]\": \"to\" must be a time of day, as hh:mm:ss; it does not run");
+    row("repeat of a wrong type", R"({"schedule": [{"url": "//a", "every": 1, "repeat": 1}]})",
+        "\"schedule[0]\": \"repeat\" must be true or false; it does not run");
+    row("key of an entry misspelt", R"({"schedule": [{"url": "//a", "every": 1, "repaet": true}]})",
+        "\"schedule[0].repaet\": no service knows this key; the nearest known one is \"schedule[0].repeat\"");
 }
 
 void tst_ZHost::checkNamesWhatIsWrong()
@@ -230,7 +274,10 @@ void tst_ZHost::checkFindsNothingWrong_data()
     };
     row("empty", "{}");
     row("all keys", R"({"logger": {"debug": 0, "info": 1, "warning": 1, "critical": 1, "fatal": 0, "log": {"any": 7}},
-        "loader": {"hot-deploy": "/", "deployed": "/", "add-library-path": ["/"], "add-path": ["/"], "load-list": ["a"]}})");
+        "loader": {"hot-deploy": "/", "deployed": "/", "add-library-path": ["/"], "add-path": ["/"], "load-list": ["a"]},
+        "filesystem": {"temporary-folder": "none/yet", "temporary-fn-template": "a-XXXXXX"},
+        "schedule": [{"url": "//a/b", "every": 1, "from": "22:00:00", "to": "06:00:00", "repeat": false},
+                     {"url": "//a", "every": 2147483647}]})");
     row("comments", R"({"#logger": 1, "loader": {"#load-list": 3}, "logger": {"log": {"#zdefault": "x"}}})");
     row("a plugin's section", R"({"heartbeat": {"period": 3}})",
         "\"heartbeat\": no service knows this key, though a plugin may; the nearest known one is \"loader\"");
@@ -316,6 +363,136 @@ void tst_ZHost::secondSignalEndsAtOnce()
     host.signal(SIGCONT);
     QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
     QCOMPARE(host.process().exitStatus(), QProcess::CrashExit);
+}
+
+void tst_ZHost::callsOnceAndPrintsTheAnswer_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("out");
+    QTest::addColumn<QString>("err");
+    QTest::newRow("request") << QStringList{"--call", "//echo/say", "--in", R"({"a":[1,{"b":null}]})"} << 0
+                             << R"({"echo":{"a":[1,{"b":null}]}})"
+                             << "";
+    QTest::newRow("no request") << QStringList{"--call", "//ECHO"} << 0 << R"({"echo":{}})"
+                                << "";
+    QTest::newRow("not handled") << QStringList{"--call", "//echo/deaf"} << 1 << ""
+                                 << "zhost: nobody handled //echo/deaf\n";
+    QTest::newRow("nobody there") << QStringList{"--call", "//nobody/there"} << 1 << ""
+                                  << "zhost: nobody handled //nobody/there\n";
+}
+
+void tst_ZHost::callsOnceAndPrintsTheAnswer()
+{
+    QFETCH(QStringList, options);
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("echo")));
+    QJsonObject configuration = loaderOf(deployed, hotDeploy, {QStringLiteral("echo")});
+    configuration.insert(QStringLiteral("logger"), QJsonObject{{QStringLiteral("info"), 0}});
+    const Result result = runOn(QJsonDocument(configuration).toJson(), options);
+    QTEST(result.err, "err");
+    QTEST(result.exitCode, "exitCode");
+    const QJsonDocument answer = QJsonDocument::fromJson(result.out.toUtf8());
+    QTEST(QString::fromUtf8(answer.toJson(QJsonDocument::Compact)), "out");
+}
+
+void tst_ZHost::callsTheTimetable()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("echo")));
+    QJsonObject configuration = loaderOf(deployed, hotDeploy, {QStringLiteral("echo")});
+    configuration.insert(QStringLiteral("logger"), QJsonObject{{QStringLiteral("info"), 1}});
+    const auto entry = [](const char *url, bool repeat) {
+        return QJsonObject{{QStringLiteral("url"), QLatin1String(url)},
+                           {QStringLiteral("every"), 1},
+                           {QStringLiteral("repeat"), repeat}};
+    };
+    configuration.insert(QStringLiteral("schedule"),
+                         QJsonArray{entry("//echo/once", false), 3, entry("//echo/often", true)});
+    Running host(configuration);
+    QTRY_VERIFY(host.hasWritten(QString()) && host.written().count(QStringLiteral("echo: //echo/often\n")) >= 5);
+    QCOMPARE(host.written().count(QStringLiteral("echo: //echo/once\n")), 1);
+    QVERIFY(host.written().contains(QStringLiteral("\"schedule[1]\": must be an object; it does not run\n")));
+    host.signal(SIGTERM);
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
+    QCOMPARE(host.process().exitCode(), 0);
+}
+
+void tst_ZHost::reportsWhatIsWiredAndWhatRuns()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("echo")));
+    QJsonObject configuration = loaderOf(deployed, hotDeploy, {QStringLiteral("echo")});
+    configuration.insert(QStringLiteral("logger"), QJsonObject{{QStringLiteral("info"), 0}});
+    configuration.insert(
+        QStringLiteral("schedule"),
+        QJsonArray{QJsonObject{{QStringLiteral("url"), QStringLiteral("//echo")}, {QStringLiteral("every"), 3600000}}});
+    const QDateTime before = QDateTime::currentDateTime();
+    const Result result =
+        runOn(QJsonDocument(configuration).toJson(), {QStringLiteral("--call"), QStringLiteral("//zhost/printd")});
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.exitCode, 0);
+    const QJsonObject answer = QJsonDocument::fromJson(result.out.toUtf8()).object();
+    QCOMPARE(answer.keys(), QStringList{QStringLiteral("zhost")});
+    const QJsonObject report = answer.value(QStringLiteral("zhost")).toObject();
+    QCOMPARE(report.keys(), (QStringList{"activities", "endpoints", "plugins", "schedule", "services", "threads"}));
+
+    const QJsonObject services = report.value(QStringLiteral("services")).toObject();
+    QCOMPARE(services.keys(), (QStringList{"ZConfig", "ZContext", "ZDbus", "ZEmitter", "ZJobPoolSet", "ZLoader",
+                                           "ZLogger", "ZScheduler", "ZTempFile", "ZThreadPoolSet"}));
+    for (const auto &isBound : services)
+        QCOMPARE(isBound, QJsonValue(true));
+    QCOMPARE(report.value(QStringLiteral("plugins")),
+             QJsonValue(QJsonArray{deployed.filePath(QStringLiteral("libecho.so"))}));
+    QCOMPARE(report.value(QStringLiteral("endpoints")), QJsonValue(QJsonArray{"//echo", "//zhost", "//zscheduler"}));
+
+    const QJsonArray schedule = report.value(QStringLiteral("schedule")).toArray();
+    QCOMPARE(schedule.size(), 1);
+    const QJsonObject entry = schedule.first().toObject();
+    const QString name = QStringLiteral("ZDbusActivity(//echo, ZPeriodicSchedule(3600000))");
+    QCOMPARE(entry.value(QStringLiteral("name")).toString(), name);
+    QCOMPARE(entry.value(QStringLiteral("repeat")), QJsonValue(true));
+    if (entry.contains(QStringLiteral("next"))) { // else its thread has not come as far
+        const QDateTime next = QDateTime::fromString(entry.value(QStringLiteral("next")).toString(), Qt::ISODateWithMs);
+        QVERIFY(next >= before.addSecs(3600).addMSecs(-1));
+        QVERIFY(next <= QDateTime::currentDateTime().addSecs(3600));
+    }
+
+    const QJsonArray activities = report.value(QStringLiteral("activities")).toArray();
+    QCOMPARE(activities.size(), 1);
+    QCOMPARE(activities.first().toObject().value(QStringLiteral("Name")).toString(),
+             QStringLiteral("ZSchedulerThread-") + name);
+    const QJsonArray threads = report.value(QStringLiteral("threads")).toArray();
+    QVERIFY(threads.size() >= 1); // the second may be starting
+    QCOMPARE(threads.first().toObject().value(QStringLiteral("name")).toString(), QStringLiteral("zhost"));
+    QCOMPARE(threads.first().toObject().value(QStringLiteral("state")).toString(), QStringLiteral("R"));
+}
+
+void tst_ZHost::stopWaitsForWhatPluginsScheduled()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("worker")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("worker")}));
+    QTRY_VERIFY(host.hasWritten(QStringLiteral("hot-deploy folder changed: ") + hotDeploy.path()));
+    host.signal(SIGTERM);
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
+    host.hasWritten(QString());
+    QVERIFY2(!host.written().contains(QStringLiteral("left running")), qPrintable(host.written()));
+    QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(host.process().exitCode(), 0);
+}
+
+void tst_ZHost::stopNamesWhatDoesNotEnd()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("stubborn")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("stubborn")}));
+    QTRY_VERIFY(host.hasWritten(QStringLiteral("hot-deploy folder changed: ") + hotDeploy.path()));
+    host.signal(SIGTERM);
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("zhost: left running: ZSchedulerThread-work\n")), 30000);
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
+    QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(host.process().exitCode(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_ZHost)

@@ -43,7 +43,10 @@ Host::Host(const QJsonObject &configuration) : m_emitter(QSharedPointer<ZDefault
 
     m_endpoint = QSharedPointer<HostEndpoint>::create(&m_services, &m_timetable);
     m_services.dbus->bind0(QUrl(QStringLiteral("//zhost")), m_endpoint);
-    m_timetable.start(configuration.value(QStringLiteral("schedule")), m_services.dbus, m_services.scheduler);
+    const QStringList refused =
+        m_timetable.start(configuration.value(QStringLiteral("schedule")), m_services.dbus, m_services.scheduler);
+    for (const QString &name : refused)
+        m_services.logger->warning0(QStringLiteral("zhost: no room for one more thread: %1").arg(name));
 }
 
 Host::~Host()

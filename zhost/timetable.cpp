@@ -90,6 +90,12 @@ bool TimetableActivity::run()
     return ZDbusActivity::run() || enter(Ended, {});
 }
 
+bool TimetableActivity::isIdle() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_state == Idle;
+}
+
 QJsonObject TimetableActivity::describe() const
 {
     QJsonObject result{{QStringLiteral("name"), name()}, {QStringLiteral("repeat"), m_entry.repeat}};
@@ -120,8 +126,9 @@ bool TimetableActivity::enter(State state, const QDateTime &time)
     return false;
 }
 
-void Timetable::start(const QJsonValue &section, ZDbus *dbus, ZScheduler *scheduler)
+QStringList Timetable::start(const QJsonValue &section, ZDbus *dbus, ZScheduler *scheduler)
 {
+    QStringList refused;
     const QJsonArray entries = section.toArray();
     for (const auto &value : entries) {
         QStringList problems;
@@ -133,8 +140,10 @@ void Timetable::start(const QJsonValue &section, ZDbus *dbus, ZScheduler *schedu
             const QMutexLocker locker(&m_mutex);
             m_activities.append(activity);
         }
-        scheduler->schedule0(activity);
+        if (!scheduler->schedule0(activity) && activity->isIdle())
+            refused.append(activity->name());
     }
+    return refused;
 }
 
 void Timetable::cancel()

@@ -40,6 +40,8 @@ public:
     bool wait() override;
     bool run() override;
 
+    /// Whether nobody has begun with it yet.
+    bool isIdle() const;
     /// The entry, and since when it runs or when it will run next.
     QJsonObject describe() const;
 
@@ -63,8 +65,9 @@ private:
 class Timetable
 {
 public:
-    /// Schedules every entry that can be; what is wrong with the others is for `Configuration` to tell.
-    void start(const QJsonValue &section, ZDbus *dbus, ZScheduler *scheduler);
+    /// Schedules every entry that can be; what is wrong with the others is for `Configuration` to tell. Answers the
+    /// names of those for which there was no room.
+    QStringList start(const QJsonValue &section, ZDbus *dbus, ZScheduler *scheduler);
     void cancel();
     QJsonArray describe() const;
 
