@@ -20,13 +20,15 @@ readelf -d "$library" | grep -q 'SONAME.*\[libzdefault.so.1\]' || fail "wrong so
 if grep -rIl -e "$folder/first" -e "$source" "$prefix"; then fail "the package names the folder it came from"; fi
 
 echo "== find_package, and headers by their bare names"
-for example in host plugin demo; do
+for example in host jobs schedule plugin demo; do
     cmake -S "$source/examples/$example" -B "$folder/$example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
         -DCMAKE_CXX_FLAGS="$flags" >"$folder/log" || { cat "$folder/log"; fail "cannot configure $example"; }
     cmake --build "$folder/$example" --parallel 2 >"$folder/log" || { cat "$folder/log"; fail "cannot build $example"; }
 done
 QT_FORCE_STDERR_LOGGING=1 "$folder/host/host" 2>&1 | tee "$folder/out"
 grep -qx 'hello from a component that never met its logger' "$folder/out" || fail "the example host says something else"
+[ "$("$folder/jobs/jobs")" = "0 to 99 make 4950" ] || fail "the example of jobs says something else"
+[ "$("$folder/schedule/schedule")" = "counted to 4" ] || fail "the example of schedules says something else"
 
 cat >"$folder/config.json" <<JSON
 {"loader": {"deployed": "$folder/plugin", "hot-deploy": "$folder", "load-list": ["hello"]}}
