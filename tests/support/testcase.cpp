@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 #include <QEvent>
+#include <QLoggingCategory>
 
 #include <zdefaultemitter.h>
 
@@ -15,6 +16,8 @@ void TestCase::cleanup()
     settle();
     const QStringList unclaimed = m_messages->take(QtWarningMsg) + m_messages->take(QtCriticalMsg);
     m_messages.reset();
+    for (const QtMsgType type : {QtDebugMsg, QtInfoMsg, QtWarningMsg, QtCriticalMsg, QtFatalMsg})
+        QLoggingCategory::defaultCategory()->setEnabled(type, true); // loggers switch them off
     const QStringList mapped = mappedPlugins();
     QVERIFY2(unclaimed.isEmpty(), qPrintable(QStringLiteral("unclaimed: ") + unclaimed.join(QLatin1Char('\n'))));
     QVERIFY2(mapped.isEmpty(), qPrintable(QStringLiteral("left in memory: ") + mapped.join(QLatin1Char('\n'))));
