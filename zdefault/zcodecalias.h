@@ -11,7 +11,7 @@
  * An existing text codec under further names.
  *
  * Ownership: made with `new`; from then on it is the registry of codecs that owns it, to the end of the application.
- * Thread:    any.
+ * Thread:    any; but made while no other thread looks for a codec, which could meet it half made.
  * Failure:   over an unknown codec, each conversion gives a null text.
  */
 class ZDEFAULT_EXPORT ZCodecAlias : public QTextCodec

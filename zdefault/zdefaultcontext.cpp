@@ -10,6 +10,8 @@
 #include <QSet>
 #include <QThreadStorage>
 
+#include <utility>
+
 namespace {
 
 using Values = QHash<int, QVariant>; // by type
@@ -82,7 +84,8 @@ bool ZDefaultContext::save0(QVariant &value)
     QHash<quint64, Values> &contexts = threadValues.localData();
     if (!contexts.contains(m_id))
         dropDead(contexts);
-    contexts[m_id].insert(value.userType(), value);
+    QVariant &kept = contexts[m_id][value.userType()];
+    const QVariant before = std::exchange(kept, value); // to the end: its destructor may come back here
     return true;
 }
 

@@ -41,7 +41,7 @@ public:
     QList<QUrl> findAll0(const QRegularExpression &re) override;
     bool invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
 
-    /// Logs through `logger` from now on. Answers its argument.
+    /// Logs through `logger` from now on; to be called while nobody else uses the bus. Answers its argument.
     ZLogger *getSetZLogger(ZLogger *logger = nullptr);
     /// Announces the bus, each time anew. Answers its argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
