@@ -121,6 +121,7 @@ private Q_SLOTS:
 
     void numbersUnderLogAreCategories_data();
     void numbersUnderLogAreCategories();
+    void categoriesHeedCase();
     void anotherSectionThanAnObjectChangesNothing_data();
     void anotherSectionThanAnObjectChangesNothing();
     void indexesFollowTheOrderOfTheKeys();
@@ -144,6 +145,7 @@ private Q_SLOTS:
     void aNamedLoggerBuildsNoTextThatNobodyWants();
     void aNamedLoggerOfAnUnknownCategoryWritesNothing();
     void anUnboundNamedLoggerWritesNothing();
+    void aNamedLoggerOfALoggerThatIsGoneWritesNothing();
     void aCopiedNamedLoggerIsBoundToo();
     void failuresAreWarningsOrElseLines_data();
     void failuresAreWarningsOrElseLines();
@@ -327,6 +329,13 @@ void tst_Logger::numbersUnderLogAreCategories()
     QCOMPARE(logger->log0(0), mask);
     QCOMPARE(logger->log0(QStringLiteral("absent")), -1);
     QCOMPARE(logger->log0(name + QLatin1Char('x')), -1);
+}
+
+void tst_Logger::categoriesHeedCase()
+{
+    Configured logger(Configured::log(QJsonObject{{QStringLiteral("zdefault"), 1}, {QStringLiteral("ZDefault"), 2}}));
+    QCOMPARE(logger->log0(logger->log0(QStringLiteral("zdefault"))), 1);
+    QCOMPARE(logger->log0(logger->log0(QStringLiteral("ZDefault"))), 2);
 }
 
 void tst_Logger::anotherSectionThanAnObjectChangesNothing_data()
@@ -607,6 +616,7 @@ void tst_Logger::aNamedLoggerTestsTheMask()
             written << Line(line).kind.toInt(nullptr, 16);
     }
     QCOMPARE(written, kinds);
+    QCOMPARE(named.isEnabled(std::numeric_limits<int>::min()), mask < 0); // the highest bit is a kind too
 }
 
 void tst_Logger::aNamedLoggerBuildsNoTextThatNobodyWants()
@@ -641,6 +651,22 @@ void tst_Logger::anUnboundNamedLoggerWritesNothing()
         named.warn(1, QStringLiteral("hidden"));
     }
     QCOMPARE(messages().takeAll().size(), 0);
+}
+
+void tst_Logger::aNamedLoggerOfALoggerThatIsGoneWritesNothing()
+{
+    const auto journal = QSharedPointer<Journal>::create();
+    ZLoggerDelegate delegate(nullptr);
+    const ZNamedLogger early(&delegate, QStringLiteral("zdefault"));
+    delegate.replace(QSharedPointer<ZReference>::create(journal));
+    const ZNamedLogger named(&delegate, QStringLiteral("zdefault"));
+    early.log(1, QStringLiteral("was told of no kinds"));
+    named.log(1, QStringLiteral("written"));
+
+    delegate.replace({});
+    named.log(1, QStringLiteral("hidden"));
+    named.warn(1, QStringLiteral("hidden"));
+    QCOMPARE(journal->entries(), QStringList{QStringLiteral("zdefault 1: written")});
 }
 
 void tst_Logger::aCopiedNamedLoggerIsBoundToo()
