@@ -51,7 +51,8 @@ protected:
  * still fits before its end.
  *
  * A window whose `from` is later than its `to` crosses midnight; what lies of it after midnight serves only those who
- * began to wait before.
+ * began to wait before. When clocks are changed, a time that is left out that day comes as long after the gap, and of
+ * a time that comes twice the first counts.
  */
 class ZDEFAULT_EXPORT ZDailySchedule : public ZPeriodicSchedule
 {

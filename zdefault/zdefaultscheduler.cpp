@@ -157,6 +157,7 @@ bool ZDefaultScheduler::shutdown()
     }
     return threads && threads->waitAll(100);
 }
+
 ZSchedulerDelegate::ZSchedulerDelegate(QObject *object) : ZDelegate(refer(object)) { provide<ZScheduler>(this); }
 
 ZSchedulerDelegate::ZSchedulerDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(std::move(object)))

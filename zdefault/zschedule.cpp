@@ -3,6 +3,8 @@
 
 #include "zdailywindow.h"
 
+#include <climits>
+
 ZPeriodicSchedule::ZPeriodicSchedule(int period) : m_period(period) {}
 
 ZPeriodicSchedule::~ZPeriodicSchedule() = default;
@@ -32,15 +34,15 @@ bool ZDailySchedule::wait()
 {
     if (m_period < 1 || !m_from.isValid() || !m_to.isValid())
         return false;
-    const ZDailyWindow window = ZDailyWindow::at(QDateTime::currentDateTime(), m_from, m_to, m_period);
+    const QDateTime now = QDateTime::currentDateTime();
+    const ZDailyWindow window = ZDailyWindow::at(now, m_from, m_to, m_period);
     if (window.isOpen)
         return sleep(m_period);
-    // Asked again after each sleep: it may end early, and the clock may be set meanwhile.
-    qint64 left = QDateTime::currentDateTime().msecsTo(window.start);
-    do {
-        if (!sleep(static_cast<int>(left)))
+    // Asked again after each sleep: it may end early, and the clock may be set meanwhile, even by months.
+    for (qint64 left = now.msecsTo(window.start); left >= 1;
+         left = QDateTime::currentDateTime().msecsTo(window.start)) {
+        if (!sleep(static_cast<int>(qMin<qint64>(left, INT_MAX))))
             return false;
-        left = QDateTime::currentDateTime().msecsTo(window.start);
-    } while (left >= 1);
+    }
     return true;
 }
