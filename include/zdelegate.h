@@ -82,6 +82,7 @@ protected:
 
 private:
     Q_DISABLE_COPY(ZDelegate)
+    friend class ZEmitterLock;
 
     struct Target
     {

@@ -46,7 +46,7 @@ public:
                             QGenericArgument a9 = QGenericArgument()) = 0;
     /**
      * Writes into each property of `object` that is typed as an interface pointer the delegate filed for that
-     * interface, in the order in which the properties are declared. Returns `object`.
+     * interface, in the order in which the properties are declared. Returns `object`; null if it died of a write.
      *
      * A property whose interface nobody provides yet is left as it is, and is not written later by itself.
      */

@@ -18,6 +18,7 @@
 #include <zdefaultscheduler.h>
 
 #include <functional>
+#include <type_traits>
 
 namespace {
 
@@ -120,6 +121,21 @@ private:
     QThread **const m_grave; // the thread on which this ended
 };
 
+/// Waits while it is asked for its interface.
+class Slow : public QObject
+{
+public:
+    void *qt_metacast(const char *name) override
+    {
+        asked.release();
+        answer.tryAcquire(1, LongTime);
+        return QObject::qt_metacast(name);
+    }
+
+    QSemaphore asked;
+    QSemaphore answer;
+};
+
 class tst_Delegate : public TestCase
 {
     Q_OBJECT
@@ -150,6 +166,7 @@ private Q_SLOTS:
     void anExchangeReachesTheNextComponent_data() { eachDelegate(); }
     void anExchangeReachesTheNextComponent();
 
+    void referencesAndDelegatesAreDeletedByTheirBase();
     void aBareDelegateCarriesNothing();
     void aBareDelegateKeepsItsReference();
     void replaceReturnsTheReferenceBefore();
@@ -164,6 +181,10 @@ private Q_SLOTS:
     void aComponentMayExchangeItselfDuringACall();
     void aComponentMayCallItsOwnDelegate();
     void anotherThreadMayCallDuringACall();
+    void anExchangeWaitsForACallThatLooksForItsTarget();
+    void aCallMayOutliveItsDelegate();
+    void aComponentMayUseItsDelegateAsItEnds();
+    void aComponentThatThrowsIsLetGo();
 };
 
 void tst_Delegate::eachDelegate()
@@ -289,6 +310,12 @@ void tst_Delegate::anExchangeReachesTheNextComponent()
 
     before.clear();
     QCOMPARE(first, QStringList{"end"});
+}
+
+void tst_Delegate::referencesAndDelegatesAreDeletedByTheirBase()
+{
+    QVERIFY(std::has_virtual_destructor_v<ZReference>);
+    QVERIFY(std::has_virtual_destructor_v<ZDelegate>);
 }
 
 void tst_Delegate::aBareDelegateCarriesNothing()
@@ -462,6 +489,88 @@ void tst_Delegate::anotherThreadMayCallDuringACall()
     QCOMPARE(delegate->greet(QStringLiteral("outer")), QStringLiteral("outer"));
     QCOMPARE(inner, QStringLiteral("inner"));
     QCOMPARE(delegate->greet(QStringLiteral("you")), QStringLiteral("new you"));
+}
+
+void tst_Delegate::anExchangeWaitsForACallThatLooksForItsTarget()
+{
+    auto *slow = new Slow;
+    GreeterDelegate delegate(slow);
+    const QScopedPointer<QThread> caller(QThread::create([&] { delegate.greet({}); }));
+    caller->start();
+    QVERIFY(slow->asked.tryAcquire(1, LongTime));
+
+    QSemaphore started;
+    QSemaphore read;
+    QSemaphore exchanged;
+    const QScopedPointer<QThread> reader(QThread::create([&] {
+        started.release();
+        const QSharedPointer<ZReference> reference(delegate);
+        read.release();
+    }));
+    const QScopedPointer<QThread> exchanger(QThread::create([&] {
+        started.release();
+        delegate.replace({});
+        exchanged.release();
+    }));
+    reader->start();
+    exchanger->start();
+    const bool bothStarted = started.tryAcquire(2, LongTime);
+    const bool tooEarly = read.tryAcquire(1, 200) || exchanged.tryAcquire(1, 200); // time enough to go wrong
+    slow->answer.release();
+    QVERIFY(caller->wait(LongTime));
+    QVERIFY(reader->wait(LongTime));
+    QVERIFY(exchanger->wait(LongTime));
+    QVERIFY(bothStarted);
+    QVERIFY(!tooEarly);
+    QCOMPARE(delegate.greet({}), QStringLiteral("nobody"));
+}
+
+void tst_Delegate::aCallMayOutliveItsDelegate()
+{
+    QScopedPointer<GreeterDelegate> delegate;
+    QPointer<QObject> component;
+    bool aliveInside = false;
+    delegate.reset(new GreeterDelegate(component = new Speaker([&](const QString &name) {
+                                           delegate.reset();
+                                           aliveInside = component;
+                                           return name;
+                                       })));
+    QCOMPARE(delegate->greet(QStringLiteral("you")), QStringLiteral("you"));
+    QVERIFY(aliveInside);
+    QVERIFY(!component);
+}
+
+void tst_Delegate::aComponentMayUseItsDelegateAsItEnds()
+{
+    QScopedPointer<GreeterDelegate> delegate;
+    QStringList said;
+    const auto sayingAtItsEnd = [&](Speaker::Greeting greeting) {
+        auto *speaker = new Speaker(std::move(greeting));
+        connect(speaker, &QObject::destroyed, this, [&] { said << delegate->greet(QStringLiteral("me")); });
+        return speaker;
+    };
+    const auto next = [&] { return refer(hello(QStringLiteral("next "))); };
+
+    delegate.reset(new GreeterDelegate(sayingAtItsEnd({})));
+    delegate->replace(next()); // ends with what this returns
+    QCOMPARE(said, QStringList{"next me"});
+
+    delegate->replace(refer(sayingAtItsEnd([&](const QString &name) {
+        delegate->replace(next());
+        return name;
+    })));
+    QCOMPARE(delegate->greet(QStringLiteral("you")), QStringLiteral("you")); // ends with this call
+    QCOMPARE(said, QStringList({"next me", "next me"}));
+}
+
+void tst_Delegate::aComponentThatThrowsIsLetGo()
+{
+    const QPointer<QObject> component = new Speaker([](const QString &) -> QString { throw 1; });
+    GreeterDelegate delegate(component.data());
+    QVERIFY_EXCEPTION_THROWN(delegate.greet({}), int);
+    QVERIFY(component);
+    delegate.replace({});
+    QVERIFY(!component);
 }
 
 QTEST_GUILESS_MAIN(tst_Delegate)

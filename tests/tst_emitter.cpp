@@ -180,6 +180,8 @@ private Q_SLOTS:
     void aWriterMayBindForALaterProperty();
     void aWriterMayCreateAndInject();
     void anotherThreadsBindWaitsForAnInjection();
+    void anotherThreadsInjectionWaitsForAnInjection();
+    void aWriterThatThrowsLetsGoOfTheEmitter();
     void aConsumerKeepsItsFirstService();
 
     void installGivesTheDelegateNotTheEmitter();
@@ -187,12 +189,14 @@ private Q_SLOTS:
     void installOfAnotherEmitterTakesOver();
     void installOfNothingMakesTheEmitterNeutral();
     void anEmitterInstalledOnItselfLivesOn();
+    void anEmitterMayBeLetGoThroughItself();
 
     void theFirstBindReturnsNothing();
     void theSecondBindReturnsTheReferenceOfTheFirst();
     void aBindReachesThoseWhoAreInjectedAlready();
     void theFirstDelegateStaysFiled();
     void theDelegateOfALaterBindIsNotFiled();
+    void theDelegateOfALaterBindStillReachesItsComponent();
     void interfacesAreBoundIndependently();
     void bindOfNothingFilesNothing();
     void bindOfAnInvalidDelegateFilesNothing();
@@ -203,6 +207,7 @@ private Q_SLOTS:
     void theEndReleasesTheLastThatCameFirst();
     void theEndSparesWhatOthersHold();
     void aComponentMayCallServicesAsItEnds();
+    void aComponentMayPutBackTheOneBeforeAsItEnds();
 };
 
 void tst_Emitter::injectionReturnsItsObject()
@@ -342,6 +347,40 @@ void tst_Emitter::anotherThreadsBindWaitsForAnInjection()
     QCOMPARE(busy.m_dbus, delegate.data());
 }
 
+void tst_Emitter::anotherThreadsInjectionWaitsForAnInjection()
+{
+    const Wiring wiring;
+    Consumer consumer;
+    QSemaphore aboutToInject;
+    QSemaphore injected;
+    const QScopedPointer<QThread> other(QThread::create([&] {
+        aboutToInject.release();
+        wiring->inject0(&consumer);
+        injected.release();
+    }));
+    Busy busy;
+    bool injectedInside = false;
+    busy.m_work = [&](ZEmitter *) {
+        other->start();
+        injectedInside = aboutToInject.tryAcquire(1, LongTime) && injected.tryAcquire(1, 200); // enough to go wrong
+    };
+    wiring->inject0(&busy);
+    QVERIFY(other->wait(LongTime));
+    QVERIFY(!injectedInside);
+    QCOMPARE(consumer.m_written, QStringList{"emitter"});
+}
+
+void tst_Emitter::aWriterThatThrowsLetsGoOfTheEmitter()
+{
+    const Wiring wiring;
+    Busy busy;
+    busy.m_work = [](ZEmitter *) { throw 1; };
+    QVERIFY_EXCEPTION_THROWN(wiring->inject0(&busy), int);
+    Consumer consumer;
+    QVERIFY(elsewhere([&] { wiring->inject0(&consumer); }));
+    QCOMPARE(consumer.m_written, QStringList{"emitter"});
+}
+
 void tst_Emitter::aConsumerKeepsItsFirstService()
 {
     const Wiring wiring;
@@ -432,6 +471,21 @@ void tst_Emitter::anEmitterInstalledOnItselfLivesOn()
     QVERIFY(!watched);
 }
 
+void tst_Emitter::anEmitterMayBeLetGoThroughItself()
+{
+    auto emitter = QSharedPointer<ZDefaultEmitter>::create();
+    const QPointer<ZDefaultEmitter> watched = emitter.data();
+    emitter->install(emitter);
+    Keeper keeper;
+    emitter->inject0(&keeper);
+    emitter.clear();
+
+    auto before = keeper.m_emitter->bind0(QSharedPointer<ZEmitterDelegate>::create(QSharedPointer<QObject>()));
+    QVERIFY(watched);
+    before.clear();
+    QVERIFY(!watched);
+}
+
 void tst_Emitter::theFirstBindReturnsNothing()
 {
     ZDefaultEmitter emitter;
@@ -489,6 +543,15 @@ void tst_Emitter::theDelegateOfALaterBindIsNotFiled()
     Guest guest;
     emitter.inject0(&guest);
     QCOMPARE(guest.m_greeter->greet(QStringLiteral("you")), QStringLiteral("hello you"));
+}
+
+void tst_Emitter::theDelegateOfALaterBindStillReachesItsComponent()
+{
+    ZDefaultEmitter emitter;
+    emitter.bind0(greeting(new Speaker(QString())));
+    const auto later = QSharedPointer<GreeterDelegate>::create(new Speaker(QStringLiteral("hello ")));
+    emitter.bind0(later);
+    QCOMPARE(later->greet(QStringLiteral("you")), QStringLiteral("hello you"));
 }
 
 void tst_Emitter::interfacesAreBoundIndependently()
@@ -608,6 +671,31 @@ void tst_Emitter::aComponentMayCallServicesAsItEnds()
     }
     QCOMPARE(said, QStringList({"hello you", "nobody"}));
     QCOMPARE(injected, &guest);
+}
+
+void tst_Emitter::aComponentMayPutBackTheOneBeforeAsItEnds()
+{
+    auto config = QSharedPointer<ZConfigDelegate>::create(new ZDefaultConfig({{QStringLiteral("a"), 1}}));
+    QStringList ends;
+    QSharedPointer<ZReference> before;
+    {
+        ZDefaultEmitter emitter;
+        ZConfig *const given = config.data();
+        emitter.bind0(config);
+        config.clear();
+        emitter.bind0(greeting(new Speaker(QString(), [&ends, given] {
+            ends << QStringLiteral("first, config has %1").arg(given->toJson0().size());
+        })));
+        before = emitter.bind0(greeting(nullptr));
+        emitter.bind0(greeting(new Speaker(QString(), [&ends, &emitter, &before] {
+            ends << QStringLiteral("second");
+            const auto delegate = QSharedPointer<GreeterDelegate>::create(nullptr);
+            delegate->replace(before);
+            before.clear();
+            emitter.bind0(delegate);
+        })));
+    }
+    QCOMPARE(ends, QStringList({"second", "first, config has 1"}));
 }
 
 QTEST_GUILESS_MAIN(tst_Emitter)

@@ -89,15 +89,18 @@ private Q_SLOTS:
     void filesAreTakenByNameIgnoringCase();
     void fileDroppedWhileTheApplicationRunsIsDeployed();
     void filesThatWaitAtTheStartAreDeployedAfterTheList();
+    void filesDroppedDuringTheStartAreDeployedToo();
     void withoutAHotDeployFolderPluginsAreLoadedAllTheSame();
     void withoutADeployedFolderNothingIsMoved();
 
     void linkInTheWorkingDirectoryHoldsAPluginBack();
     void fileInTheWorkingDirectoryHoldsNothingBack();
     void linkInTheHotDeployFolderIsDeployed();
+    void linkToAFolderIsALinkLikeAnyOther();
 
     void takenNameStaysWhereItIs_data();
     void takenNameStaysWhereItIs();
+    void nameThatAFolderHasIsTakenToo();
     void droppedTwiceStaysTheSecondTime();
     void stampedNameOfATakenOneIsDeployedWhenItIsThere();
     void failureDoesNotHinderTheOthers();
@@ -226,6 +229,29 @@ void tst_HotDeploy::filesThatWaitAtTheStartAreDeployedAfterTheList()
     QCOMPARE(site.deployed.files(), QStringList({Foo, QStringLiteral("liblisted.so")}));
 }
 
+void tst_HotDeploy::filesDroppedDuringTheStartAreDeployedToo()
+{
+    class Dropping : public ZDefaultLoader
+    {
+    public:
+        const Folder *hot = nullptr;
+
+        QSharedPointer<ZLibrary> load0(QString name) override
+        {
+            if (name == QLatin1String("libfoo")) // it is not watched yet
+                hot->drop(Plain, QStringLiteral("libgoo.so"));
+            return ZDefaultLoader::load0(name);
+        }
+    };
+
+    Site site;
+    site.hot.drop(Plain, Foo);
+    auto *const loader = new Dropping;
+    loader->hot = &site.hot;
+    site.host.wire(site.section(), loader);
+    QCOMPARE(site.deployed.files(), QStringList({Foo, QStringLiteral("libgoo.so")}));
+}
+
 void tst_HotDeploy::withoutAHotDeployFolderPluginsAreLoadedAllTheSame()
 {
     Site site;
@@ -326,6 +352,30 @@ void tst_HotDeploy::takenNameStaysWhereItIs()
     QCOMPARE(site.loader->asked, QStringList());
     QCOMPARE(site.hot.files(), QStringList{file});
     QCOMPARE(site.deployed.files(), QStringList{file});
+}
+
+void tst_HotDeploy::nameThatAFolderHasIsTakenToo()
+{
+    Site site;
+    site.start();
+    QVERIFY(QDir(site.deployed.path()).mkdir(Foo));
+    site.hot.drop(Plain, Foo);
+    const QStringList entries = site.change();
+    QCOMPARE(entries.size(), 1);
+    QVERIFY2(entries.first().contains(QRegularExpression(QStringLiteral("libfoo\\.\\d{8}-\\d{9}\\.so to "))),
+             qPrintable(entries.first()));
+    QCOMPARE(site.hot.files(), QStringList{Foo});
+}
+
+void tst_HotDeploy::linkToAFolderIsALinkLikeAnyOther()
+{
+    Site site;
+    site.start();
+    const Folder elsewhere;
+    QVERIFY(QFile::link(elsewhere.path(), site.hot.filePath(Foo)));
+    const QStringList entries = site.change();
+    QVERIFY(entries.value(0).startsWith(QLatin1String("warning: failed to load libfoo: ")));
+    QVERIFY(QFileInfo(site.deployed.filePath(Foo)).isSymLink());
 }
 
 void tst_HotDeploy::droppedTwiceStaysTheSecondTime()

@@ -16,7 +16,10 @@
 #include <zdefaultlogger.h>
 #include <zdefaultpoolset.h>
 #include <zdefaultscheduler.h>
+#include <zdelegate.h>
+#include <zscheduledactivity.h>
 
+#include <cstring>
 #include <type_traits>
 
 namespace {
@@ -156,8 +159,81 @@ const QList<Component> &components()
     return list;
 }
 
+/// The function through which a component is given a service, which is both reader and writer of a property.
+struct Consumption
+{
+    const char *name;
+    const char *property;
+    bool keepsTheFirst; // and else nothing
+    QSharedPointer<QObject> (*make)();
+    QSharedPointer<ZDelegate> (*service)();
+    QVariant (*write)(QObject &component, const ZDelegate &service);
+    QVariant (*read)(QObject &component);
+};
+
+template <class Class, class Delegate, auto GetSet, class Service>
+Consumption consumption(const char *name, const char *property, bool keepsTheFirst, Service *(Class::*)(Service *))
+{
+    return {name,
+            property,
+            keepsTheFirst,
+            []() -> QSharedPointer<QObject> { return QSharedPointer<Class>::create(); },
+            []() -> QSharedPointer<ZDelegate> { return QSharedPointer<Delegate>::create(nullptr); },
+            [](QObject &component, const ZDelegate &service) {
+                auto *value = QVariant(service).value<Service *>();
+                return QVariant::fromValue((static_cast<Class &>(component).*GetSet)(value));
+            },
+            [](QObject &component) { return QVariant::fromValue((static_cast<Class &>(component).*GetSet)(nullptr)); }};
+}
+
+template <class Class, class Delegate, auto GetSet>
+Consumption keepsTheFirst(const char *name, const char *property)
+{
+    return consumption<Class, Delegate, GetSet>(name, property, true, GetSet);
+}
+
+template <class Class, class Delegate, auto GetSet>
+Consumption keepsNothing(const char *name, const char *property)
+{
+    return consumption<Class, Delegate, GetSet>(name, property, false, GetSet);
+}
+
+const Consumption consumptions[] = {
+    keepsNothing<ZDefaultConfig, ZEmitterDelegate, &ZDefaultConfig::getSetZEmitter>("config", "zEmitter"),
+    keepsTheFirst<ZDefaultLogger, ZConfigDelegate, &ZDefaultLogger::getSetZConfig>("logger", "config"),
+    keepsNothing<ZDefaultLogger, ZEmitterDelegate, &ZDefaultLogger::getSetZEmitter>("logger", "zEmitter"),
+    keepsTheFirst<ZDefaultLoader, ZLoggerDelegate, &ZDefaultLoader::getSetZLogger>("loader", "zLogger"),
+    keepsTheFirst<ZDefaultLoader, ZEmitterDelegate, &ZDefaultLoader::getSetZEmitter>("loader", "zEmitter"),
+    keepsTheFirst<ZDefaultLoader, ZConfigDelegate, &ZDefaultLoader::getSetZConfig>("loader", "zConfig"),
+    keepsNothing<ZDefaultTempFile, ZConfigDelegate, &ZDefaultTempFile::getSetZConfig>("temporary files", "config"),
+    keepsNothing<ZDefaultTempFile, ZEmitterDelegate, &ZDefaultTempFile::getSetZEmitter>("temporary files", "zEmitter"),
+    keepsNothing<ZDefaultJobPoolSet, ZEmitterDelegate, &ZDefaultJobPoolSet::getSetZEmitter>("job pools", "zEmitter"),
+    keepsNothing<ZDefaultThreadPoolSet, ZEmitterDelegate, &ZDefaultThreadPoolSet::getSetZEmitter>("thread pools",
+                                                                                                  "zEmitter"),
+    keepsNothing<ZDefaultDbus, ZLoggerDelegate, &ZDefaultDbus::getSetZLogger>("bus", "zLogger"),
+    keepsNothing<ZDefaultDbus, ZEmitterDelegate, &ZDefaultDbus::getSetZEmitter>("bus", "zEmitter"),
+    keepsNothing<ZDefaultContext, ZEmitterDelegate, &ZDefaultContext::getSetZEmitter>("context", "zEmitter"),
+    keepsTheFirst<ZDefaultScheduler, ZConfigDelegate, &ZDefaultScheduler::getSetZConfig>("scheduler", "zConfig"),
+    keepsNothing<ZDefaultScheduler, ZLoggerDelegate, &ZDefaultScheduler::getSetZLogger>("scheduler", "zLogger"),
+    keepsTheFirst<ZDefaultScheduler, ZThreadPoolSetDelegate, &ZDefaultScheduler::getSetZPoolSet>("scheduler",
+                                                                                                 "zPoolSet"),
+    keepsTheFirst<ZDefaultScheduler, ZDbusDelegate, &ZDefaultScheduler::getSetZDbus>("scheduler", "zDbus"),
+    keepsNothing<ZDefaultScheduler, ZEmitterDelegate, &ZDefaultScheduler::getSetZEmitter>("scheduler", "zEmitter"),
+};
+
+/// Where an operation stands in its class's table: a pointer to a virtual function holds the offset, on some processors
+/// with the lowest bit set.
+template <class Operation>
+qptrdiff slot(Operation operation)
+{
+    qptrdiff offset = 0;
+    std::memcpy(&offset, &operation, sizeof offset);
+    return offset / qptrdiff(sizeof(void *));
+}
+
 } // namespace
 
+Q_DECLARE_METATYPE(const Consumption *)
 Q_DECLARE_METATYPE(const Contract *)
 Q_DECLARE_METATYPE(const Interface *)
 Q_DECLARE_METATYPE(const Component *)
@@ -197,7 +273,11 @@ private Q_SLOTS:
     void aTypeNameIsTheClassWithAnAsterisk();
     void aTypeNameFunctionAnswersOnEachThread_data() { eachComponent(); }
     void aTypeNameFunctionAnswersOnEachThread();
+    void aServiceIsReadAndWrittenByOneFunction_data();
+    void aServiceIsReadAndWrittenByOneFunction();
     void theConfigurationNamesItsArgument();
+    void theSchedulerIsAnEndpointToo();
+    void anActivityRunsInTheSlotBehindItsSchedule();
 };
 
 void tst_Interfaces::eachContract()
@@ -350,10 +430,54 @@ void tst_Interfaces::aTypeNameFunctionAnswersOnEachThread()
     QCOMPARE(QMetaType::type(name), type);
 }
 
+void tst_Interfaces::aServiceIsReadAndWrittenByOneFunction_data()
+{
+    QTest::addColumn<const Consumption *>("consumption");
+    for (const Consumption &consumption : consumptions)
+        QTest::addRow("%s, %s", consumption.name, consumption.property) << &consumption;
+}
+
+void tst_Interfaces::aServiceIsReadAndWrittenByOneFunction()
+{
+    QFETCH(const Consumption *, consumption);
+    const auto first = consumption->service();
+    const auto second = consumption->service();
+    const QVariant nothing = consumption->read(*consumption->make());
+    QVERIFY(nothing != QVariant(*first));
+
+    const auto written = consumption->make();
+    QCOMPARE(written->property(consumption->property), nothing);
+    QVERIFY(written->setProperty(consumption->property, *first));
+    QVERIFY(written->setProperty(consumption->property, *second));
+    QVERIFY(written->setProperty(consumption->property, nothing));
+    QCOMPARE(written->property(consumption->property), consumption->keepsTheFirst ? QVariant(*first) : nothing);
+
+    const auto called = consumption->make();
+    QCOMPARE(consumption->write(*called, *first), QVariant(*first));
+    QCOMPARE(consumption->write(*called, *second), QVariant(consumption->keepsTheFirst ? *first : *second));
+    QCOMPARE(consumption->read(*called), consumption->keepsTheFirst ? QVariant(*first) : nothing);
+}
+
 void tst_Interfaces::theConfigurationNamesItsArgument()
 {
     const QMetaMethod constructor = ZDefaultConfig::staticMetaObject.constructor(0);
     QCOMPARE(constructor.parameterNames(), QList<QByteArray>{"jsonObject"});
+}
+
+void tst_Interfaces::theSchedulerIsAnEndpointToo()
+{
+    ZDefaultScheduler scheduler;
+    ZDbusSubscriber *const endpoint = &scheduler;
+    QCOMPARE(scheduler.qt_metacast("ZDbusSubscriber"), static_cast<void *>(endpoint));
+}
+
+void tst_Interfaces::anActivityRunsInTheSlotBehindItsSchedule()
+{
+    QVERIFY(std::is_abstract_v<ZScheduledActivity>);
+    QCOMPARE(slot(&ZScheduledActivity::name), qptrdiff(2)); // the destructor has two
+    QCOMPARE(slot(&ZScheduledActivity::wait), qptrdiff(3));
+    QCOMPARE(slot(&ZScheduledActivity::cancel), qptrdiff(4));
+    QCOMPARE(slot(&ZScheduledActivity::run), qptrdiff(5));
 }
 
 QTEST_GUILESS_MAIN(tst_Interfaces)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "gate.h"
 #include "greeter.h"
 #include "journal.h"
 #include "pluginfolder.h"
@@ -25,6 +26,8 @@
 
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 using Library = QSharedPointer<ZLibrary>;
 
@@ -68,6 +71,7 @@ private Q_SLOTS:
 
     void rootKnowsItsLibraryButDoesNotKeepIt();
     void objectThatNoLibraryLoadedHasNone();
+    void objectThatNoLibraryLoadedIsSharedAsAnyComponent();
     void loadSucceedsOnlyForARootThatIsAZObject_data();
     void loadSucceedsOnlyForARootThatIsAZObject();
     void loadInjectsTheRootWhenThereIsAnEmitter();
@@ -85,11 +89,15 @@ private Q_SLOTS:
     void libraryMayOutliveItsSetOnAnotherThread();
     void fileLeavesWhenItsSetDiesBeforeTheEventLoopRuns();
     void fileLeavesWhenItsSetDiesOnAnotherThread();
+    void loaderIsDeletedOnceItsFileIsUnloaded();
     void rootThatIsHeldKeepsTheFileUntilItIsGone();
     void sharedRootKeepsItsLibraryAndGoesBeforeIt();
     void sharedRootMayBeDroppedOnAnyThread();
     void rootMayBeTakenAndDroppedByManyThreads();
+    void fileIsNotLoadedWhileItsRootIsBeingDestroyed();
     void oneFileIsSharedByTwoSets();
+    void fileUnderTwoNamesHasOneRoot_data();
+    void fileUnderTwoNamesHasOneRoot();
     void loadingAndUnloadingOneFileOnManyThreadsLeavesNothingBehind();
 
     void constructorInjectsTheSetBeforeItLoads();
@@ -167,6 +175,16 @@ void tst_LibrarySet::rootKnowsItsLibraryButDoesNotKeepIt()
 }
 
 void tst_LibrarySet::objectThatNoLibraryLoadedHasNone() { QVERIFY(!Library(ZObject())); }
+
+void tst_LibrarySet::objectThatNoLibraryLoadedIsSharedAsAnyComponent()
+{
+    QPointer<ZObject> object = new ZObject;
+    QSharedPointer<QObject> owner = object->shared();
+    QCOMPARE(owner.data(), object.data());
+    QCOMPARE(object->shared(), owner);
+    owner.clear();
+    QVERIFY(!object);
+}
 
 void tst_LibrarySet::loadSucceedsOnlyForARootThatIsAZObject_data()
 {
@@ -354,11 +372,14 @@ void tst_LibrarySet::libraryMayOutliveItsSetOnAnotherThread()
 void tst_LibrarySet::fileLeavesWhenItsSetDiesBeforeTheEventLoopRuns()
 {
     const PluginFolder folder;
+    Journal journal;
     QScopedPointer<EmptySet> set(new EmptySet);
+    set->getSetZLogger(&journal);
     loadPlain(*set, folder, QStringLiteral("libfoo")).clear();
+    journal.take();
     set.reset();
-    settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
+    QCOMPARE(journal.take(), QStringList{QStringLiteral("zdefault 1: unloaded: libfoo")});
 }
 
 void tst_LibrarySet::fileLeavesWhenItsSetDiesOnAnotherThread()
@@ -369,6 +390,20 @@ void tst_LibrarySet::fileLeavesWhenItsSetDiesOnAnotherThread()
     std::thread([&] { set.reset(); }).join();
     settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
+}
+
+void tst_LibrarySet::loaderIsDeletedOnceItsFileIsUnloaded()
+{
+    EmptySet set;
+    auto loader = QSharedPointer<QPluginLoader>::create(pluginFile(QStringLiteral("plain")));
+    const QPointer<QPluginLoader> watched = loader.data();
+    auto library = Library::create(loader, &set);
+    loader.clear();
+    QVERIFY(ZLibrary::load(library, nullptr));
+    library.clear();
+    QVERIFY(watched);
+    settle();
+    QVERIFY(!watched);
 }
 
 void tst_LibrarySet::rootThatIsHeldKeepsTheFileUntilItIsGone()
@@ -442,6 +477,71 @@ void tst_LibrarySet::rootMayBeTakenAndDroppedByManyThreads()
     library.clear();
     settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
+}
+
+void tst_LibrarySet::fileIsNotLoadedWhileItsRootIsBeingDestroyed()
+{
+    const PluginFolder folder;
+    folder.drop(QStringLiteral("slow"));
+    Gate gate;
+    EmptySet set;
+    QSharedPointer<ZObject> root = rootOf(set.loadOne(QStringLiteral("slow"), folder.path(), nullptr));
+    gate.setOn(root.data());
+    std::thread dropper([&] { root.clear(); });
+    gate.entered.acquire();
+    const bool loaded = !set.loadOne(QStringLiteral("slow"), folder.path(), nullptr).isNull();
+    gate.leave.release();
+    dropper.join();
+    QVERIFY(!loaded); // Qt would hand out the dying one
+    settle();
+    QVERIFY(!isMapped(folder.filePath(QStringLiteral("libslow.so"))));
+    QVERIFY(set.loadOne(QStringLiteral("slow"), folder.path(), nullptr));
+}
+
+void tst_LibrarySet::fileUnderTwoNamesHasOneRoot_data()
+{
+    QTest::addColumn<bool>("isHard");
+    QTest::newRow("symbolic link") << false;
+    QTest::newRow("hard link") << true;
+}
+
+void tst_LibrarySet::fileUnderTwoNamesHasOneRoot()
+{
+    QFETCH(bool, isHard);
+    const PluginFolder folder;
+    folder.drop(QStringLiteral("plain"), QStringLiteral("libfoo.1.so"));
+    const QByteArray from = folder.filePath(QStringLiteral("libfoo.1.so")).toLocal8Bit();
+    const QByteArray to = folder.filePath(QStringLiteral("libfoo.2.so")).toLocal8Bit();
+    QCOMPARE((isHard ? ::link : ::symlink)(from.constData(), to.constData()), 0);
+    EmptySet set;
+    Library first = set.loadOne(QStringLiteral("libfoo.1"), folder.path(), nullptr);
+    Library second = set.loadOne(QStringLiteral("libfoo.2"), folder.path(), nullptr);
+    QVERIFY(first);
+    QVERIFY(second);
+    const QPointer<QObject> unowned = QPluginLoader(folder.filePath(QStringLiteral("libfoo.2.so"))).instance();
+    QVERIFY(unowned);
+    second.clear();
+    settle();
+    QVERIFY(unowned); // the first library's, too
+
+    second = set.loadOne(QStringLiteral("libfoo.2"), folder.path(), nullptr);
+    QSharedPointer<ZObject> root = rootOf(first);
+    QCOMPARE(rootOf(second), root);
+    first.clear();
+    second.clear();
+    settle();
+    QCOMPARE(root->metaObject()->className(), "Plain");
+    root.clear();
+    settle();
+    QCOMPARE(mappedPlugins(), QStringList());
+
+    first = set.loadOne(QStringLiteral("libfoo.1"), folder.path(), nullptr);
+    second = set.loadOne(QStringLiteral("libfoo.2"), folder.path(), nullptr);
+    first.clear();
+    settle(); // it waits for the second
+    second.clear();
+    settle();
+    QCOMPARE(mappedPlugins(), QStringList());
 }
 
 void tst_LibrarySet::oneFileIsSharedByTwoSets()
@@ -656,7 +756,8 @@ void tst_LibrarySet::dottedNameThatIsThereIsNotLoadedAgainWhenTheNewestDied()
 void tst_LibrarySet::loadAllAnswersTheLastVersionInNameOrder()
 {
     const PluginFolder folder;
-    for (const char *file : {"libfoo.so", "libfoo.1.2.so", "libfoo.1.10.so", "libfoo.1.9.so", "libfoo.A.so"})
+    for (const char *file :
+         {"libfoo.so", "libfoo.1.2.so", "libfoo.1.10.so", "libfoo.1.9.so", "libfoo.a.so", "libfoo.B.so"})
         folder.drop(QStringLiteral("plain"), QLatin1String(file));
     Journal journal;
     EmptySet set;
@@ -667,8 +768,8 @@ void tst_LibrarySet::loadAllAnswersTheLastVersionInNameOrder()
         journal.take(),
         QStringList({QStringLiteral("zdefault 1: loaded: foo"), QStringLiteral("zdefault 1: loaded: libfoo.1.10"),
                      QStringLiteral("zdefault 1: loaded: libfoo.1.2"), QStringLiteral("zdefault 1: loaded: libfoo.1.9"),
-                     QStringLiteral("zdefault 1: loaded: libfoo.A")}));
-    QCOMPARE(set.loaded(QStringLiteral("libfoo.A")), library);
+                     QStringLiteral("zdefault 1: loaded: libfoo.B"), QStringLiteral("zdefault 1: loaded: libfoo.a")}));
+    QCOMPARE(set.loaded(QStringLiteral("libfoo.a")), library);
     QCOMPARE(set.loaded(QStringLiteral("libfoo")), library);
 }
 
@@ -729,6 +830,7 @@ void tst_LibrarySet::loadAllTakesOnlyFilesOfThatName()
     for (const char *file : {"libfoo.1.so.2", "libfoobar.1.so", "foo.1.so", "libfoo-1.so", "libfoo.1.dll"})
         folder.drop(QStringLiteral("plain"), QLatin1String(file));
     QVERIFY(QDir(folder.path()).mkdir(QStringLiteral("libfoo.2.so")));
+    QVERIFY(QFile::link(QStringLiteral("/nowhere/at/all"), folder.filePath(QStringLiteral("libfoo.3.so"))));
     Journal journal;
     EmptySet set;
     set.getSetZLogger(&journal);

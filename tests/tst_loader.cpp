@@ -8,11 +8,13 @@
 #include <QJsonArray>
 #include <QMetaProperty>
 #include <QRegularExpression>
+#include <QSemaphore>
 
 #include <zdefaultlogger.h>
 #include <zlibrary.h>
 #include <zobject.h>
 
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -75,6 +77,36 @@ private:
     const QByteArray m_before;
 };
 
+/// An emitter that tells when somebody is about to be injected.
+class Doorman : public ZDefaultEmitter
+{
+public:
+    QSemaphore entered;
+
+    QObject *inject0(QObject *object) override
+    {
+        entered.release();
+        return ZDefaultEmitter::inject0(object);
+    }
+};
+
+/// A component whose writer does what a test wants.
+class Errand : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(ZLoader *zLoader READ run WRITE run)
+
+public:
+    std::function<void(ZLoader *)> task;
+
+    ZLoader *run(ZLoader *loader = nullptr)
+    {
+        if (loader)
+            task(loader);
+        return loader;
+    }
+};
+
 QStringList entriesOf(const QString &text, QStringList entries)
 {
     for (QString &entry : entries)
@@ -134,6 +166,8 @@ private Q_SLOTS:
     void unloadingGoesToTheLoadersThread();
     void manyThreadsMayLoadOnePlugin();
     void pluginMayLoadAnotherWhileItIsInjected();
+    void writerMayLoadWhileAnotherThreadLoads_data();
+    void writerMayLoadWhileAnotherThreadLoads();
     void pluginMayAskForItselfWhileItIsInjected_data();
     void pluginMayAskForItselfWhileItIsInjected();
     void namesOutliveThePluginThatGaveThem();
@@ -712,6 +746,45 @@ void tst_Loader::pluginMayLoadAnotherWhileItIsInjected()
     nested.clear();
     settle();
     QCOMPARE(mappedPlugins(), QStringList());
+}
+
+void tst_Loader::writerMayLoadWhileAnotherThreadLoads_data()
+{
+    QTest::addColumn<bool>("known");
+    QTest::newRow("a plugin that is new") << false;
+    QTest::newRow("a version that is new") << true;
+}
+
+void tst_Loader::writerMayLoadWhileAnotherThreadLoads()
+{
+    QFETCH(bool, known);
+    const LibraryPaths paths;
+    const Folder folder;
+    folder.drop(QStringLiteral("plain"), QStringLiteral("libfoo.1.so"));
+    const auto emitter = QSharedPointer<Doorman>::create();
+    const QJsonObject config{{QStringLiteral("loader"), QJsonObject{{Deployed, folder.path()}}}};
+    emitter->install(emitter);
+    emitter->zemit0(ZDefaultConfig::TypeName, Q_ARG(QJsonObject, config));
+    auto *loader = qobject_cast<ZDefaultLoader *>(emitter->zemit0(ZDefaultLoader::TypeName));
+    const Library first = known ? loader->load0(QStringLiteral("libfoo.1")) : Library();
+    folder.drop(QStringLiteral("plain"), QStringLiteral("libfoo.2.so"));
+
+    Library there;
+    Library here;
+    std::thread other;
+    Errand errand;
+    errand.task = [&](ZLoader *service) {
+        emitter->entered.acquire(emitter->entered.available());
+        other = std::thread([&] { there = loader->load0(QStringLiteral("libfoo.2")); });
+        emitter->entered.tryAcquire(1, 500); // it waits for the emitter now, if it has got as far at all
+        here = service->load0(QStringLiteral("libfoo.2"));
+    };
+    emitter->inject0(&errand);
+    other.join();
+    QVERIFY(here);
+    QCOMPARE(there, here);
+
+    emitter->install({});
 }
 
 void tst_Loader::pluginMayAskForItselfWhileItIsInjected_data()

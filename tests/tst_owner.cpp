@@ -78,6 +78,20 @@ const Announcing announcingClasses[] = {
 
 using Make = Held (*)();
 
+/// Announces itself once more as it ends.
+class Clinging : public ZDefaultConfig
+{
+public:
+    explicit Clinging(QList<bool> *ends) : m_ends(ends) {}
+    ~Clinging() override
+    {
+        m_ends->append(QSharedPointer<ZReference>(*QSharedPointer<ZConfigDelegate>::create(this))->isNull());
+    }
+
+private:
+    QList<bool> *const m_ends;
+};
+
 } // namespace
 
 Q_DECLARE_METATYPE(const Announcing *)
@@ -104,6 +118,11 @@ private Q_SLOTS:
     void isTheEmittersOnceTheApplicationLetsGo();
     void isTheApplicationsOnceTheEmitterIsGone_data() { eachHolder(); }
     void isTheApplicationsOnceTheEmitterIsGone();
+    void mayEndOnAnotherThread_data() { eachAnnouncingClass(); }
+    void mayEndOnAnotherThread();
+    void endsOnceIfNobodyTakesIt_data() { eachAnnouncingClass(); }
+    void endsOnceIfNobodyTakesIt();
+    void hasNoOwnerAnewAsItEnds();
 };
 
 void tst_Owner::eachAnnouncingClass()
@@ -245,6 +264,41 @@ void tst_Owner::isTheApplicationsOnceTheEmitterIsGone()
     held.holder.reset();
     settle();
     QVERIFY(!component);
+}
+
+void tst_Owner::mayEndOnAnotherThread()
+{
+    QFETCH(const Announcing *, announcing);
+    const QPointer<QObject> component = announcing->make();
+    const Wiring wiring;
+    wiring->inject0(component);
+    const QScopedPointer<QThread> other(
+        QThread::create([&] { wiring->bind0(announcing->delegateOver(nullptr)); })); // lets go of it
+    other->start();
+    QVERIFY(other->wait(30000));
+    QVERIFY(!component);
+}
+
+void tst_Owner::endsOnceIfNobodyTakesIt()
+{
+    QFETCH(const Announcing *, announcing);
+    const Wiring wiring;
+    wiring->zemit0(ZDefaultConfig::TypeName);
+    wiring->zemit0(ZDefaultLogger::TypeName);
+    wiring->install({}); // the emitter that components are given binds nothing any more
+
+    const QPointer<QObject> component = announcing->make();
+    QCOMPARE(wiring->inject0(component), nullptr);
+    QVERIFY(!component);
+}
+
+void tst_Owner::hasNoOwnerAnewAsItEnds()
+{
+    QList<bool> ends;
+    {
+        const ZConfigDelegate delegate(new Clinging(&ends));
+    }
+    QCOMPARE(ends, QList<bool>{true});
 }
 
 QTEST_GUILESS_MAIN(tst_Owner)

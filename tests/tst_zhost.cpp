@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QRegularExpression>
 
 #include <csignal>
@@ -32,6 +33,12 @@ private Q_SLOTS:
     void startsInOrderAndStopsWellOn();
     void deploysWhatIsDropped();
     void secondSignalEndsAtOnce();
+    void signalDuringTheStartIsHeardAfterIt();
+    void secondSignalEndsAStartThatHangs();
+    void pluginMayQuit_data();
+    void pluginMayQuit();
+    void pluginMayExit();
+    void pluginMayNeedTheEventLoopToDie();
     void callsOnceAndPrintsTheAnswer_data();
     void callsOnceAndPrintsTheAnswer();
     void callsTheTimetable();
@@ -72,8 +79,12 @@ private:
 class Running
 {
 public:
-    explicit Running(const QJsonObject &configuration)
+    /// `deed` is for the plugin "unruly".
+    explicit Running(const QJsonObject &configuration, const QString &deed = QString())
     {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("UNRULY"), deed);
+        m_host.setProcessEnvironment(environment);
         m_folder.write(QStringLiteral("config.json"), QJsonDocument(configuration).toJson());
         m_host.setProcessChannelMode(QProcess::MergedChannels);
         m_host.start(QStringLiteral(ZHOST), {m_folder.filePath(QStringLiteral("config.json"))});
@@ -363,6 +374,80 @@ void tst_ZHost::secondSignalEndsAtOnce()
     host.signal(SIGCONT);
     QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
     QCOMPARE(host.process().exitStatus(), QProcess::CrashExit);
+}
+
+void tst_ZHost::signalDuringTheStartIsHeardAfterIt()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}), QStringLiteral("read"));
+    QTRY_VERIFY(host.hasWritten(QStringLiteral("unruly: here\n")));
+    host.signal(SIGTERM);
+    host.process().write("go on");
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
+    QVERIFY(host.hasWritten(QStringLiteral("loaded: unruly\n")));
+    QVERIFY(host.hasWritten(QStringLiteral("unloaded: libunruly\n")));
+    QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(host.process().exitCode(), 0);
+}
+
+void tst_ZHost::secondSignalEndsAStartThatHangs()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}), QStringLiteral("read"));
+    QTRY_VERIFY(host.hasWritten(QStringLiteral("unruly: here\n")));
+    host.signal(SIGTERM);
+    host.signal(SIGINT);
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
+    QCOMPARE(host.process().exitStatus(), QProcess::CrashExit);
+}
+
+void tst_ZHost::pluginMayQuit_data()
+{
+    QTest::addColumn<bool>("atStart");
+    QTest::newRow("while the host starts") << true;
+    QTest::newRow("when it is dropped") << false;
+}
+
+void tst_ZHost::pluginMayQuit()
+{
+    QFETCH(bool, atStart);
+    const Folder deployed, hotDeploy;
+    if (atStart)
+        QVERIFY(hotDeploy.drop(QStringLiteral("unruly")));
+    Running host(loaderOf(deployed, hotDeploy), QStringLiteral("quit"));
+    QTRY_VERIFY(host.hasWritten(QStringLiteral("hot-deploy folder changed: ") + hotDeploy.path()));
+    if (!atStart)
+        QVERIFY(hotDeploy.drop(QStringLiteral("unruly")));
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
+    QVERIFY(host.hasWritten(QStringLiteral("loaded: libunruly\n")));
+    QVERIFY(host.hasWritten(QStringLiteral("unloaded: libunruly\n")));
+    QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(host.process().exitCode(), 0);
+}
+
+void tst_ZHost::pluginMayExit()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}), QStringLiteral("exit"));
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
+    QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(host.process().exitCode(), 3);
+}
+
+void tst_ZHost::pluginMayNeedTheEventLoopToDie()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}), QStringLiteral("wait"));
+    QTRY_VERIFY(host.hasWritten(QStringLiteral("loaded: unruly\n")));
+    host.signal(SIGTERM);
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, 30000);
+    QVERIFY(host.hasWritten(QStringLiteral("unruly: waited\n")));
+    QVERIFY(host.hasWritten(QStringLiteral("unloaded: libunruly\n")));
+    QCOMPARE(host.process().exitCode(), 0);
 }
 
 void tst_ZHost::callsOnceAndPrintsTheAnswer_data()

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdefaultemitter.h"
 
+#include "zemitterlock.h"
 #include "ztypename.h"
 
 #include <QMetaProperty>
 #include <QMutexLocker>
+#include <QPointer>
 
 const char *zDefaultEmitterTypeName() { return zTypeName<ZDefaultEmitter>("ZDefaultEmitter*"); }
 
@@ -15,9 +17,11 @@ ZDefaultEmitter::ZDefaultEmitter() = default;
 ZDefaultEmitter::~ZDefaultEmitter()
 {
     // A dying component may still call the services that it was given: so the components go before the delegates,
-    // and each before those that were there when it came.
-    while (!m_order.isEmpty())
-        m_delegates.value(m_order.takeLast())->replace({});
+    // and each before those that were there when it came. One may put another in its place as it dies.
+    while (!m_order.isEmpty()) {
+        if (!m_delegates.value(m_order.last())->replace({}))
+            m_order.removeLast();
+    }
 }
 
 void ZDefaultEmitter::install(QSharedPointer<QObject> object)
@@ -61,8 +65,9 @@ QObject *ZDefaultEmitter::inject0(QObject *object)
     const QMutexLocker locker(&m_mutex);
     if (m_delegates.isEmpty())
         return object;
+    const QPointer<QObject> alive(object); // one that announces itself where nobody takes it dies in its writer
     const QMetaObject *metaObject = object->metaObject();
-    for (int i = 0; i < metaObject->propertyCount(); ++i) {
+    for (int i = 0; alive && i < metaObject->propertyCount(); ++i) {
         const QMetaProperty property = metaObject->property(i);
         const int type = property.userType();
         if (type < QMetaType::User)
@@ -71,7 +76,26 @@ QObject *ZDefaultEmitter::inject0(QObject *object)
         if (const QSharedPointer<ZDelegate> delegate = m_delegates.value(type))
             property.write(object, *delegate);
     }
-    return object;
+    return alive;
+}
+
+ZEmitterLock::ZEmitterLock(ZEmitter *emitter)
+{
+    auto *component = dynamic_cast<ZDefaultEmitter *>(emitter);
+    if (auto *delegate = dynamic_cast<ZEmitterDelegate *>(emitter)) {
+        m_emitter = delegate->hold(qobject_interface_iid<ZEmitter *>()).component;
+        component = qobject_cast<ZDefaultEmitter *>(m_emitter.data());
+    }
+    if (!component)
+        return;
+    m_mutex = &component->m_mutex;
+    m_mutex->lock();
+}
+
+ZEmitterLock::~ZEmitterLock()
+{
+    if (m_mutex)
+        m_mutex->unlock();
 }
 
 ZEmitterDelegate::ZEmitterDelegate(QObject *object) : ZDelegate(refer(object)) { provide<ZEmitter>(this); }

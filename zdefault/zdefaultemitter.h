@@ -45,6 +45,8 @@ public:
     QObject *inject0(QObject *object) override;
 
 private:
+    friend class ZEmitterLock;
+
     QRecursiveMutex m_mutex;                           // writers of properties call back into bind0
     QHash<int, QSharedPointer<ZDelegate>> m_delegates; // by the metatype id of the interface's pointer
     QVector<int> m_order;                              // in which they were filed

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdefaultloader.h"
 
+#include "zemitterlock.h"
 #include "ztexts.h"
 #include "ztypename.h"
 #include "zwiring.h"
@@ -11,6 +12,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMutexLocker>
+#include <QThread>
 
 #include <algorithm>
 
@@ -71,9 +73,17 @@ const char *zDefaultLoaderTypeName() { return zTypeName<ZDefaultLoader>("ZDefaul
 
 const char *const ZDefaultLoader::TypeName = zDefaultLoaderTypeName();
 
-ZDefaultLoader::ZDefaultLoader()
+ZDefaultLoader::ZDefaultLoader() : m_watcher(new QFileSystemWatcher)
 {
-    connect(&m_watcher, SIGNAL(directoryChanged(QString)), this, SLOT(directoryChangedSlot(QString)));
+    connect(m_watcher, SIGNAL(directoryChanged(QString)), this, SLOT(directoryChangedSlot(QString)));
+}
+
+ZDefaultLoader::~ZDefaultLoader()
+{
+    if (m_watcher->thread() == QThread::currentThread())
+        delete m_watcher;
+    else // a call on another thread held us last: Qt takes a watcher down on its own thread only
+        m_watcher->deleteLater();
 }
 
 QSharedPointer<ZLibrary> ZDefaultLoader::loaded0(QString name)
@@ -85,7 +95,12 @@ QSharedPointer<ZLibrary> ZDefaultLoader::loaded0(QString name)
 
 QSharedPointer<ZLibrary> ZDefaultLoader::load0(QString name)
 {
+    if (!name.contains(QLatin1Char('.'))) { // what is there need not wait for those who inject
+        if (const QSharedPointer<ZLibrary> library = ZDefaultLoader::loaded0(name))
+            return library;
+    }
     const QString key = zDeepCopy(basen(name));
+    const ZEmitterLock emitterFirst(m_emitter);
     QSharedPointer<ZLibrarySet> set;
     {
         const QMutexLocker locker(&m_mutex);
@@ -113,7 +128,7 @@ ZLogger *ZDefaultLoader::getSetZLogger(ZLogger *logger)
 ZEmitter *ZDefaultLoader::getSetZEmitter(ZEmitter *emitter)
 {
     if (zKeepFirst(m_emitter, emitter))
-        zAnnounce<ZLoaderDelegate>(this, emitter);
+        return zAnnounce<ZLoaderDelegate>(this, emitter); // this may be the end of us
     return m_emitter;
 }
 
@@ -198,7 +213,7 @@ void ZDefaultLoader::apply(const QJsonObject &section)
         return;
     const QStringList seen = drops(dir);
     directoryChangedSlot(dir.absolutePath());
-    m_watcher.addPath(dir.absolutePath());
+    m_watcher->addPath(dir.absolutePath());
     const QStringList now = drops(dir);
     const auto isNew = [&](const QString &entry) { return !seen.contains(entry); };
     if (std::any_of(now.begin(), now.end(), isNew)) // dropped in between: nobody would tell us

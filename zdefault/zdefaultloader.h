@@ -40,6 +40,7 @@ public:
     static const char *const TypeName;
 
     Q_INVOKABLE ZDefaultLoader();
+    ~ZDefaultLoader() override;
 
     QSharedPointer<ZLibrary> loaded0(QString name) override;
     QSharedPointer<ZLibrary> load0(QString name) override;
@@ -71,7 +72,7 @@ private:
     ZEmitter *m_emitter = nullptr;
     ZConfig *m_config = nullptr;
     QString m_deployed; // absolute
-    QFileSystemWatcher m_watcher;
+    QFileSystemWatcher *const m_watcher;
     QHash<QString, QSharedPointer<ZLibrarySet>> m_sets; // by base name
     QSet<QString> m_beingMade;
     QRecursiveMutex m_mutex; // guards m_sets and m_beingMade; a plugin may load another while it is injected

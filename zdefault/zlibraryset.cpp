@@ -2,6 +2,7 @@
 #include "zlibraryset.h"
 
 #include "zemitter.h"
+#include "zemitterlock.h"
 #include "zpluginfile.h"
 #include "ztexts.h"
 #include "zwiring.h"
@@ -34,6 +35,7 @@ ZLibrarySet::~ZLibrarySet()
 
 QSharedPointer<ZLibrary> ZLibrarySet::load(const QString &name, const QString &folder, ZEmitter *emitter)
 {
+    const ZEmitterLock emitterFirst(emitter);
     const QMutexLocker locker(&m_mutex);
     const bool plain = !name.contains(Dot);
     if (plain ? !m_libraries.isEmpty() : m_libraries.contains(name))
@@ -48,6 +50,7 @@ QSharedPointer<ZLibrary> ZLibrarySet::load(const QString &name, const QString &f
 
 QSharedPointer<ZLibrary> ZLibrarySet::loadAll(const QString &name, const QString &folder, ZEmitter *emitter)
 {
+    const ZEmitterLock emitterFirst(emitter);
     const QMutexLocker locker(&m_mutex);
     const auto loadIfNeeded = [&](const QString &base) {
         const QSharedPointer<ZLibrary> library = loaded(base);
@@ -67,7 +70,7 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadOne(const QString &name, const QString
     const QSharedPointer<QPluginLoader> loader = ZPluginFile::find(name);
     auto library = QSharedPointer<ZLibrary>::create(loader, this);
     if (!ZLibrary::load(library, emitter)) {
-        m_log.warn(LineKind, QStringLiteral("failed to load %1: %2").arg(name, loader->errorString()));
+        m_log.warn(LineKind, QStringLiteral("failed to load %1: %2").arg(name, ZPluginFile::error(*loader)));
         return {};
     }
     {

@@ -1,14 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zpluginfile.h"
 
+#include "zelffile.h"
 #include "zlibraryset.h"
 #include "zobject.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QHash>
+#include <QSet>
 #include <QWeakPointer>
 
+#include <algorithm>
+#include <list>
 #include <utility>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -18,32 +25,116 @@ struct Waiting
     QSharedPointer<ZUnloader> unloader;
 };
 
-/// A root that has an owner, until its destructor has returned.
-struct OwnedRoot
+/// The loaders that have a share in a file.
+struct Users
 {
-    QWeakPointer<ZObject> owner;
-    QVector<Waiting> waiting; // to be unloaded after it
+    QSet<const QPluginLoader *> staying;
+    QSet<const QPluginLoader *> leaving; // their libraries are gone, but they cannot be unloaded yet
 };
+
+/// What is loaded once, under however many names. Two names of one file, such as a link and what it points to, are two
+/// files to Qt; but they have one root.
+struct File
+{
+    dev_t device;
+    ino_t number;
+    QHash<QString, Users> users; // by the name under which they have it
+    QWeakPointer<ZObject> owner;
+    bool isOwned = false;     // from the owner's coming until the root's destructor has returned
+    QVector<Waiting> waiting; // some of those that are leaving
+
+    bool isLosingRoot() const { return isOwned && owner.isNull(); }
+
+    bool isNeededUnderAnotherName(const QString &name) const
+    {
+        for (auto other = users.begin(); other != users.end(); ++other) {
+            if (other.key() != name && !other->staying.isEmpty())
+                return true;
+        }
+        return false;
+    }
+
+    bool isUsedBy(const QPluginLoader &loader) const
+    {
+        const Users all = users.value(loader.fileName());
+        return all.staying.contains(&loader) || all.leaving.contains(&loader);
+    }
+
+    void forget(const QPluginLoader &loader)
+    {
+        Users &all = users[loader.fileName()];
+        all.leaving.remove(&loader);
+        if (all.staying.isEmpty() && all.leaving.isEmpty())
+            users.remove(loader.fileName());
+    }
+
+    /// Has those who wait try again.
+    void wake()
+    {
+        const QVector<Waiting> all = std::exchange(waiting, {});
+        for (const Waiting &each : all)
+            each.unloader->queue(each.loader);
+    }
+};
+
+// Neither is ever destroyed: what lives to the end of the process may still come here.
 
 QRecursiveMutex &mutex()
 {
-    static QRecursiveMutex instance; // what a plugin runs when it is loaded or unloaded may load another
+    static auto &instance = *new QRecursiveMutex; // what a plugin runs when it is loaded or unloaded may load another
     return instance;
 }
 
-QHash<QString, OwnedRoot> &ownedRoots() // by file; guarded by mutex()
+std::list<File> &files() // guarded by mutex()
 {
-    static QHash<QString, OwnedRoot> instance;
+    static auto &instance = *new std::list<File>;
     return instance;
 }
 
-void destroy(ZObject *root, const QString &file)
+/// The record of the file that `loader` has, or would have; null if it is not loaded.
+File *fileOf(const QPluginLoader &loader)
+{
+    const QString name = loader.fileName();
+    for (File &file : files()) { // the one on disk may be another by now
+        if (file.users.contains(name))
+            return &file;
+    }
+    struct stat status;
+    if (name.isEmpty() || stat(QFile::encodeName(name).constData(), &status) != 0)
+        return nullptr;
+    for (File &file : files()) {
+        if (file.device == status.st_dev && file.number == status.st_ino)
+            return &file;
+    }
+    return nullptr;
+}
+
+/// Notes that `loader` has a share in its file.
+void note(const QPluginLoader &loader)
+{
+    File *file = fileOf(loader);
+    if (!file) {
+        struct stat status = {};
+        stat(QFile::encodeName(loader.fileName()).constData(), &status);
+        files().push_back({status.st_dev, status.st_ino, {}, {}, false, {}});
+        file = &files().back();
+    }
+    if (!file->isUsedBy(loader))
+        file->users[loader.fileName()].staying.insert(&loader);
+}
+
+/// What keeps a file that Qt would go on to load from being loaded; empty if nothing does.
+QString damage(const QPluginLoader &loader)
+{
+    return loader.isLoaded() || loader.metaData().isEmpty() ? QString() : zElfDamage(loader.fileName());
+}
+
+void destroy(ZObject *root, File *file)
 {
     delete root; // without the lock: this is the plugin's code
     const QMutexLocker locker(&mutex());
-    const OwnedRoot gone = ownedRoots().take(file);
-    for (const Waiting &waiting : gone.waiting)
-        waiting.unloader->queue(waiting.loader);
+    file->isOwned = false;
+    file->wake();
 }
 
 void unloadByApplication(const QSharedPointer<QPluginLoader> &loader)
@@ -92,34 +183,58 @@ QSharedPointer<QPluginLoader> ZPluginFile::find(const QString &name)
 ZObject *ZPluginFile::load(QPluginLoader &loader)
 {
     const QMutexLocker locker(&mutex());
-    loader.setLoadHints({}); // by default Qt would answer that it has unloaded the file, and keep it mapped for good
-    if (!loader.load())      // takes this loader's share in the file, which instance() does not
+    const File *file = fileOf(loader);
+    if (file && file->isLosingRoot()) // which Qt would hand out
         return nullptr;
+    // By default Qt would answer that it has unloaded the file, and keep it mapped for good; and a function that is
+    // nowhere to be found would end the process when it is first called.
+    loader.setLoadHints(QLibrary::ResolveAllSymbolsHint);
+    if (!damage(loader).isEmpty() || !loader.load()) // load() takes a share in the file, which instance() does not
+        return nullptr;
+    note(loader);
     return qobject_cast<ZObject *>(loader.instance());
+}
+
+QString ZPluginFile::error(const QPluginLoader &loader)
+{
+    const QMutexLocker locker(&mutex());
+    const QString part = damage(loader);
+    return part.isEmpty() ? loader.errorString() : QStringLiteral("the file is damaged: %1").arg(part);
 }
 
 QSharedPointer<ZObject> ZPluginFile::root(QPluginLoader &loader)
 {
     const QMutexLocker locker(&mutex());
-    const QString file = loader.fileName();
-    const auto owned = ownedRoots().constFind(file);
-    if (owned != ownedRoots().constEnd())
-        return owned->owner.toStrongRef();
+    const File *before = fileOf(loader);
+    if (before && before->isOwned)
+        return before->owner.toStrongRef();
     ZObject *object = load(loader);
     if (!object)
         return {};
+    File *file = fileOf(loader);
     QSharedPointer<ZObject> owner(object, [file](ZObject *root) { destroy(root, file); });
-    ownedRoots().insert(file, {owner, {}});
+    file->owner = owner;
+    file->isOwned = true;
     return owner;
 }
 
 bool ZPluginFile::unload(const QSharedPointer<QPluginLoader> &loader, const QSharedPointer<ZUnloader> &unloader)
 {
     const QMutexLocker locker(&mutex());
-    const auto owned = ownedRoots().find(loader->fileName());
-    if (owned != ownedRoots().end()) { // Qt would delete the root under those who hold it
-        owned->waiting.append({loader, unloader});
+    const QString name = loader->fileName();
+    File *file = fileOf(*loader);
+    if (!file || !file->isUsedBy(*loader)) // it did not load
+        return loader->unload();
+    file->users[name].staying.remove(loader.data());
+    file->users[name].leaving.insert(loader.data());
+    if (file->isOwned || file->isNeededUnderAnotherName(name)) { // Qt would delete the root under those who use it
+        file->waiting.append({loader, unloader});
         return false;
     }
-    return loader->unload();
+    const bool unloaded = loader->unload();
+    file->forget(*loader);
+    file->wake();
+    if (file->users.isEmpty())
+        files().remove_if([&](const File &each) { return &each == file; });
+    return unloaded;
 }

@@ -44,6 +44,8 @@ namespace ZPluginFile {
 QSharedPointer<QPluginLoader> find(const QString &name);
 /// Loads the file and returns its root object; null if either fails, or the root is no `ZObject`.
 ZObject *load(QPluginLoader &loader);
+/// Why `load` failed: Qt's reason, unless the file was not given to Qt.
+QString error(const QPluginLoader &loader);
 /// The root as its one owner has it; null if there is none, or it is being destroyed.
 QSharedPointer<ZObject> root(QPluginLoader &loader);
 /// Unloads the file: true if it has left memory. While somebody holds its root it stays, and is queued again

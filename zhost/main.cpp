@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 namespace {
 
@@ -132,13 +133,16 @@ int main(int argc, char *argv[])
 
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &application, &QCoreApplication::quit);
-    Host host(configuration.object);
-    if (parser.isSet(call))
-        QTimer::singleShot(0, &application, [&] { QCoreApplication::exit(callOnce(host, url, request)); });
+    std::optional<Host> host;
+    QTimer::singleShot(0, &application, [&] { // by the event loop, since a plugin may quit before all are loaded
+        host.emplace(configuration.object);
+        if (parser.isSet(call))
+            QCoreApplication::exit(callOnce(*host, url, request));
+    });
     const int exitCode = QCoreApplication::exec();
 
     endWithin(StopSeconds);
-    const QStringList running = host.stop();
+    const QStringList running = host ? host->stop() : QStringList();
     if (running.isEmpty())
         return exitCode;
     for (const QString &name : running)

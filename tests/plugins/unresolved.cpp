@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <zobject.h>
 
-extern int nowhere; // data, which is looked for at once; a missing function would show only when it is called
+extern int nowhere;
 
 class Unresolved : public ZObject
 {
