@@ -7,10 +7,13 @@ configure_package_config_file(cmake/zdefaultConfig.cmake.in zdefaultConfig.cmake
 write_basic_package_version_file(zdefaultConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(EXPORT zdefaultTargets NAMESPACE zdefault:: DESTINATION ${package_folder} COMPONENT zdefault-dev)
 install(FILES ${PROJECT_BINARY_DIR}/zdefaultConfig.cmake ${PROJECT_BINARY_DIR}/zdefaultConfigVersion.cmake
-              cmake/zdefaultplugin.cmake
+              cmake/zdefaultplugin.cmake cmake/zdefaultcheckplugin.cmake cmake/zdefaultlinkplugin.sh
     DESTINATION ${package_folder} COMPONENT zdefault-dev)
 
 file(RELATIVE_PATH prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" prefix_from_pc "${prefix_from_pc}")
 configure_file(cmake/zdefault.pc.in zdefault.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zdefault.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT zdefault-dev)
+
+install(PROGRAMS scripts/new-plugin RENAME zdefault-new-plugin
+    DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT zdefault-dev)

@@ -22,8 +22,11 @@
  *     class GreeterDelegate : public ZDelegate, public Greeter
  *     {
  *     public:
- *         explicit GreeterDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(object)) { provide<Greeter>(this);
- * } QString greet(const QString &name) override { return forward(&Greeter::greet, {}, name); }
+ *         explicit GreeterDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(object))
+ *         {
+ *             provide<Greeter>(this);
+ *         }
+ *         QString greet(const QString &name) override { return forward(&Greeter::greet, {}, name); }
  *     };
  *
  * Ownership: shares the component through its reference; `replace` hands the previous share to its caller.

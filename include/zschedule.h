@@ -27,7 +27,7 @@ public:
 };
 
 /// Every so many milliseconds, counted from when `wait()` is called, so from the end of the run before. Never, if that
-/// is less than 1.
+/// is less than 1. Otherwise as `ZSchedule`.
 class ZDEFAULT_EXPORT ZPeriodicSchedule : public ZSchedule
 {
 public:
@@ -52,7 +52,7 @@ protected:
  *
  * A window whose `from` is later than its `to` crosses midnight; what lies of it after midnight serves only those who
  * began to wait before. When clocks are changed, a time that is left out that day comes as long after the gap, and of
- * a time that comes twice the first counts.
+ * a time that comes twice the first counts. Otherwise as `ZSchedule`.
  */
 class ZDEFAULT_EXPORT ZDailySchedule : public ZPeriodicSchedule
 {

@@ -34,7 +34,7 @@ protected:
     const QSharedPointer<ZSchedule> m_schedule;
 };
 
-/// Calls the bus, with neither request nor answer.
+/// Calls the bus, with neither request nor answer. Otherwise as `ZScheduledActivity`.
 class ZDEFAULT_EXPORT ZDbusActivity : public ZScheduledActivity
 {
 public:

@@ -36,7 +36,7 @@ private:
     const QJsonObject m_jsonObject;
 };
 
-/// Stands for a `ZConfig`.
+/// Stands for a `ZConfig`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZConfigDelegate : public ZDelegate, public ZConfig
 {
 public:

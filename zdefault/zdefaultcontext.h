@@ -38,7 +38,7 @@ private:
     const quint64 m_id; // no other context ever has the same
 };
 
-/// Stands for a `ZContext`.
+/// Stands for a `ZContext`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZContextDelegate : public ZDelegate, public ZContext
 {
 public:

@@ -60,7 +60,7 @@ private:
     ZNamedLogger m_log;
 };
 
-/// Stands for a `ZDbus`.
+/// Stands for a `ZDbus`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZDbusDelegate : public ZDelegate, public ZDbus
 {
 public:

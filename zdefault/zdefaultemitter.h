@@ -52,7 +52,7 @@ private:
     QVector<int> m_order;                              // in which they were filed
 };
 
-/// Stands for a `ZEmitter`.
+/// Stands for a `ZEmitter`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZEmitterDelegate : public ZDelegate, public ZEmitter
 {
 public:

@@ -45,7 +45,7 @@ private:
     QString m_template; // null until configured
 };
 
-/// Stands for a `ZTempFile`.
+/// Stands for a `ZTempFile`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZTempFileDelegate : public ZDelegate, public ZTempFile
 {
 public:

@@ -79,7 +79,7 @@ private:
     ZNamedLogger m_log;
 };
 
-/// Stands for a `ZLoader`.
+/// Stands for a `ZLoader`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZLoaderDelegate : public ZDelegate, public ZLoader
 {
 public:

@@ -62,7 +62,7 @@ private:
     QAtomicInt m_count; // stored last: another thread sees no category, or all of them
 };
 
-/// Stands for a `ZLogger`.
+/// Stands for a `ZLogger`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZLoggerDelegate : public ZDelegate, public ZLogger
 {
 public:

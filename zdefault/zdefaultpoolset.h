@@ -17,7 +17,13 @@ ZDEFAULT_EXPORT const char *zDefaultJobPoolSetTypeName();
 /// "ZDefaultThreadPoolSet*", registered as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultThreadPoolSetTypeName();
 
-/// Pools by name, made when they are first asked for. Safe for use by any thread.
+/**
+ * Pools by name, made when they are first asked for.
+ *
+ * Ownership: shares its pools with whoever asked for them; it keeps all of them as long as it lives.
+ * Thread:    any.
+ * Failure:   none.
+ */
 template <class Pool>
 class ZNamedPools
 {
@@ -59,7 +65,7 @@ private:
     ZNamedPools<ZJobPool> m_pools;
 };
 
-/// Stands for a `ZJobPoolSet`.
+/// Stands for a `ZJobPoolSet`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZJobPoolSetDelegate : public ZDelegate, public ZJobPoolSet
 {
 public:
@@ -97,7 +103,7 @@ private:
     ZNamedPools<ZThreadPool> m_pools;
 };
 
-/// Stands for a `ZThreadPoolSet`.
+/// Stands for a `ZThreadPoolSet`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZThreadPoolSetDelegate : public ZDelegate, public ZThreadPoolSet
 {
 public:

@@ -93,7 +93,7 @@ private:
     ZNamedLogger m_log;
 };
 
-/// Stands for a `ZScheduler`.
+/// Stands for a `ZScheduler`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZSchedulerDelegate : public ZDelegate, public ZScheduler
 {
 public:

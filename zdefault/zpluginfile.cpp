@@ -4,10 +4,12 @@
 #include "zelffile.h"
 #include "zlibraryset.h"
 #include "zobject.h"
+#include "zpluginmetadata.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QHash>
+#include <QJsonObject>
 #include <QSet>
 #include <QWeakPointer>
 
@@ -124,9 +126,16 @@ void note(const QPluginLoader &loader)
 }
 
 /// What keeps a file that Qt would go on to load from being loaded; empty if nothing does.
-QString damage(const QPluginLoader &loader)
+QString refusal(const QPluginLoader &loader)
 {
-    return loader.isLoaded() || loader.metaData().isEmpty() ? QString() : zElfDamage(loader.fileName());
+    const QJsonObject metaData = loader.metaData();
+    if (loader.isLoaded() || metaData.isEmpty())
+        return {};
+    const QString mismatch = zInterfaceMismatch(metaData);
+    if (!mismatch.isEmpty())
+        return mismatch;
+    const QString part = zElfDamage(loader.fileName());
+    return part.isEmpty() ? QString() : QStringLiteral("the file is damaged: %1").arg(part);
 }
 
 void destroy(ZObject *root, File *file)
@@ -189,7 +198,7 @@ ZObject *ZPluginFile::load(QPluginLoader &loader)
     // By default Qt would answer that it has unloaded the file, and keep it mapped for good; and a function that is
     // nowhere to be found would end the process when it is first called.
     loader.setLoadHints(QLibrary::ResolveAllSymbolsHint);
-    if (!damage(loader).isEmpty() || !loader.load()) // load() takes a share in the file, which instance() does not
+    if (!refusal(loader).isEmpty() || !loader.load()) // load() takes a share in the file, which instance() does not
         return nullptr;
     note(loader);
     return qobject_cast<ZObject *>(loader.instance());
@@ -198,8 +207,8 @@ ZObject *ZPluginFile::load(QPluginLoader &loader)
 QString ZPluginFile::error(const QPluginLoader &loader)
 {
     const QMutexLocker locker(&mutex());
-    const QString part = damage(loader);
-    return part.isEmpty() ? loader.errorString() : QStringLiteral("the file is damaged: %1").arg(part);
+    const QString reason = refusal(loader);
+    return reason.isEmpty() ? loader.errorString() : reason;
 }
 
 QSharedPointer<ZObject> ZPluginFile::root(QPluginLoader &loader)
