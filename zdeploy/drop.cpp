@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "drop.h"
+
+#include "inspection.h"
+#include "pluginname.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryFile>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace {
+
+// Hidden, and without the suffix: nothing that a loader would take.
+const QString PartName = QStringLiteral(".zdeploy-XXXXXX.part");
+const QString PartPattern = QStringLiteral(".zdeploy-*.part");
+
+constexpr int BlockSize = 1 << 20;
+
+QString systemError() { return qt_error_string(errno); }
+
+/// The folder, kept to one process that drops at a time.
+class LockedFolder
+{
+public:
+    explicit LockedFolder(const QString &path)
+        : m_descriptor(open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        int result = -1;
+        do
+            result = m_descriptor < 0 ? -1 : flock(m_descriptor, LOCK_EX);
+        while (result != 0 && errno == EINTR);
+        if (result != 0)
+            error = QStringLiteral("cannot lock %1: %2").arg(path, systemError());
+    }
+    ~LockedFolder()
+    {
+        if (m_descriptor >= 0)
+            close(m_descriptor);
+    }
+
+    void sync() { fsync(m_descriptor); }
+
+    QString error;
+
+private:
+    Q_DISABLE_COPY(LockedFolder)
+    const int m_descriptor;
+};
+
+/// Names of plugin files in both folders. A loader moves a file from the first to the second at any time, but never
+/// back: looked at in this order, no file is missed.
+QStringList namesIn(const QString &hotDeploy, const QString &deployed)
+{
+    const QStringList filter{QStringLiteral("lib*.so")};
+    const QDir::Filters all = QDir::AllEntries | QDir::System | QDir::Hidden;
+    const QStringList waiting = QDir(hotDeploy).entryList(filter, all);
+    return waiting + QDir(deployed).entryList(filter, all);
+}
+
+/// False, and errno, where it fails: QFile would not tell why a disk took only a part.
+bool writeAll(int descriptor, const QByteArray &data)
+{
+    for (int done = 0; done < data.size();) {
+        const ssize_t written = write(descriptor, data.constData() + done, static_cast<size_t>(data.size() - done));
+        if (written < 0 && errno != EINTR)
+            return false;
+        done += static_cast<int>(std::max<ssize_t>(written, 0));
+    }
+    return true;
+}
+
+/// Copies the content and the permissions of `from`. What went wrong, or an empty text.
+QString copy(QFile &from, QTemporaryFile &to)
+{
+    from.open(QIODevice::ReadOnly);
+    bool good = true;
+    while (good && !from.atEnd() && from.error() == QFile::NoError)
+        good = writeAll(to.handle(), from.read(BlockSize));
+    if (from.error() != QFile::NoError)
+        return QStringLiteral("cannot read it: %1").arg(from.errorString());
+    if (!good || fsync(to.handle()) != 0)
+        return QStringLiteral("cannot write %1: %2").arg(to.fileName(), systemError());
+    if (!to.setPermissions(from.permissions()))
+        return QStringLiteral("cannot write %1: %2").arg(to.fileName(), to.errorString());
+    return {};
+}
+
+void removeWhatKilledOnesLeft(const QString &folder)
+{
+    QDir dir(folder);
+    const QStringList parts = dir.entryList({PartPattern}, QDir::Files | QDir::Hidden);
+    for (const QString &part : parts)
+        dir.remove(part);
+}
+
+} // namespace
+
+Drop::Result Drop::run() const
+{
+    const QString fileName = QFileInfo(source).fileName();
+    PluginName name = PluginName::parse(fileName);
+    if (name.plugin.isNull())
+        return {{}, QStringLiteral("a plugin's file is called lib<name>.so or lib<name>.<version>.so")};
+    QString error = inspect(source);
+    if (!error.isEmpty())
+        return {{}, error};
+
+    LockedFolder folder(hotDeploy);
+    if (!folder.error.isEmpty())
+        return {{}, folder.error};
+    removeWhatKilledOnesLeft(hotDeploy);
+
+    // From here on it is the copy that counts: the source may change at any time.
+    QFile from(source);
+    QTemporaryFile part(QDir(hotDeploy).filePath(PartName));
+    if (!part.open())
+        return {{}, QStringLiteral("cannot write in %1: %2").arg(hotDeploy, part.errorString())};
+    error = copy(from, part);
+    part.close();
+    if (error.isEmpty())
+        error = inspect(part.fileName());
+    if (error.isEmpty())
+        error = tryOut(QFileInfo(part.fileName()).absoluteFilePath());
+    if (!error.isEmpty())
+        return {{}, error};
+
+    const QStringList names = namesIn(hotDeploy, deployed);
+    if (version.isEmpty()) {
+        name = name.next(names);
+    } else {
+        name.version = version;
+        if (names.contains(name.file()))
+            return {{}, QStringLiteral("there is a file %1 already").arg(name.file())};
+        if (!name.isNewest(names))
+            return {{},
+                    QStringLiteral("%1 would sort before a version that is there; %2 would be next")
+                        .arg(name.file(), name.next(names).file())};
+    }
+    const QString goal = QDir(hotDeploy).filePath(name.file());
+    if (renameat2(AT_FDCWD, QFile::encodeName(part.fileName()).constData(), AT_FDCWD,
+                  QFile::encodeName(goal).constData(), RENAME_NOREPLACE) != 0)
+        return {{}, QStringLiteral("cannot rename it to %1: %2").arg(goal, systemError())};
+    part.setAutoRemove(false);
+    folder.sync();
+    return {name.file(), {}};
+}

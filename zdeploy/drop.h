@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QString>
+
+/// A plugin file on its way into the hot-deploy folder.
+struct Drop
+{
+    QString source;
+    QString hotDeploy; ///< The folder that a loader watches.
+    QString deployed;  ///< The folder to which the loader moves what it finds.
+    QString version;   ///< Empty: the one that the name of the source has, or else the next.
+
+    struct Result
+    {
+        QString name;  ///< Under which the file was dropped.
+        QString error; ///< Why it was not; empty if it was.
+    };
+
+    /// Drops a copy that appears under its name in one step, complete. Leaves nothing behind where that fails.
+    Result run() const;
+};

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "drop.h"
+#include "inspection.h"
+#include "pluginname.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <cstdio>
+
+namespace {
+
+enum ExitCode
+{
+    Dropped = 0,
+    Refused = 1,
+    Usage = 2
+};
+
+const char description[] =
+    "Drops a plugin into the folder that a running program watches, so that nothing can go wrong there: the file is\n"
+    "inspected, loaded once by a process of its own, copied, and appears in one step under a name that sorts after "
+    "all\n"
+    "versions that are there.\n"
+    "\n"
+    "Exit status: 0 dropped; 1 refused, and nothing is left behind; 2 the command line cannot be used.";
+
+void say(std::FILE *stream, const QString &line) { std::fprintf(stream, "%s\n", line.toLocal8Bit().constData()); }
+
+int misused(const QString &reason)
+{
+    say(stderr, QStringLiteral("zdeploy: %1; see zdeploy --help").arg(reason));
+    return Usage;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("zdeploy"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(ZDEPLOY_VERSION));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QString::fromLatin1(description));
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption version = parser.addVersionOption();
+    const QCommandLineOption as(
+        QStringLiteral("as"),
+        QStringLiteral(
+            "The version to drop it as: libfoo.so becomes libfoo.VERSION.so. Without it a free name stays as "
+            "it is, and for one that is taken the next version is found."),
+        QStringLiteral("VERSION"));
+    const QCommandLineOption deployed(
+        QStringLiteral("deployed"),
+        QStringLiteral("The folder to which the running program moves what it finds in FOLDER. Without it, the folder "
+                       "\"deployed\" beside FOLDER."),
+        QStringLiteral("FOLDER"));
+    QCommandLineOption tryOut(QStringLiteral("try-out"), QString(), QStringLiteral("FILE"));
+    tryOut.setFlags(QCommandLineOption::HiddenFromHelp);
+    parser.addOptions({as, deployed, tryOut});
+    parser.addPositionalArgument(QStringLiteral("PLUGIN.so"), QStringLiteral("The plugin's file."));
+    parser.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The hot-deploy folder."));
+    if (!parser.parse(QCoreApplication::arguments()))
+        return misused(parser.errorText());
+    if (parser.isSet(help)) {
+        say(stdout, parser.helpText());
+        return Dropped;
+    }
+    if (parser.isSet(version)) {
+        say(stdout, QStringLiteral("zdeploy " ZDEPLOY_VERSION));
+        return Dropped;
+    }
+    if (parser.isSet(tryOut))
+        return tryOutHere(parser.value(tryOut));
+
+    const QStringList arguments = parser.positionalArguments();
+    if (arguments.size() != 2)
+        return misused(QStringLiteral("name one plugin and one folder"));
+    if (parser.isSet(as) && !PluginName::isVersion(parser.value(as)))
+        return misused(QStringLiteral("\"%1\" is no version: letters, digits and single dots").arg(parser.value(as)));
+    const Drop drop{arguments.at(0), arguments.at(1),
+                    parser.isSet(deployed) ? parser.value(deployed)
+                                           : QDir(arguments.at(1)).absoluteFilePath(QStringLiteral("../deployed")),
+                    parser.value(as)};
+    if (!QFileInfo(drop.hotDeploy).isDir())
+        return misused(QStringLiteral("there is no folder %1").arg(drop.hotDeploy));
+    if (!QFileInfo(drop.deployed).isDir())
+        return misused(QStringLiteral("there is no folder %1: name the one to which plugins are moved with --deployed")
+                           .arg(QDir::cleanPath(drop.deployed)));
+
+    const Drop::Result result = drop.run();
+    if (!result.error.isEmpty()) {
+        say(stderr, QStringLiteral("zdeploy: %1 is refused: %2").arg(drop.source, result.error));
+        return Refused;
+    }
+    say(stdout, QStringLiteral("dropped as %1").arg(result.name));
+    return Dropped;
+}
