@@ -131,6 +131,8 @@ private Q_SLOTS:
     void namesOutliveTheirCaller();
 
     void successIsToldInLinesOfKind1();
+    void aPluginForOtherInterfacesIsRefusedUnrun();
+    void aPluginThatDoesNotTellItsInterfacesIsLoaded();
     void failureIsToldOnce_data();
     void failureIsToldOnce();
     void failureGoesWhereTheLoggerWantsIt_data();
@@ -970,6 +972,29 @@ void tst_LibrarySet::successIsToldInLinesOfKind1()
     QCOMPARE(journal.take(), QStringList{QStringLiteral("zdefault 1: loaded: libfoo.1")});
     settle();
     QCOMPARE(journal.take(), QStringList{QStringLiteral("zdefault 1: unloaded: libfoo.1")});
+}
+
+void tst_LibrarySet::aPluginForOtherInterfacesIsRefusedUnrun()
+{
+    const PluginFolder folder;
+    QVERIFY(folder.drop(QStringLiteral("otherversion")));
+    const Wiring wiring;
+    const auto journal = Journal::bind(wiring.emitter());
+    ZLibrarySet set(QStringLiteral("otherversion"), folder.path(), wiring.emitter());
+    journal->take();
+    QVERIFY(!set.loadOne(QStringLiteral("libotherversion"), folder.path(), wiring.emitter()));
+    QCOMPARE(journal->take(), QStringList{"warning: failed to load libotherversion: it was built for version 2 of the "
+                                          "interfaces, and this is version 1"});
+    QVERIFY(!isMapped(folder.filePath(QStringLiteral("libotherversion.so"))));
+    settle();
+}
+
+void tst_LibrarySet::aPluginThatDoesNotTellItsInterfacesIsLoaded()
+{
+    const PluginFolder folder;
+    QVERIFY(folder.drop(QStringLiteral("unversioned")));
+    ZLibrarySet set(QStringLiteral("absent"), folder.path(), nullptr);
+    QVERIFY(set.loadOne(QStringLiteral("libunversioned"), folder.path(), nullptr));
 }
 
 void tst_LibrarySet::failureIsToldOnce_data()

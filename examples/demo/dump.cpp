@@ -12,11 +12,12 @@ class Dump : public ZObject
     Q_OBJECT
     Q_PLUGIN_METADATA(IID ZObject_iid)
     Q_PROPERTY(ZLogger *zLogger MEMBER m_logger)
-    Q_PROPERTY(ZDbus *zDbus WRITE setZDbus)
+    Q_PROPERTY(ZDbus *zDbus MEMBER m_dbus WRITE setZDbus)
 
 public:
     void setZDbus(ZDbus *dbus)
     {
+        m_dbus = dbus;
         for (const char *url : {"//zhost/printd", "//zscheduler/printd"}) {
             QJsonObject answer;
             dbus->invoke0(QUrl(url), nullptr, &answer);
@@ -26,6 +27,7 @@ public:
 
 private:
     ZLogger *m_logger = nullptr;
+    ZDbus *m_dbus = nullptr;
 };
 
 #include "dump.moc"

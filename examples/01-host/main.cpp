@@ -10,10 +10,17 @@
 class Greeting : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(ZLogger *zLogger WRITE setZLogger)
+    Q_PROPERTY(ZLogger *zLogger MEMBER m_logger WRITE setZLogger)
 
 public:
-    void setZLogger(ZLogger *logger) { logger->info0("hello from a component that never met its logger"); }
+    void setZLogger(ZLogger *logger)
+    {
+        m_logger = logger;
+        m_logger->info0("hello from a component that never met its logger");
+    }
+
+private:
+    ZLogger *m_logger = nullptr;
 };
 
 int main(int argc, char *argv[])

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# The two Debian packages: unpacked into an empty root, they are enough to build a plugin and to run it.
+# debian.sh SOURCE CXX
+set -euo pipefail
+source=$1
+export CXX=$2
+. "$(dirname "$0")/common.sh"
+
+quietly cmake -S "$source" -B "$folder/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+    -DBUILD_TESTING=OFF -DCMAKE_CXX_COMPILER_LAUNCHER=ccache
+quietly cmake --build "$folder/build" --parallel 2
+(cd "$folder/build" && quietly cpack)
+
+run=$(ls "$folder"/build/libzdefault1_*.deb)
+dev=$(ls "$folder"/build/libzdefault-dev_*.deb)
+dpkg-deb --field "$run" Depends | grep -q 'libqt5core5a' || fail "the library does not name Qt"
+! dpkg-deb --field "$run" Depends | grep -Eq 'libqt5(gui|network|test)|libglib' || fail "the library needs more than Qt Core"
+dpkg-deb --field "$dev" Depends | grep -q 'libzdefault1 (= ' || fail "the headers do not name their library"
+# dpkg itself installs them: into a root of their own, where nothing else is.
+root=$folder/root
+mkdir -p "$root/var/lib/dpkg/"{info,updates}
+touch "$root/var/lib/dpkg/"{status,available}
+quietly dpkg --root="$root" --force-depends --force-not-root --force-script-chrootless --install "$run" "$dev"
+export PATH=$root/usr/bin:$PATH CMAKE_PREFIX_PATH=$root/usr
+
+cd "$folder"
+zdefault-new-plugin rain >/dev/null
+quietly cmake -S rain -B rain/build
+quietly cmake --build rain/build
+start_host rain/config.json
+zdeploy rain/build/librain.so rain/hot-deploy
+await '^rain is here$'
+stop_host
+echo ok

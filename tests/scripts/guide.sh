@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# The plugin guide, followed word for word: its shell blocks are run in one shell, its files written as they stand.
+# guide.sh SOURCE BUILD CXX FLAGS
+set -euo pipefail
+guide=$1/docs/plugin-guide.md build=$2
+export CXX=$3 CXXFLAGS=$4
+. "$(dirname "$0")/common.sh"
+
+install_build "$build"
+mkdir "$folder/home"
+cd "$folder/home"
+
+# What a reader types and what he writes into files, as one script.
+awk '/^<!-- file / { file = $3 }
+     /^```/ { if (open) { if (open == "file") print "@@@"; open = "" }
+              else if ($0 == "```sh") open = "sh"
+              else if (file) { print "cat >" file " <<'\''@@@'\''"; open = "file"; file = "" }
+              else open = "other"
+              next }
+     open == "sh" || open == "file"' "$guide" >"$folder/script"
+
+# A second is enough for a reader, but not for a busy machine: what he waits for is known here.
+patience() {
+    cat <<'SH'
+trap 'kill $(jobs -p) 2>/dev/null || true' EXIT
+sleep() {
+    waits=$((${waits:-0} + 1))
+    log=$(ls ./log ../ticker/log 2>/dev/null | head -n 1)
+    case $waits in
+        1) awaited='unloaded: libticker$' ;;
+        2) awaited='^ticker: zhost\.' ;;
+        3) awaited='^ticker: scratch-one-' ;;
+        *) awaited='^ticker: scratch-two-' ;;
+    esac
+    for _ in $(seq 300); do
+        grep -q -- "$awaited" "$log" && return
+        command sleep 0.1
+    done
+    echo "nothing like \"$awaited\"" >&2
+    return 1
+}
+SH
+}
+bash -e -c "$(patience)
+$(cat "$folder/script")" 2>&1 | tee "$folder/said"
+
+grep -q '^ticker is here$' "$folder/said" || fail "the first plugin said nothing"
+grep -q '^dropped as libticker.1.so$' "$folder/said" || fail "zdeploy found another name"
+grep -q '^dropped as libscratch.1.so$' "$folder/said" || fail "zdeploy found another name"
+grep -q 'unloaded: libscratch$' ticker/log || fail "the first version is still in memory"
+! grep 'failed to' ticker/log || fail "the host has complained"
+calls=$(grep -Eo 'ticker: (zhost|scratch-one|scratch-two)' ticker/log | uniq | tr -d '\n')
+[ "$calls" = "ticker: zhostticker: scratch-oneticker: scratch-two" ] || fail "the versions answered in turns"
+echo ok

@@ -1,0 +1,419 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "folder.h"
+#include "testcase.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+/// The program zdeploy, run as an operator would.
+class tst_ZDeploy : public TestCase
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void tellsWhatItIs_data();
+    void tellsWhatItIs();
+    void refusesACommandLineThatItCannotUse_data();
+    void refusesACommandLineThatItCannotUse();
+    void refusesWhatIsNoPluginOfOurs_data();
+    void refusesWhatIsNoPluginOfOurs();
+    void dropsACompleteCopy();
+    void picksANameThatSortsLast_data();
+    void picksANameThatSortsLast();
+    void refusesAVersionThatWouldNotBeTheNewest_data();
+    void refusesAVersionThatWouldNotBeTheNewest();
+    void survivesEachPageZeroed();
+    void isNeverSeenHalfWrittenOnASlowDisk();
+    void severalAtOnceGetNamesOfTheirOwn();
+    void tidiesUpWhatAKilledOneLeft();
+    void aRunningHostLoadsWhatIsDropped();
+};
+
+namespace {
+
+struct Result
+{
+    int exitCode;
+    QString out;
+    QString err;
+};
+
+Result finish(QProcess &process)
+{
+    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit)
+        return {-1, QString(), process.errorString()};
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+Result run(const QStringList &arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral(ZDEPLOY), arguments);
+    return finish(process);
+}
+
+/// The two folders of a loader, side by side.
+class Place
+{
+public:
+    Place()
+    {
+        QDir(m_folder.path()).mkdir(QStringLiteral("hot-deploy"));
+        QDir(m_folder.path()).mkdir(QStringLiteral("deployed"));
+    }
+
+    QString hotDeploy() const { return m_folder.filePath(QStringLiteral("hot-deploy")); }
+    QString deployed() const { return m_folder.filePath(QStringLiteral("deployed")); }
+    QStringList dropped() const { return everythingIn(hotDeploy()); }
+
+    /// A file outside both folders.
+    QString write(const QString &name, const QByteArray &content) const
+    {
+        m_folder.write(name, content);
+        return m_folder.filePath(name);
+    }
+
+    static QStringList everythingIn(const QString &folder)
+    {
+        return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+
+private:
+    Folder m_folder;
+};
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    file.open(QIODevice::ReadOnly);
+    return file.readAll();
+}
+
+QString plugin(const char *name) { return pluginFile(QString::fromLatin1(name)); }
+
+} // namespace
+
+void tst_ZDeploy::tellsWhatItIs_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<QString>("pattern");
+    QTest::newRow("version") << "--version"
+                             << "^zdeploy \\d+\\.\\d+\\.\\d+\\n$";
+    QTest::newRow("help") << "--help"
+                          << "PLUGIN\\.so FOLDER";
+    QTest::newRow("help tells of versions") << "--help"
+                                            << "--as <VERSION>";
+}
+
+void tst_ZDeploy::tellsWhatItIs()
+{
+    QFETCH(QString, option);
+    QFETCH(QString, pattern);
+    const Result result = run({option});
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.err, QString());
+    QVERIFY2(QRegularExpression(pattern).match(result.out).hasMatch(), qPrintable(result.out));
+}
+
+void tst_ZDeploy::refusesACommandLineThatItCannotUse_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("reason");
+    const QString here = QDir::tempPath();
+    QTest::newRow("nothing") << QStringList() << "name one plugin and one folder";
+    QTest::newRow("no folder named") << QStringList{"libfoo.so"} << "name one plugin and one folder";
+    QTest::newRow("too much") << QStringList{"libfoo.so", here, here} << "name one plugin and one folder";
+    QTest::newRow("unknown option") << QStringList{"--nope"} << "Unknown option 'nope'.";
+    QTest::newRow("no such folder") << QStringList{"libfoo.so", "/no/such"} << "there is no folder /no/such";
+    QTest::newRow("folder is a file") << QStringList{"libfoo.so", "/etc/passwd"} << "there is no folder /etc/passwd";
+    QTest::newRow("no deployed folder beside it")
+        << QStringList{"libfoo.so", "/usr/lib"}
+        << "there is no folder /usr/deployed: name the one to which plugins are moved with --deployed";
+    for (const char *const version : {"", ".1", "1.", "1..2", "../x", "1/2", "1 2", "1\n"})
+        QTest::addRow("version \"%s\"", version)
+            << QStringList{"--as", version, "libfoo.so", here}
+            << QStringLiteral("\"%1\" is no version: letters, digits and single dots").arg(QLatin1String(version));
+}
+
+void tst_ZDeploy::refusesACommandLineThatItCannotUse()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, reason);
+    const Result result = run(arguments);
+    QCOMPARE(result.err, QStringLiteral("zdeploy: %1; see zdeploy --help\n").arg(reason));
+    QCOMPARE(result.exitCode, 2);
+    QCOMPARE(result.out, QString());
+}
+
+void tst_ZDeploy::refusesWhatIsNoPluginOfOurs_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QByteArray>("content"); // of a file that is written, unless it is null
+    QTest::addColumn<QString>("pattern");
+    const auto built = [](const char *name, const char *pattern) {
+        QTest::newRow(name) << plugin(name) << QByteArray() << QString::fromLatin1(pattern);
+    };
+    const auto written = [](const char *row, const char *name, const QByteArray &content, const char *pattern) {
+        QTest::newRow(row) << QString::fromLatin1(name) << content << QString::fromLatin1(pattern);
+    };
+    const char wrongName[] = "a plugin's file is called lib<name>.so or lib<name>.<version>.so";
+    built("crasher", "loading it ends the process: (Aborted|exit status 1)"); // a sanitizer exits instead
+    built("quitter", "loading it ends the process: exit status 3");
+    built("noroot", "its root object, NoRoot, is no ZObject");
+    built("otherversion", "it was built for version 2 of the interfaces, and this is version 1");
+    built("unresolved", "it cannot be loaded: .*undefined symbol: nowhere.*");
+    built("wrongiid", "it is a plugin of another kind: its identifier is \"test::SomethingElse\", not "
+                      "\"zdefault::ZObject\"");
+    written("missing", "libmissing.so", QByteArray(), "there is no such file");
+    written("empty", "libempty.so", "", "it is no plugin: .*");
+    written("text", "libtext.so", "not a plugin at all\n", "it is no plugin: .*");
+    written("truncated", "libtruncated.so", contentOf(plugin("plain")).left(9000), "it is no plugin: .*");
+    const QByteArray good = contentOf(plugin("plain"));
+    for (const char *const name : {"plain.so", "libplain", "libplain.so.1", "libplain..so", "lib.so", "lib.1.so"})
+        written(name, name, good, wrongName);
+}
+
+void tst_ZDeploy::refusesWhatIsNoPluginOfOurs()
+{
+    QFETCH(QString, file);
+    QFETCH(QByteArray, content);
+    QFETCH(QString, pattern);
+    const Place place;
+    if (!content.isNull())
+        file = place.write(file, content);
+    const Result result = run({file, place.hotDeploy()});
+    const QString line =
+        QStringLiteral("\\Azdeploy: %1 is refused: %2\n\\z").arg(QRegularExpression::escape(file), pattern);
+    QVERIFY2(QRegularExpression(line).match(result.err).hasMatch(), qPrintable(result.err));
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.out, QString());
+    QCOMPARE(place.dropped(), QStringList());
+}
+
+void tst_ZDeploy::dropsACompleteCopy()
+{
+    const Place place;
+    const QString source = plugin("plain");
+    const Result result = run({source, place.hotDeploy()});
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.out, QStringLiteral("dropped as libplain.so\n"));
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(place.dropped(), QStringList{QStringLiteral("libplain.so")});
+    const QString copy = place.hotDeploy() + QStringLiteral("/libplain.so");
+    QCOMPARE(contentOf(copy), contentOf(source));
+    QCOMPARE(QFile::permissions(copy), QFile::permissions(source));
+    QCOMPARE(Place::everythingIn(place.deployed()), QStringList());
+}
+
+void tst_ZDeploy::picksANameThatSortsLast_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QStringList>("waiting");
+    QTest::addColumn<QStringList>("deployed");
+    QTest::addColumn<QString>("name");
+    const auto row = [](const char *source, const QStringList &waiting, const QStringList &deployed, const char *name) {
+        const QByteArray tag = source + QByteArray(" after ") + (waiting + deployed).join(' ').toLatin1();
+        QTest::newRow(tag.constData()) << QString::fromLatin1(source) << waiting << deployed
+                                       << QString::fromLatin1(name);
+    };
+    row("libplain.so", {}, {}, "libplain.so");
+    row("libplain.so", {}, {"libother.so", "libplainer.7.so", "libplai.8.so"}, "libplain.so");
+    row("libplain.so", {}, {"libplain.so"}, "libplain.1.so");
+    row("libplain.so", {"libplain.so"}, {}, "libplain.1.so");
+    row("libplain.so", {"libplain.1.so"}, {"libplain.so"}, "libplain.2.so");
+    row("libplain.so", {}, {"libplain.so", "libplain.1.so", "libplain.3.so"}, "libplain.4.so");
+    row("libplain.so", {}, {"libplain.9.so"}, "libplain.90.so"); // "10" would sort before "9"
+    row("libplain.so", {}, {"libplain.90.so", "libplain.9.so"}, "libplain.91.so");
+    row("libplain.so", {}, {"libplain.19.so"}, "libplain.20.so");
+    row("libplain.so", {}, {"libplain.99.so"}, "libplain.990.so");
+    row("libplain.so", {}, {"libplain.1.09.so"}, "libplain.1.10.so");
+    row("libplain.so", {}, {"libplain.1.9.so"}, "libplain.1.90.so");
+    row("libplain.so", {}, {"libplain.beta.so"}, "libplain.beta0.so");
+    row("libplain.so", {}, {"libplain.2.so", "libplain.10.so"}, "libplain.3.so");
+    row("libplain.so", {}, {"libplain.20250131-235959123.so"}, "libplain.20250131-235959124.so");
+    row("libplain.1.2.so", {}, {}, "libplain.1.2.so");
+    row("libplain.1.2.so", {}, {"libplain.so", "libplain.1.1.so"}, "libplain.1.2.so");
+    row("libplain.1.2.so", {}, {"libplain.1.2.so"}, "libplain.1.3.so");
+    row("libplain.1.2.so", {}, {"libplain.7.so"}, "libplain.8.so");
+}
+
+void tst_ZDeploy::picksANameThatSortsLast()
+{
+    QFETCH(QString, source);
+    QFETCH(QStringList, waiting);
+    QFETCH(QStringList, deployed);
+    QFETCH(QString, name);
+    const Place place;
+    for (const QString &file : waiting)
+        place.write(QStringLiteral("hot-deploy/") + file, "");
+    for (const QString &file : deployed)
+        place.write(QStringLiteral("deployed/") + file, "");
+
+    const Result result = run({place.write(source, contentOf(plugin("plain"))), place.hotDeploy()});
+
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.out, QStringLiteral("dropped as %1\n").arg(name));
+    QStringList expected = waiting + QStringList{name};
+    expected.sort();
+    QCOMPARE(place.dropped(), expected);
+    for (const QString &file : waiting + deployed) { // as a loader sorts them: the plain name, then the others as texts
+        if (file.startsWith(QStringLiteral("libplain.")) && file != QStringLiteral("libplain.so"))
+            QVERIFY(name > file);
+    }
+}
+
+void tst_ZDeploy::refusesAVersionThatWouldNotBeTheNewest_data()
+{
+    QTest::addColumn<QString>("deployed");
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("first") << "libplain.so"
+                           << "1" << QString();
+    QTest::newRow("next") << "libplain.1.2.so"
+                          << "1.3" << QString();
+    QTest::newRow("taken") << "libplain.1.2.so"
+                           << "1.2"
+                           << "there is a file libplain.1.2.so already";
+    QTest::newRow("older") << "libplain.9.so"
+                           << "10"
+                           << "libplain.10.so would sort before a version that is there; libplain.90.so would be next";
+}
+
+void tst_ZDeploy::refusesAVersionThatWouldNotBeTheNewest()
+{
+    QFETCH(QString, deployed);
+    QFETCH(QString, version);
+    QFETCH(QString, reason);
+    const Place place;
+    place.write(QStringLiteral("deployed/") + deployed, "");
+    const QString source = plugin("plain");
+    const Result result = run({QStringLiteral("--as"), version, source, place.hotDeploy()});
+    QCOMPARE(result.exitCode, reason.isEmpty() ? 0 : 1);
+    QCOMPARE(result.err,
+             reason.isEmpty() ? QString() : QStringLiteral("zdeploy: %1 is refused: %2\n").arg(source, reason));
+    QCOMPARE(place.dropped(),
+             reason.isEmpty() ? QStringList{QStringLiteral("libplain.%1.so").arg(version)} : QStringList());
+}
+
+void tst_ZDeploy::survivesEachPageZeroed()
+{
+    constexpr int PageSize = 4096;
+    const QByteArray good = contentOf(plugin("plain"));
+    int refused = 0;
+    for (int page = 0; page * PageSize < good.size(); ++page) {
+        const Place place;
+        QByteArray damaged = good;
+        const int size = std::min(PageSize, good.size() - page * PageSize);
+        damaged.replace(page * PageSize, size, QByteArray(size, '\0'));
+        const Result result = run({place.write(QStringLiteral("libplain.so"), damaged), place.hotDeploy()});
+        QVERIFY2(result.exitCode == 0 || result.exitCode == 1, qPrintable(result.err));
+        refused += result.exitCode;
+        // What is dropped is what was tried out; what is refused leaves nothing.
+        QCOMPARE(place.dropped().size(), 1 - result.exitCode);
+        if (result.exitCode == 0)
+            QCOMPARE(contentOf(place.hotDeploy() + QStringLiteral("/libplain.so")), damaged);
+    }
+    QVERIFY(refused > 0);
+}
+
+void tst_ZDeploy::isNeverSeenHalfWrittenOnASlowDisk()
+{
+    const Place place;
+    const QString source = plugin("plain");
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QString others = environment.value(QStringLiteral("LD_PRELOAD"));
+    environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(SLOW_DISK " ") + others);
+    environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0"));
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral(ZDEPLOY), {source, place.hotDeploy()});
+    QVERIFY(process.waitForStarted());
+    const QByteArray content = contentOf(source);
+    int looks = 0;
+    while (!process.waitForFinished(1)) {
+        const QStringList visible = QDir(place.hotDeploy()).entryList({QStringLiteral("lib*.so")});
+        for (const QString &file : visible)
+            QCOMPARE(contentOf(place.hotDeploy() + QLatin1Char('/') + file), content);
+        looks += visible.isEmpty();
+        QVERIFY(process.state() == QProcess::Running);
+    }
+    QVERIFY(looks > 10);
+    QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
+    QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(contentOf(place.hotDeploy() + QStringLiteral("/libplain.so")), content);
+}
+
+void tst_ZDeploy::severalAtOnceGetNamesOfTheirOwn()
+{
+    const Place place;
+    const QString source = plugin("plain");
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (int i = 0; i < 4; ++i) {
+        processes.push_back(std::make_unique<QProcess>());
+        processes.back()->start(QStringLiteral(ZDEPLOY), {source, place.hotDeploy()});
+    }
+    QStringList names;
+    for (const auto &process : processes) {
+        const Result result = finish(*process);
+        QCOMPARE(result.err, QString());
+        QCOMPARE(result.exitCode, 0);
+        names << result.out.section(QLatin1Char(' '), -1).trimmed();
+    }
+    names.sort();
+    const QStringList expected{"libplain.1.so", "libplain.2.so", "libplain.3.so", "libplain.so"};
+    QCOMPARE(names, expected);
+    QCOMPARE(place.dropped(), expected);
+    for (const QString &name : names)
+        QCOMPARE(contentOf(place.hotDeploy() + QLatin1Char('/') + name), contentOf(source));
+}
+
+void tst_ZDeploy::tidiesUpWhatAKilledOneLeft()
+{
+    const Place place;
+    place.write(QStringLiteral("hot-deploy/.zdeploy-abcdef.part"), "half a plugin");
+    place.write(QStringLiteral("hot-deploy/.other.part"), "not ours");
+    QCOMPARE(run({plugin("plain"), place.hotDeploy()}).exitCode, 0);
+    QCOMPARE(place.dropped(), (QStringList{".other.part", "libplain.so"}));
+}
+
+void tst_ZDeploy::aRunningHostLoadsWhatIsDropped()
+{
+    const Place place;
+    const QJsonObject configuration{
+        {"logger", QJsonObject{{"debug", 1}, {"log", QJsonObject{{"zdefault", 3}}}}},
+        {"loader", QJsonObject{{"hot-deploy", place.hotDeploy()}, {"deployed", place.deployed()}}}};
+    const QString file = place.write(QStringLiteral("config.json"), QJsonDocument(configuration).toJson());
+    QProcess host;
+    host.setProcessChannelMode(QProcess::MergedChannels);
+    host.start(QStringLiteral(ZHOST), {file});
+    QString written;
+    const auto hasWritten = [&](const char *text) {
+        written += QString::fromUtf8(host.readAll());
+        return written.contains(QLatin1String(text));
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(hasWritten("hot-deploy folder changed"), 30000);
+
+    // Each is taken away before the next comes, so the names must come from the other folder.
+    for (const char *const name : {"libplain", "libplain.1", "libplain.2"}) {
+        const Result result = run({plugin("plain"), place.hotDeploy()});
+        QCOMPARE(result.out, QStringLiteral("dropped as %1.so\n").arg(QLatin1String(name)));
+        QTRY_VERIFY_WITH_TIMEOUT(hasWritten(QByteArray(QByteArray("loaded: ") + name + '\n').constData()), 30000);
+        QCOMPARE(place.dropped(), QStringList());
+    }
+    QVERIFY2(!written.contains(QStringLiteral("failed to rename")), qPrintable(written));
+    host.terminate();
+    QCOMPARE(finish(host).exitCode, 0);
+}
+
+QTEST_GUILESS_MAIN(tst_ZDeploy)
+
+#include "tst_zdeploy.moc"
