@@ -6,7 +6,7 @@ source=$1
 export CXX=$2
 . "$(dirname "$0")/common.sh"
 
-quietly cmake -S "$source" -B "$folder/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+quietly cmake -S "$source" -B "$folder/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
     -DBUILD_TESTING=OFF -DCMAKE_CXX_COMPILER_LAUNCHER=ccache
 quietly cmake --build "$folder/build" --parallel 2
 (cd "$folder/build" && quietly cpack)
