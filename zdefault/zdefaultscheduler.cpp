@@ -8,28 +8,27 @@
 #include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QVector>
 
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <climits>
+#include <fcntl.h>
+#include <sys/resource.h>
 
 namespace {
 
 QString poolName() { return QStringLiteral("Pool-ZSchedulerThread"); }
 
-/// Whether so many descriptors could be opened now.
+/// Whether so many descriptors could be opened now. Opens none: a thread that is just starting may need the last.
 bool descriptorsLeft(int count)
 {
-    QVector<int> descriptors;
-    while (descriptors.size() < count) {
-        const int descriptor = eventfd(0, EFD_CLOEXEC);
-        if (descriptor < 0)
-            break;
-        descriptors.append(descriptor);
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    // From the top: the lowest are given out first.
+    for (int descriptor = static_cast<int>(qMin<rlim_t>(limit.rlim_cur, INT_MAX)) - 1; descriptor >= 0 && count > 0;
+         --descriptor) {
+        if (fcntl(descriptor, F_GETFD) < 0)
+            --count;
     }
-    for (const int descriptor : qAsConst(descriptors))
-        close(descriptor);
-    return descriptors.size() == count;
+    return count <= 0;
 }
 
 /// Threads that were started and have not come as far as to open the descriptor that each holds. Qt ends the process
