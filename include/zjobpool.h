@@ -24,7 +24,8 @@ public:
     ~ZJobPool();
 
     /// Runs `job` as soon as a thread is free, those of higher `priority` first. With `force` it starts at once: if
-    /// all threads are busy the pool's maximum grows by one, and stays so.
+    /// all threads are busy the pool's maximum grows by one, and stays so. Jobs that are queued take a new thread
+    /// first, so the maximum grows by one for each of them as well.
     void start(QSharedPointer<ZJob> job, bool force, int priority);
     /// Starts `job` if a thread is free; otherwise it is not queued, and the answer is false.
     bool tryStart(QSharedPointer<ZJob> job);

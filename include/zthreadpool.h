@@ -30,7 +30,8 @@ public:
     ~ZThreadPool() override;
 
     /// Registers `thread`, and starts it unless it is running already. False, and the thread stays the caller's, when
-    /// it is null, has finished, or cannot be started.
+    /// it is null, has finished, or cannot be started. One that is finishing must come to its end before the registry
+    /// may be destroyed.
     bool poolAndStart(QThread *thread, QThread::Priority priority);
 
     /// Waits until no thread is registered.

@@ -13,15 +13,20 @@ QSharedPointer<Pool> ZNamedPools<Pool>::find(const QString &name, Arguments... a
 {
     {
         const QReadLocker locker(&m_lock);
-        const QSharedPointer<Pool> pool = m_pools.value(name);
+        QSharedPointer<Pool> pool = m_pools.value(name);
         if (pool)
             return pool;
     }
+    // Dies outside the lock: a pool waits for those that run in it, who may ask for pools.
+    QSharedPointer<Pool> replaced;
     const QWriteLocker locker(&m_lock);
     QSharedPointer<Pool> pool = m_pools.value(name); // somebody may have made it in between
     if (!pool) {
         pool = QSharedPointer<Pool>::create(arguments...);
-        m_pools.insert(QString(name.constData()), pool); // a deep copy: the caller may be a plugin
+        const int nul = name.indexOf(QChar::Null);
+        const QString key(name.constData(), nul < 0 ? name.size() : nul); // a deep copy: the caller may be a plugin
+        replaced = m_pools.take(key);
+        m_pools.insert(key, pool);
     }
     return pool;
 }

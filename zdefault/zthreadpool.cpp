@@ -49,10 +49,12 @@ bool ZThreadPool::poolAndStart(QThread *thread, QThread::Priority priority)
         thread->start(priority);
         if (thread->isRunning() || thread->isFinished())
             return true;
-    } else if (isNew) { // it may be on its way into finishedSlot already
-        m_refused.insert(key);
     }
     disconnect(connection);
+    if (!isNew) // it is on its way into finishedSlot, which does the rest: nobody may destroy us before
+        return false;
+    if (thread->isFinished()) // it may be on its way as well
+        m_refused.insert(key);
     remove(key);
     return false;
 }
@@ -101,6 +103,8 @@ void ZThreadPool::finishedSlot()
     const QMutexLocker locker(&m_registryLock);
     if (m_refused.remove(key))
         return;
+    // One that was handed in twice would come here again, when we may be gone.
+    disconnect(thread, SIGNAL(finished()), this, SLOT(finishedSlot()));
     remove(key);
     if (m_waiting.contains(key))
         m_deleteAfter.insert(key);
