@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "folder.h"
+#include "program.h"
 #include "testcase.h"
 
 #include <QDir>
@@ -12,6 +13,8 @@
 #include <algorithm>
 #include <memory>
 #include <vector>
+
+#include <csignal>
 
 /// The program zdeploy, run as an operator would.
 class tst_ZDeploy : public TestCase
@@ -33,33 +36,18 @@ private Q_SLOTS:
     void survivesEachPageZeroed();
     void isNeverSeenHalfWrittenOnASlowDisk();
     void severalAtOnceGetNamesOfTheirOwn();
+    void leavesNothingWhereASignalEndsIt_data();
+    void leavesNothingWhereASignalEndsIt();
+    void findsTheDeployedFolderBesideWhatALinkPointsTo();
+    void refusesTheDeployedFolderItself_data();
+    void refusesTheDeployedFolderItself();
     void tidiesUpWhatAKilledOneLeft();
     void aRunningHostLoadsWhatIsDropped();
 };
 
 namespace {
 
-struct Result
-{
-    int exitCode;
-    QString out;
-    QString err;
-};
-
-Result finish(QProcess &process)
-{
-    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit)
-        return {-1, QString(), process.errorString()};
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
-
-Result run(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(QStringLiteral(ZDEPLOY), arguments);
-    return finish(process);
-}
+Result run(const QStringList &arguments) { return runProgram(QStringLiteral(ZDEPLOY), arguments); }
 
 /// The two folders of a loader, side by side.
 class Place
@@ -96,6 +84,15 @@ QByteArray contentOf(const QString &path)
     QFile file(path);
     file.open(QIODevice::ReadOnly);
     return file.readAll();
+}
+
+QProcessEnvironment slowDisk()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QString others = environment.value(QStringLiteral("LD_PRELOAD"));
+    environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(SLOW_DISK " ") + others);
+    environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0"));
+    return environment;
 }
 
 QString plugin(const char *name) { return pluginFile(QString::fromLatin1(name)); }
@@ -330,11 +327,7 @@ void tst_ZDeploy::isNeverSeenHalfWrittenOnASlowDisk()
     const Place place;
     const QString source = plugin("plain");
     QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    const QString others = environment.value(QStringLiteral("LD_PRELOAD"));
-    environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(SLOW_DISK " ") + others);
-    environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0"));
-    process.setProcessEnvironment(environment);
+    process.setProcessEnvironment(slowDisk());
     process.start(QStringLiteral(ZDEPLOY), {source, place.hotDeploy()});
     QVERIFY(process.waitForStarted());
     const QByteArray content = contentOf(source);
@@ -374,6 +367,73 @@ void tst_ZDeploy::severalAtOnceGetNamesOfTheirOwn()
     QCOMPARE(place.dropped(), expected);
     for (const QString &name : names)
         QCOMPARE(contentOf(place.hotDeploy() + QLatin1Char('/') + name), contentOf(source));
+}
+
+void tst_ZDeploy::leavesNothingWhereASignalEndsIt_data()
+{
+    QTest::addColumn<int>("number");
+    QTest::newRow("SIGHUP") << SIGHUP;
+    QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("SIGTERM") << SIGTERM;
+}
+
+void tst_ZDeploy::leavesNothingWhereASignalEndsIt()
+{
+    QFETCH(int, number);
+    const Place place;
+    const QByteArray large = contentOf(plugin("plain")) + QByteArray(16 << 20, '\0'); // seconds on that disk
+    QProcess process;
+    process.setProcessEnvironment(slowDisk());
+    const auto before = std::signal(number, SIG_DFL); // the suite may run in the background, where it is ignored
+    process.start(QStringLiteral(ZDEPLOY), {place.write(QStringLiteral("libplain.so"), large), place.hotDeploy()});
+    std::signal(number, before);
+    QVERIFY(process.waitForStarted());
+    const auto isCopying = [&] {
+        const QStringList parts = place.dropped();
+        return parts.size() == 1 && QFileInfo(place.hotDeploy() + QLatin1Char('/') + parts.first()).size() > 100000;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(isCopying(), 30000);
+    QCOMPARE(kill(static_cast<pid_t>(process.processId()), number), 0);
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(process.exitCode(), number);
+    QCOMPARE(place.dropped(), QStringList());
+}
+
+void tst_ZDeploy::findsTheDeployedFolderBesideWhatALinkPointsTo()
+{
+    const Place place;
+    place.write(QStringLiteral("deployed/libplain.so"), "");
+    const Folder elsewhere;
+    const QString link = elsewhere.filePath(QStringLiteral("drop"));
+    QVERIFY(QFile::link(place.hotDeploy(), link));
+    QCOMPARE(run({plugin("plain"), link}).out, QStringLiteral("dropped as libplain.1.so\n"));
+    QCOMPARE(place.dropped(), QStringList{QStringLiteral("libplain.1.so")});
+    QVERIFY(QDir(place.deployed()).removeRecursively());
+    const QString reason = QStringLiteral("there is no folder %1: ").arg(QFileInfo(place.deployed()).filePath());
+    QVERIFY(run({plugin("plain"), link}).err.contains(reason));
+}
+
+void tst_ZDeploy::refusesTheDeployedFolderItself_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::newRow("found beside itself") << QStringList();
+    QTest::newRow("named") << QStringList{"--deployed", "."};
+}
+
+void tst_ZDeploy::refusesTheDeployedFolderItself()
+{
+    QFETCH(QStringList, options);
+    const Place place;
+    QProcess process;
+    process.setWorkingDirectory(place.deployed());
+    process.start(QStringLiteral(ZDEPLOY), options + QStringList{plugin("plain"), place.deployed()});
+    const Result result = finish(process);
+    QCOMPARE(result.err, QStringLiteral("zdeploy: %1 is the folder to which plugins are moved: name the one that is "
+                                        "watched; see zdeploy --help\n")
+                             .arg(place.deployed()));
+    QCOMPARE(result.exitCode, 2);
+    QCOMPARE(Place::everythingIn(place.deployed()), QStringList());
 }
 
 void tst_ZDeploy::tidiesUpWhatAKilledOneLeft()

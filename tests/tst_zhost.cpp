@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "folder.h"
+#include "program.h"
 #include "testcase.h"
 
 #include <QDateTime>
@@ -47,22 +48,7 @@ private Q_SLOTS:
     void stopNamesWhatDoesNotEnd();
 
 private:
-    struct Result
-    {
-        int exitCode;
-        QString out;
-        QString err;
-    };
-
-    static Result run(const QStringList &arguments)
-    {
-        QProcess host;
-        host.start(QStringLiteral(ZHOST), arguments);
-        if (!host.waitForFinished(60000) || host.exitStatus() != QProcess::NormalExit)
-            return {-1, QString(), host.errorString()};
-        return {host.exitCode(), QString::fromUtf8(host.readAllStandardOutput()),
-                QString::fromUtf8(host.readAllStandardError())};
-    }
+    static Result run(const QStringList &arguments) { return runProgram(QStringLiteral(ZHOST), arguments); }
 
     Result runOn(const QByteArray &configuration, const QStringList &options)
     {

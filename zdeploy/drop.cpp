@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 
 #include <fcntl.h>
@@ -94,6 +95,29 @@ QString copy(QFile &from, QTemporaryFile &to)
     return {};
 }
 
+const char *volatile partPath = nullptr; // all that a signal handler can reach, and may use
+
+void removePart(int number)
+{
+    unlink(partPath);
+    raise(number); // ends the process once this has returned
+}
+
+/// From here on, a signal that ends the process takes `file` along. To be called once.
+void removeBySignals(const QString &file)
+{
+    partPath = qstrdup(QFile::encodeName(file).constData());
+    struct sigaction action = {};
+    action.sa_handler = removePart;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+        struct sigaction before = {};
+        sigaction(number, nullptr, &before);
+        if (before.sa_handler != SIG_IGN) // such as nohup has it
+            sigaction(number, &action, nullptr);
+    }
+}
+
 void removeWhatKilledOnesLeft(const QString &folder)
 {
     QDir dir(folder);
@@ -124,6 +148,7 @@ Drop::Result Drop::run() const
     QTemporaryFile part(QDir(hotDeploy).filePath(PartName));
     if (!part.open())
         return {{}, QStringLiteral("cannot write in %1: %2").arg(hotDeploy, part.errorString())};
+    removeBySignals(part.fileName());
     error = copy(from, part);
     part.close();
     if (error.isEmpty())

@@ -17,6 +17,7 @@ struct Drop
         QString error; ///< Why it was not; empty if it was.
     };
 
-    /// Drops a copy that appears under its name in one step, complete. Leaves nothing behind where that fails.
+    /// Drops a copy that appears under its name in one step, complete. Leaves nothing behind where that fails,
+    /// or a signal ends the process. To be called once.
     Result run() const;
 };

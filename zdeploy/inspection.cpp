@@ -10,12 +10,24 @@
 #include <zobject.h>
 #include <zpluginmetadata.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
+#include <sys/prctl.h>
+
 namespace {
+
 constexpr int PatienceMs = 60000;
-}
+
+/// How the other process ends. A plugin may end it, too, and would do so with 0 first of all.
+enum TryOutCode
+{
+    Loadable = 100,
+    NotLoadable
+};
+
+} // namespace
 
 QString inspect(const QString &file)
 {
@@ -51,19 +63,20 @@ QString tryOut(const QString &file)
     }
     if (child.exitStatus() == QProcess::CrashExit) // QProcess has the number of the signal for an exit code
         return QStringLiteral("loading it ends the process: %1").arg(QLatin1String(strsignal(child.exitCode())));
-    if (child.exitCode() == 0)
+    if (child.exitCode() == Loadable)
         return {};
-    const QString reason = QString::fromUtf8(child.readAllStandardOutput()).trimmed();
-    return reason.isEmpty() ? QStringLiteral("loading it ends the process: exit status %1").arg(child.exitCode())
-                            : reason;
+    if (child.exitCode() == NotLoadable)
+        return QString::fromUtf8(child.readAllStandardOutput()).trimmed();
+    return QStringLiteral("loading it ends the process: exit status %1").arg(child.exitCode());
 }
 
 int tryOutHere(const QString &file)
 {
     const auto refuse = [](const QString &reason) {
         std::fputs(reason.toUtf8().constData(), stdout);
-        return 1;
+        return NotLoadable;
     };
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // a plugin that never comes back must not outlive who asked
     QPluginLoader loader(file);
     loader.setLoadHints(QLibrary::ResolveAllSymbolsHint);
     QObject *const root = loader.instance();
@@ -73,5 +86,5 @@ int tryOutHere(const QString &file)
         return refuse(
             QStringLiteral("its root object, %1, is no ZObject").arg(QLatin1String(root->metaObject()->className())));
     loader.unload(); // deletes the root, too
-    return 0;
+    return Loadable;
 }

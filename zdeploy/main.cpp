@@ -81,15 +81,19 @@ int main(int argc, char *argv[])
         return misused(QStringLiteral("name one plugin and one folder"));
     if (parser.isSet(as) && !PluginName::isVersion(parser.value(as)))
         return misused(QStringLiteral("\"%1\" is no version: letters, digits and single dots").arg(parser.value(as)));
-    const Drop drop{arguments.at(0), arguments.at(1),
-                    parser.isSet(deployed) ? parser.value(deployed)
-                                           : QDir(arguments.at(1)).absoluteFilePath(QStringLiteral("../deployed")),
+    const QFileInfo hotDeploy(arguments.at(1));
+    if (!hotDeploy.isDir())
+        return misused(QStringLiteral("there is no folder %1").arg(hotDeploy.filePath()));
+    const QDir real(hotDeploy.canonicalFilePath()); // what is beside a link is not beside the folder
+    const Drop drop{arguments.at(0), hotDeploy.filePath(),
+                    parser.isSet(deployed) ? parser.value(deployed) : real.filePath(QStringLiteral("../deployed")),
                     parser.value(as)};
-    if (!QFileInfo(drop.hotDeploy).isDir())
-        return misused(QStringLiteral("there is no folder %1").arg(drop.hotDeploy));
     if (!QFileInfo(drop.deployed).isDir())
         return misused(QStringLiteral("there is no folder %1: name the one to which plugins are moved with --deployed")
                            .arg(QDir::cleanPath(drop.deployed)));
+    if (QFileInfo(drop.deployed).canonicalFilePath() == real.path())
+        return misused(QStringLiteral("%1 is the folder to which plugins are moved: name the one that is watched")
+                           .arg(drop.hotDeploy));
 
     const Drop::Result result = drop.run();
     if (!result.error.isEmpty()) {
