@@ -96,7 +96,7 @@ QSharedPointer<ZLibrary> ZDefaultLoader::loaded0(QString name)
 QSharedPointer<ZLibrary> ZDefaultLoader::load0(QString name)
 {
     if (!name.contains(QLatin1Char('.'))) { // what is there need not wait for those who inject
-        if (const QSharedPointer<ZLibrary> library = ZDefaultLoader::loaded0(name))
+        if (QSharedPointer<ZLibrary> library = ZDefaultLoader::loaded0(name))
             return library;
     }
     const QString key = zDeepCopy(basen(name));

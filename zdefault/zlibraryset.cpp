@@ -43,7 +43,7 @@ QSharedPointer<ZLibrary> ZLibrarySet::load(const QString &name, const QString &f
     if (m_beingLoaded.contains(name)) // a plugin asks for itself while it is injected
         return {};
     m_beingLoaded.insert(name);
-    const QSharedPointer<ZLibrary> library = plain ? loadAll(name, folder, emitter) : loadOne(name, folder, emitter);
+    QSharedPointer<ZLibrary> library = plain ? loadAll(name, folder, emitter) : loadOne(name, folder, emitter);
     m_beingLoaded.remove(name);
     return library;
 }

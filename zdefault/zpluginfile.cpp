@@ -131,7 +131,7 @@ QString refusal(const QPluginLoader &loader)
     const QJsonObject metaData = loader.metaData();
     if (loader.isLoaded() || metaData.isEmpty())
         return {};
-    const QString mismatch = zInterfaceMismatch(metaData);
+    QString mismatch = zInterfaceMismatch(metaData);
     if (!mismatch.isEmpty())
         return mismatch;
     const QString part = zElfDamage(loader.fileName());

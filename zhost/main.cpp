@@ -6,7 +6,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QJsonDocument>
-#include <QTimer>
+#include <QMetaObject>
 
 #include <cstdio>
 #include <cstdlib>
@@ -134,11 +134,13 @@ int main(int argc, char *argv[])
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &application, &QCoreApplication::quit);
     std::optional<Host> host;
-    QTimer::singleShot(0, &application, [&] { // by the event loop, since a plugin may quit before all are loaded
+    const auto start = [&] {
         host.emplace(configuration.object);
         if (parser.isSet(call))
             QCoreApplication::exit(callOnce(*host, url, request));
-    });
+    };
+    // By the event loop, since a plugin may quit before all are loaded.
+    QMetaObject::invokeMethod(&application, start, Qt::QueuedConnection);
     const int exitCode = QCoreApplication::exec();
 
     endWithin(StopSeconds);
