@@ -164,6 +164,7 @@ void tst_ZDeploy::refusesWhatIsNoPluginOfOurs_data()
     };
     const char wrongName[] = "a plugin's file is called lib<name>.so or lib<name>.<version>.so";
     built("crasher", "loading it ends the process: (Aborted|exit status 1)"); // a sanitizer exits instead
+    built("leaver", "loading it ends the process: exit status 0");
     built("quitter", "loading it ends the process: exit status 3");
     built("noroot", "its root object, NoRoot, is no ZObject");
     built("otherversion", "it was built for version 2 of the interfaces, and this is version 1");
@@ -175,7 +176,8 @@ void tst_ZDeploy::refusesWhatIsNoPluginOfOurs_data()
     written("text", "libtext.so", "not a plugin at all\n", "it is no plugin: .*");
     written("truncated", "libtruncated.so", contentOf(plugin("plain")).left(9000), "it is no plugin: .*");
     const QByteArray good = contentOf(plugin("plain"));
-    for (const char *const name : {"plain.so", "libplain", "libplain.so.1", "libplain..so", "lib.so", "lib.1.so"})
+    for (const char *const name :
+         {"plain.so", "libplain", "libplain.so.1", "libplain..so", "lib.so", "lib.1.so", "lib[a].so", "liba*.so"})
         written(name, name, good, wrongName);
 }
 

@@ -36,7 +36,8 @@ QString after(const QString &version)
 
 PluginName PluginName::parse(const QString &file)
 {
-    static const QRegularExpression pattern(QStringLiteral(R"(\Alib([^./]+)(?:\.([^/]+))?\.so\z)"));
+    static const QRegularExpression pattern(
+        QStringLiteral(R"(\Alib([^./*?[\]]+)(?:\.([^/]+))?\.so\z)")); // the loader looks for versions by a pattern
     const QRegularExpressionMatch match = pattern.match(file);
     return {match.captured(1), match.captured(2)};
 }

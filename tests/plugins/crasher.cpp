@@ -13,7 +13,7 @@ public:
     Crasher()
     {
 #ifdef QUIETLY
-        std::_Exit(3);
+        std::_Exit(QUIETLY);
 #else
         std::abort();
 #endif
