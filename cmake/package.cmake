@@ -17,3 +17,4 @@ install(FILES ${PROJECT_BINARY_DIR}/zdefault.pc DESTINATION ${CMAKE_INSTALL_LIBD
 
 install(PROGRAMS scripts/new-plugin RENAME zdefault-new-plugin
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT zdefault-dev)
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT zdefault-dev)
