@@ -412,6 +412,9 @@ bool ElfFile::relocations()
 
 QString zElfDamage(const QString &path)
 {
+#if !defined(Q_PROCESSOR_X86_64) && !defined(Q_PROCESSOR_ARM_64)
+    return {}; // other machines keep other things in the same tables
+#endif
     QFile file(path);
     const uchar *data = file.open(QIODevice::ReadOnly) ? file.map(0, file.size()) : nullptr;
     if (!data)
