@@ -6,7 +6,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QJsonDocument>
-#include <QMetaObject>
+#include <QTimer>
 
 #include <cstdio>
 #include <cstdlib>
@@ -139,8 +139,10 @@ int main(int argc, char *argv[])
         if (parser.isSet(call))
             QCoreApplication::exit(callOnce(*host, url, request));
     };
-    // By the event loop, since a plugin may quit before all are loaded.
-    QMetaObject::invokeMethod(&application, start, Qt::QueuedConnection);
+    QTimer begin; // by the event loop, since a plugin may quit before all are loaded
+    begin.setSingleShot(true);
+    QObject::connect(&begin, &QTimer::timeout, &application, start);
+    begin.start(0);
     const int exitCode = QCoreApplication::exec();
 
     endWithin(StopSeconds);
