@@ -10,8 +10,6 @@
 #include <QSet>
 #include <QThreadStorage>
 
-#include <utility>
-
 namespace {
 
 using Values = QHash<int, QVariant>; // by type
@@ -84,8 +82,8 @@ bool ZDefaultContext::save0(QVariant &value)
     QHash<quint64, Values> &contexts = threadValues.localData();
     if (!contexts.contains(m_id))
         dropDead(contexts);
-    QVariant &kept = contexts[m_id][value.userType()];
-    const QVariant before = std::exchange(kept, value); // to the end: its destructor may come back here
+    QVariant other = value;
+    other.swap(contexts[m_id][value.userType()]); // the one before goes at the end: its destructor may come back here
     return true;
 }
 

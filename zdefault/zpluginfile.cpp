@@ -179,7 +179,8 @@ void ZUnloader::forgetSet()
 {
     const QMutexLocker locker(&m_mutex);
     m_set = nullptr;
-    for (const QSharedPointer<QPluginLoader> &loader : std::exchange(m_queued, {}))
+    const QVector<QSharedPointer<QPluginLoader>> queued = std::exchange(m_queued, {});
+    for (const QSharedPointer<QPluginLoader> &loader : queued)
         unloadByApplication(loader);
 }
 
