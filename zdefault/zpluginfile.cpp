@@ -128,8 +128,10 @@ void note(const QPluginLoader &loader)
 /// What keeps a file that Qt would go on to load from being loaded; empty if nothing does.
 QString refusal(const QPluginLoader &loader)
 {
+    if (loader.isLoaded())
+        return {};
     const QJsonObject metaData = loader.metaData();
-    if (loader.isLoaded() || metaData.isEmpty())
+    if (metaData.isEmpty())
         return {};
     QString mismatch = zInterfaceMismatch(metaData);
     if (!mismatch.isEmpty())

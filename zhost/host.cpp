@@ -65,8 +65,7 @@ QStringList Host::stop()
     m_timetable.cancel();
     m_services.dbus->invoke0(QUrl(QStringLiteral("//zscheduler/shutdown")), nullptr, nullptr);
 
-    const QSharedPointer<ZThreadPool> threads =
-        m_services.threadPoolSet->find0(QStringLiteral("Pool-ZSchedulerThread"));
+    const QSharedPointer<ZThreadPool> threads = m_services.activities();
     const QDeadlineTimer deadline(PatienceMs);
     while (!threads->waitAll(20) && !deadline.hasExpired())
         QCoreApplication::processEvents(); // an activity may wait for this thread to do something

@@ -12,7 +12,6 @@
 #include <QStringList>
 
 #include <zdelegate.h>
-#include <zthreadpool.h>
 
 namespace {
 
@@ -97,7 +96,6 @@ QJsonObject report(const Services &services, const Timetable &timetable)
             {QStringLiteral("plugins"), plugins()},
             {QStringLiteral("endpoints"), endpoints(services.dbus)},
             {QStringLiteral("schedule"), timetable.describe()},
-            {QStringLiteral("activities"),
-             services.threadPoolSet->find0(QStringLiteral("Pool-ZSchedulerThread"))->printd()},
+            {QStringLiteral("activities"), services.activities()->printd()},
             {QStringLiteral("threads"), threads()}};
 }

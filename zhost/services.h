@@ -12,6 +12,7 @@
 #include <zlogger.h>
 #include <zscheduler.h>
 #include <ztempfile.h>
+#include <zthreadpool.h>
 #include <zthreadpoolset.h>
 
 /// All services, as a component gets them. Those that nobody provides are null.
@@ -40,4 +41,10 @@ public:
     ZScheduler *scheduler = nullptr;
     ZTempFile *tempFile = nullptr;
     ZThreadPoolSet *threadPoolSet = nullptr;
+
+    /// The threads of all that is scheduled.
+    QSharedPointer<ZThreadPool> activities() const
+    {
+        return threadPoolSet->find0(QStringLiteral("Pool-ZSchedulerThread"));
+    }
 };
