@@ -18,6 +18,9 @@
 #include <thread>
 #include <vector>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 using Library = QSharedPointer<ZLibrary>;
 
 namespace {
@@ -176,6 +179,7 @@ private Q_SLOTS:
     void twoLoadersMayLoadOneFile();
     void serviceOfAPluginIsReachedAndLeavesWithIt();
     void pluginThatServesMayBeInjectedAgain();
+    void pluginWithTheFirstDelegateOfAnInterfaceStaysInMemory();
     void messagesReachTheDefaultLogger();
 };
 
@@ -915,6 +919,27 @@ void tst_Loader::pluginThatServesMayBeInjectedAgain()
     other->bind0(QSharedPointer<GreeterDelegate>::create(nullptr));
     settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libgreeter.so"))));
+}
+
+void tst_Loader::pluginWithTheFirstDelegateOfAnInterfaceStaysInMemory()
+{
+    // In a process of its own, since it keeps the plugin. The end of the emitter runs the plugin's code.
+    const pid_t child = fork();
+    if (child == 0) {
+        bool isMappedStill = false;
+        {
+            const PluginFolder folder;
+            folder.drop(QStringLiteral("founder"));
+            const Host host;
+            host.wire(QJsonObject())->load0(QStringLiteral("founder"));
+            settle(); // nobody holds it any more
+            isMappedStill = isMapped(folder.filePath(QStringLiteral("libfounder.so")));
+        }
+        _exit(isMappedStill ? 0 : 1);
+    }
+    int status = -1;
+    QCOMPARE(waitpid(child, &status, 0), child);
+    QCOMPARE(status, 0);
 }
 
 void tst_Loader::messagesReachTheDefaultLogger()

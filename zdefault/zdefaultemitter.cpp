@@ -8,6 +8,21 @@
 #include <QMutexLocker>
 #include <QPointer>
 
+#include <dlfcn.h>
+
+namespace {
+
+/// Sees to it that the file in which the class of `delegate` lies never leaves memory. It does nothing to the
+/// application's own code; a plugin's stays.
+void keepCodeOf(const ZDelegate *delegate)
+{
+    Dl_info file;
+    if (dladdr(*reinterpret_cast<void *const *>(delegate), &file)) // where its table of virtual functions lies
+        dlopen(file.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
+} // namespace
+
 const char *zDefaultEmitterTypeName() { return zTypeName<ZDefaultEmitter>("ZDefaultEmitter*"); }
 
 const char *const ZDefaultEmitter::TypeName = zDefaultEmitterTypeName();
@@ -41,6 +56,7 @@ QSharedPointer<ZReference> ZDefaultEmitter::bind0(QSharedPointer<ZDelegate> dele
     const QSharedPointer<ZDelegate> filed = m_delegates.value(interfaceType);
     if (filed)
         return filed->replace(*delegate);
+    keepCodeOf(delegate.data()); // it is filed for good, whatever becomes of those who brought it
     m_delegates.insert(interfaceType, delegate);
     m_order.append(interfaceType);
     return {};
