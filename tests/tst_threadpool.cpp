@@ -80,8 +80,10 @@ protected:
     void run() override
     {
         m_begun.release();
-        for (;;)
-            ::pause();
+        for (;;) {
+            pthread_testcancel();
+            yieldCurrentThread();
+        }
     }
 };
 
@@ -289,6 +291,7 @@ private Q_SLOTS:
     void stopHoldsNoLockAsItWaits();
     void threadIsNotDeletedUnderWhoWaitsForIt_data() { eachStop(); }
     void threadIsNotDeletedUnderWhoWaitsForIt();
+    void threadIsNotDeletedUnderWhoWaitsLonger();
 
     void listAllWithoutACallbackDoesNothing();
     void listAllNamesEachThread();
@@ -890,6 +893,25 @@ void tst_ThreadPool::threadIsNotDeletedUnderWhoWaitsForIt()
     settle();
     QVERIFY(thread);
     QVERIFY(!isDone(stopping, 0));
+    hold.letGo();
+    QVERIFY(isDone(stopping));
+    QVERIFY(stopping.get());
+    settle();
+    QVERIFY(!thread);
+}
+
+void tst_ThreadPool::threadIsNotDeletedUnderWhoWaitsLonger()
+{
+    Pool pool;
+    QPointer<Runner> thread = running(pool);
+    Hold hold(thread); // behind the registry's connection
+    auto stopping = elsewhere([&] { return pool.interruptAndWait(thread, Forever); });
+    QTRY_VERIFY(thread->isInterruptionRequested()); // so it is waiting already
+    QVERIFY(!pool.interruptAndWait(thread, 0));
+    thread->letGo();
+    QVERIFY(hold.isReached());
+    settle();
+    QVERIFY(thread);
     hold.letGo();
     QVERIFY(isDone(stopping));
     QVERIFY(stopping.get());

@@ -14,15 +14,21 @@ namespace {
 
 using Values = QHash<int, QVariant>; // by type
 
+// Neither is ever destroyed: a context may be in static storage, and threads may outlive main().
+
 /// Each thread's values, by context. One storage for all contexts, and for ever: Qt gives the place of a storage that
 /// is destroyed to the next one, together with what threads that still run have in it.
-QThreadStorage<QHash<quint64, Values>> threadValues;
+QThreadStorage<QHash<quint64, Values>> &threadValues()
+{
+    static auto &instance = *new QThreadStorage<QHash<quint64, Values>>;
+    return instance;
+}
 
 QBasicMutex livingMutex;
 
 QSet<quint64> &living() // the contexts that there are; guarded by livingMutex
 {
-    static QSet<quint64> instance;
+    static auto &instance = *new QSet<quint64>;
     return instance;
 }
 
@@ -65,9 +71,9 @@ ZDefaultContext::~ZDefaultContext()
 
 bool ZDefaultContext::load0(QVariant &value)
 {
-    if (!value.isValid() || !threadValues.hasLocalData())
+    if (!value.isValid() || !threadValues().hasLocalData())
         return false;
-    const Values values = threadValues.localData().value(m_id);
+    const Values values = threadValues().localData().value(m_id);
     const auto found = values.constFind(value.userType());
     if (found == values.constEnd())
         return false;
@@ -79,7 +85,7 @@ bool ZDefaultContext::save0(QVariant &value)
 {
     if (!value.isValid())
         return false;
-    QHash<quint64, Values> &contexts = threadValues.localData();
+    QHash<quint64, Values> &contexts = threadValues().localData();
     if (!contexts.contains(m_id))
         dropDead(contexts);
     QVariant other = value;

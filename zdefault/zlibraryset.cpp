@@ -7,7 +7,6 @@
 #include "ztexts.h"
 #include "zwiring.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QMutexLocker>
@@ -28,8 +27,11 @@ ZLibrarySet::ZLibrarySet(const QString &name, const QString &folder, ZEmitter *e
 
 ZLibrarySet::~ZLibrarySet()
 {
-    if (QThread::currentThread() == thread()) // else the application's event loop does it
-        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    if (QThread::currentThread() == thread()) { // else the application's event loop does it
+        // Not by posted events: the application object may be gone, and nothing is delivered then.
+        while (const QSharedPointer<QPluginLoader> loader = m_unloader->next())
+            unloadSlot(loader);
+    }
     m_unloader->forgetSet();
 }
 

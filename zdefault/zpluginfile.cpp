@@ -148,6 +148,16 @@ void destroy(ZObject *root, File *file)
     file->wake();
 }
 
+/// The deleter of a loader. Of a file that nobody has unloaded, and whose loader is gone, Qt destroys the root as the
+/// process ends: when the plugin's static objects, and the services that it uses, are gone.
+void release(QPluginLoader *loader)
+{
+    const QMutexLocker locker(&mutex());
+    const File *file = fileOf(*loader);
+    if (!file || !file->isUsedBy(*loader))
+        delete loader;
+}
+
 void unloadByApplication(const QSharedPointer<QPluginLoader> &loader)
 {
     QCoreApplication *application = QCoreApplication::instance();
@@ -168,7 +178,15 @@ void ZUnloader::queue(const QSharedPointer<QPluginLoader> &loader)
         return;
     }
     m_queued.append(loader);
-    QMetaObject::invokeMethod(m_set, "unloadSlot", Qt::QueuedConnection, Q_ARG(QSharedPointer<QPluginLoader>, loader));
+    // Not by the slot's name, which Qt would ask the set for: it may be in its destructor, waiting for our lock.
+    QMetaObject::invokeMethod(
+        m_set, [set = m_set, loader] { set->unloadSlot(loader); }, Qt::QueuedConnection);
+}
+
+QSharedPointer<QPluginLoader> ZUnloader::next()
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_queued.value(0);
 }
 
 void ZUnloader::takeUp(const QSharedPointer<QPluginLoader> &loader)
@@ -189,7 +207,7 @@ void ZUnloader::forgetSet()
 QSharedPointer<QPluginLoader> ZPluginFile::find(const QString &name)
 {
     const QMutexLocker locker(&mutex());
-    return QSharedPointer<QPluginLoader>::create(name);
+    return QSharedPointer<QPluginLoader>(new QPluginLoader(name), release);
 }
 
 ZObject *ZPluginFile::load(QPluginLoader &loader)

@@ -23,6 +23,8 @@ public:
 
     /// Has the set unload the file of `loader` from its event loop.
     void queue(const QSharedPointer<QPluginLoader> &loader);
+    /// What the set has to take up next; null if nothing.
+    QSharedPointer<QPluginLoader> next();
     /// Called by the set when it takes up what was queued.
     void takeUp(const QSharedPointer<QPluginLoader> &loader);
     /// Called by the set's destructor. What it has not taken up goes to the application object.
@@ -40,7 +42,8 @@ private:
  */
 namespace ZPluginFile {
 
-/// A loader for the file that is called `name`; nothing is loaded yet.
+/// A loader for the file that is called `name`; nothing is loaded yet. What is loaded with it and not unloaded again
+/// stays to the end of the process.
 QSharedPointer<QPluginLoader> find(const QString &name);
 /// Loads the file and returns its root object; null if either fails, or the root is no `ZObject`.
 ZObject *load(QPluginLoader &loader);

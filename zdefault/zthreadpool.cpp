@@ -40,7 +40,7 @@ bool ZThreadPool::poolAndStart(QThread *thread, QThread::Priority priority)
     m_registry.insert(key, thread);
     m_refused.remove(key);
     const QMetaObject::Connection connection =
-        connect(thread, SIGNAL(finished()), this, SLOT(finishedSlot()), Qt::DirectConnection);
+        connect(thread, &QThread::finished, this, &ZThreadPool::finishedSlot, Qt::DirectConnection);
 
     // Asked in this order, since a thread only ever goes from running to finished.
     if (thread->isRunning())
@@ -104,7 +104,7 @@ void ZThreadPool::finishedSlot()
     if (m_refused.remove(key))
         return;
     // One that was handed in twice would come here again, when we may be gone.
-    disconnect(thread, SIGNAL(finished()), this, SLOT(finishedSlot()));
+    disconnect(thread, &QThread::finished, this, &ZThreadPool::finishedSlot);
     remove(key);
     if (m_waiting.contains(key))
         m_deleteAfter.insert(key);

@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 
+#include <poll.h>
 #include <unistd.h>
 
 /// Does to its host what the environment's UNRULY says.
@@ -43,6 +44,8 @@ public:
         if (m_deed == "quit")
             QCoreApplication::quit();
         if (m_deed == "read") { // keeps the start busy until somebody writes
+            pollfd input{STDIN_FILENO, POLLIN, 0};
+            poll(&input, 1, -1);
             char byte;
             if (read(STDIN_FILENO, &byte, 1) < 0)
                 std::abort();
