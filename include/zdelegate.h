@@ -63,13 +63,14 @@ protected:
     }
 
     /// Calls `operation` on the component, which is found by the interface's identifier and kept alive meanwhile.
-    /// Returns `neutral` if there is none.
+    /// Returns `neutral` if there is none. A shared pointer that a plugin's component returns keeps the plugin.
     template <class Interface, class Operation, class... Args>
     auto forward(Operation Interface::*operation,
                  std::invoke_result_t<Operation Interface::*, Interface &, Args...> neutral, Args &&...args) const
     {
         const auto [component, part] = hold(qobject_interface_iid<Interface *>());
-        return part ? std::invoke(operation, static_cast<Interface *>(part), std::forward<Args>(args)...)
+        return part ? lend(component,
+                           std::invoke(operation, static_cast<Interface *>(part), std::forward<Args>(args)...))
                     : std::move(neutral);
     }
 
@@ -93,6 +94,35 @@ private:
         void *part;
     };
     Target hold(const char *identifier) const;
+
+    /// The deleter of a pointer that a plugin gave. It deletes nothing itself: what counts is that its members go in
+    /// this order's reverse, what was given before the plugin that holds the code for it.
+    template <class Object>
+    struct KeepComponentLonger
+    {
+        QSharedPointer<QObject> component;
+        QSharedPointer<Object> object;
+
+        void operator()(Object *) const {}
+    };
+
+    /// A shared pointer carries code of those who made it: what a plugin's component answers keeps the plugin.
+    template <class Object>
+    static QSharedPointer<Object> lend(const QSharedPointer<QObject> &component, QSharedPointer<Object> object)
+    {
+        if constexpr (std::is_base_of_v<QEnableSharedFromThis<Object>, Object>) // has the one owner that it knows
+            return object;
+        else if (!object || !isFromPlugin(component.data()))
+            return object;
+        else
+            return {object.data(), KeepComponentLonger<Object>{component, object}};
+    }
+    template <class Result>
+    static Result lend(const QSharedPointer<QObject> &, Result result)
+    {
+        return result;
+    }
+    static bool isFromPlugin(const QObject *component);
 
     mutable QMutex m_mutex;
     QSharedPointer<ZReference> m_reference;

@@ -43,6 +43,7 @@ public:
     QSharedPointer<QObject> shared() override;
 
 private:
+    friend class ZDelegate;
     friend class ZLibrary;
 
     void setLibrary(const QWeakPointer<ZLibrary> &library);

@@ -9,7 +9,9 @@
 #include <QMetaProperty>
 #include <QRegularExpression>
 #include <QSemaphore>
+#include <QTemporaryFile>
 
+#include <zdefaultfilesystem.h>
 #include <zdefaultlogger.h>
 #include <zlibrary.h>
 #include <zobject.h>
@@ -178,6 +180,7 @@ private Q_SLOTS:
     void libraryMayOutliveItsLoader();
     void twoLoadersMayLoadOneFile();
     void serviceOfAPluginIsReachedAndLeavesWithIt();
+    void whatAPluginGaveKeepsItInMemory();
     void pluginThatServesMayBeInjectedAgain();
     void pluginWithTheFirstDelegateOfAnInterfaceStaysInMemory();
     void messagesReachTheDefaultLogger();
@@ -895,6 +898,28 @@ void tst_Loader::serviceOfAPluginIsReachedAndLeavesWithIt()
     QCOMPARE(greeter->greet(QStringLiteral("Ann")), QStringLiteral("nobody"));
     settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libgreeter.so"))));
+}
+
+void tst_Loader::whatAPluginGaveKeepsItInMemory()
+{
+    const Folder folder;
+    folder.drop(QStringLiteral("lender"));
+    const Host host;
+    const auto files = QSharedPointer<ZTempFileDelegate>::create(nullptr);
+    host->bind0(files);
+    host.wire(QJsonObject{{Deployed, folder.path()}, {LoadList, QJsonArray{QStringLiteral("lender")}}});
+    QSharedPointer<QTemporaryFile> file = files->newFile0();
+    QVERIFY(file);
+    QVERIFY(file->open());
+    const QString name = file->fileName();
+
+    host->bind0(QSharedPointer<ZTempFileDelegate>::create(nullptr));
+    settle();
+    QVERIFY(isMapped(folder.filePath(QStringLiteral("liblender.so"))));
+    std::thread([&] { file.clear(); }).join(); // runs code of the plugin
+    QVERIFY(!QFile::exists(name));
+    settle();
+    QVERIFY(!isMapped(folder.filePath(QStringLiteral("liblender.so"))));
 }
 
 void tst_Loader::pluginThatServesMayBeInjectedAgain()

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdelegate.h"
 
+#include "zobject.h"
+#include "zown.h"
 #include "zowned.h"
 
 #include <QMutexLocker>
@@ -37,7 +39,7 @@ QSharedPointer<ZReference> ZDelegate::refer(QObject *object)
 {
     if (auto *owned = dynamic_cast<ZOwned *>(object))
         return refer(owned->shared());
-    return refer(QSharedPointer<QObject>(object));
+    return refer(zOwn(object));
 }
 
 QSharedPointer<ZReference> ZDelegate::refer(QSharedPointer<QObject> object)
@@ -51,4 +53,10 @@ ZDelegate::Target ZDelegate::hold(const char *identifier) const
     if (!m_reference || !m_reference->m_object)
         return {};
     return {m_reference->m_object, m_reference->m_object->qt_metacast(identifier)};
+}
+
+bool ZDelegate::isFromPlugin(const QObject *component)
+{
+    const auto *object = dynamic_cast<const ZObject *>(component);
+    return object && object->m_isRoot.loadAcquire();
 }

@@ -2,6 +2,7 @@
 #include "zobject.h"
 
 #include "zlibrary.h"
+#include "zown.h"
 
 #include <QMutex>
 #include <QMutexLocker>
@@ -14,6 +15,7 @@ struct KeepLibraryLonger
 {
     QSharedPointer<ZLibrary> library;
     QSharedPointer<ZObject> root;
+    ZOwnLine line;
 
     void operator()(QObject *) const {}
 };
@@ -39,7 +41,7 @@ QSharedPointer<QObject> ZObject::shared()
         return ZOwned::shared();
     const QSharedPointer<ZLibrary> library = *this;
     const QSharedPointer<ZObject> root = library ? QSharedPointer<ZObject>(*library) : QSharedPointer<ZObject>();
-    return root ? QSharedPointer<QObject>(static_cast<QObject *>(root.data()), KeepLibraryLonger{library, root})
+    return root ? QSharedPointer<QObject>(static_cast<QObject *>(root.data()), KeepLibraryLonger{library, root, {}})
                 : QSharedPointer<QObject>();
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zowned.h"
 
+#include "zown.h"
+
 #include <QMutex>
 #include <QMutexLocker>
 
@@ -14,7 +16,7 @@ QSharedPointer<QObject> ZOwned::shared()
     const QMutexLocker locker(&mutex);
     QSharedPointer<QObject> owner = m_owner.toStrongRef();
     if (!m_hadOwner) {
-        owner.reset(dynamic_cast<QObject *>(this));
+        owner = zOwn(dynamic_cast<QObject *>(this));
         m_owner = owner;
         m_hadOwner = true;
     }
