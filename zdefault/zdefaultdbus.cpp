@@ -17,9 +17,14 @@ enum LineKind
 
 QString hostOf(const QUrl &url) { return url.host(QUrl::FullyDecoded); }
 
-QString hostKey(const QString &host) { return QLatin1String("//") + host; }
+QString keyOf(const QString &host, const QString &path = QString())
+{
+    QString key;
+    key.reserve(2 + host.size() + path.size());
+    return key.append(QLatin1String("//")).append(host).append(path);
+}
 
-QString keyOf(const QString &host, const QUrl &url) { return hostKey(host) + url.path(QUrl::FullyDecoded); }
+QString keyOf(const QString &host, const QUrl &url) { return keyOf(host, url.path(QUrl::FullyDecoded)); }
 
 } // namespace
 
@@ -98,7 +103,7 @@ QSharedPointer<ZDbusSubscriber> ZDefaultDbus::take(const QString &host, const QU
     const QMutexLocker locker(&m_mutex);
     auto endpoint = m_endpoints.find(key);
     if (endpoint == m_endpoints.end())
-        endpoint = m_endpoints.find(hostKey(host));
+        endpoint = m_endpoints.find(keyOf(host));
     if (endpoint == m_endpoints.end())
         return {};
     QSharedPointer<ZDbusSubscriber> subscriber = endpoint->toStrongRef();
@@ -119,10 +124,11 @@ void ZDefaultDbus::forEachAlive(Call call)
 {
     QVector<QSharedPointer<ZDbusSubscriber>> held; // to the end: we may be the last, and a destructor may call the bus
     const QMutexLocker locker(&m_mutex);
+    held.reserve(m_endpoints.size());
     for (auto endpoint = m_endpoints.begin(); endpoint != m_endpoints.end();) {
-        if (const QSharedPointer<ZDbusSubscriber> subscriber = endpoint->toStrongRef()) {
-            held.append(subscriber);
-            call(endpoint.key(), *subscriber);
+        if (QSharedPointer<ZDbusSubscriber> subscriber = endpoint->toStrongRef()) {
+            held.append(std::move(subscriber));
+            call(endpoint.key(), *held.constLast());
             ++endpoint;
         } else {
             endpoint = forget(endpoint);

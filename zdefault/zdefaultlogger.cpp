@@ -10,17 +10,45 @@
 #include <QLoggingCategory>
 #include <QMessageLogger>
 
+#include <algorithm>
 #include <limits>
 
 namespace {
 
-QLoggingCategory &category() { return *QLoggingCategory::defaultCategory(); }
+/// Qt's switch. As the process ends the switches are gone before the last who log: then only what is urgent is told.
+bool isEnabled(QtMsgType severity)
+{
+    const QLoggingCategory *category = QLoggingCategory::defaultCategory();
+    return category ? category->isEnabled(severity) : severity != QtDebugMsg && severity != QtInfoMsg;
+}
 
 /// Fractions are cut off, and what no int can hold becomes the nearest that can.
 int toInt(const QJsonValue &number)
 {
     return static_cast<int>(
         qBound(double(std::numeric_limits<int>::min()), number.toDouble(), double(std::numeric_limits<int>::max())));
+}
+
+constexpr int TimeSize = 23;
+
+/// Appends the local time, "dd.MM.yyyy hh:mm:ss.zzz". To ask for the zone costs far more than all else of a line: so
+/// each thread keeps the second's text, and a clock or a zone that is changed shows within a second.
+void appendTime(QByteArray &line)
+{
+    constexpr int Size = TimeSize - 3;
+    thread_local qint64 second = -1;
+    thread_local char text[Size];
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (now / 1000 != second) {
+        second = now / 1000;
+        const QString local = QDateTime::fromMSecsSinceEpoch(now).toString(QStringLiteral("dd.MM.yyyy hh:mm:ss."));
+        const QByteArray latin1 = local.toLatin1();
+        std::copy_n(latin1.constData(), qMin(latin1.size(), Size), text);
+    }
+    const int milliseconds = int(now % 1000);
+    const char digits[] = {char('0' + milliseconds / 100), char('0' + milliseconds / 10 % 10),
+                           char('0' + milliseconds % 10)};
+    line.append(text, Size).append(digits, sizeof digits);
 }
 
 QMessageLogger message() { return QMessageLogger(nullptr, 0, nullptr, "default"); }
@@ -39,7 +67,7 @@ void ZDefaultLogger::info0(const QString &text)
         message().info("%s", text.toUtf8().constData());
 }
 
-bool ZDefaultLogger::info0() { return category().isInfoEnabled(); }
+bool ZDefaultLogger::info0() { return isEnabled(QtInfoMsg); }
 
 void ZDefaultLogger::debug0(const QString &text)
 {
@@ -47,7 +75,7 @@ void ZDefaultLogger::debug0(const QString &text)
         message().debug("%s", text.toUtf8().constData());
 }
 
-bool ZDefaultLogger::debug0() { return category().isDebugEnabled(); }
+bool ZDefaultLogger::debug0() { return isEnabled(QtDebugMsg); }
 
 void ZDefaultLogger::warning0(const QString &text)
 {
@@ -55,7 +83,7 @@ void ZDefaultLogger::warning0(const QString &text)
         message().warning("%s", text.toUtf8().constData());
 }
 
-bool ZDefaultLogger::warning0() { return category().isWarningEnabled(); }
+bool ZDefaultLogger::warning0() { return isEnabled(QtWarningMsg); }
 
 void ZDefaultLogger::critical0(const QString &text)
 {
@@ -63,17 +91,27 @@ void ZDefaultLogger::critical0(const QString &text)
         message().critical("%s", text.toUtf8().constData());
 }
 
-bool ZDefaultLogger::critical0() { return category().isCriticalEnabled(); }
+bool ZDefaultLogger::critical0() { return isEnabled(QtCriticalMsg); }
 
 void ZDefaultLogger::fatal0(const QString &text) { message().fatal("%s", text.toUtf8().constData()); }
 
 void ZDefaultLogger::log0(int index, int kind, const QString &text)
 {
-    if (log0(index) == 0)
+    if (!isEnabled(QtDebugMsg) || log0(index) == 0)
         return;
-    const QString time = QDateTime::currentDateTime().toString(QStringLiteral("dd.MM.yyyy hh:mm:ss.zzz"));
-    const QString line = QStringLiteral("[%1] [%2] [%3] %4").arg(time, m_names.at(index)).arg(kind, 0, 16).arg(text);
-    message().debug("%s", line.toUtf8().constData());
+    const QString &name = m_names.at(index);
+    const QByteArray end = text.toUtf8();
+    QByteArray line;
+    line.reserve(TimeSize + name.size() * 3 + end.size() + 32);
+    line.append('[');
+    appendTime(line);
+    line.append("] [").append(name.toUtf8()).append("] [");
+    line.append(QByteArray::number(qlonglong(kind), 16)).append("] ").append(end);
+    if (name.contains(QLatin1Char('%'))) { // the name's own places are filled as the line's are
+        const QString time = QString::fromLatin1(line.mid(1, TimeSize));
+        line = QStringLiteral("[%1] [%2] [%3] %4").arg(time, name).arg(kind, 0, 16).arg(text).toUtf8();
+    }
+    message().debug("%s", line.constData());
 }
 
 int ZDefaultLogger::log0(int index) { return isCategory(index) ? m_masks.at(index) : 0; }
@@ -103,7 +141,7 @@ void ZDefaultLogger::read(const QJsonObject &section)
     for (const auto &[key, severity] : switches) {
         const QJsonValue value = section.value(key);
         if (value.isDouble())
-            category().setEnabled(severity, toInt(value) != 0);
+            QLoggingCategory::defaultCategory()->setEnabled(severity, toInt(value) != 0);
     }
 
     QHash<QString, int> categories; // a category's index is its place in the hash's order: other loggers may rely on it

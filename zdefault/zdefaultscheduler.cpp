@@ -11,6 +11,7 @@
 
 #include <climits>
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 
 namespace {
@@ -54,6 +55,7 @@ ZSchedulerThread::~ZSchedulerThread() = default;
 
 void ZSchedulerThread::run()
 {
+    prctl(PR_SET_TIMERSLACK, 1); // else the kernel wakes us up to 50 us late, to wake others with us
     while (m_activity && m_activity->wait() && m_activity->run()) {
     }
 }
