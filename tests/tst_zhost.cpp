@@ -202,6 +202,8 @@ void tst_ZHost::checkNamesWhatIsWrong_data()
         "\"loger\": no service knows this key; the nearest known one is \"logger\"");
     row("key misspelt", R"({"loader": {"hot-deplyo": "."}})",
         "\"loader.hot-deplyo\": no service knows this key; the nearest known one is \"loader.hot-deploy\"");
+    row("key with a line break", R"({"log\nger": {}})",
+        "\"log\\nger\": no service knows this key; the nearest known one is \"logger\"");
     row("case counts", R"({"Logger": {}})",
         "\"Logger\": no service knows this key; the nearest known one is \"logger\"");
     row("unknown value", R"({"heartbeat": 3})",

@@ -230,5 +230,7 @@ QVector<Configuration::Finding> Configuration::findings() const
 {
     Check check;
     check.object(object, knownKeys(), {});
+    for (Finding &finding : check.findings) // a key or a path may have a line break in it
+        finding.text.replace(QLatin1Char('\n'), QLatin1String("\\n"));
     return check.findings;
 }

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -35,8 +37,10 @@ void handle(int)
 StopSignals::StopSignals()
 {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
-        qFatal("cannot make a pipe for signals");
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+        std::perror("zhost: cannot make a pipe for signals");
+        std::exit(EXIT_FAILURE);
+    }
     m_readEnd = ends[0];
     writeEnd = ends[1];
     m_notifier = new QSocketNotifier(m_readEnd, QSocketNotifier::Read, this);
