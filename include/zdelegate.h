@@ -110,12 +110,11 @@ private:
     template <class Object>
     static QSharedPointer<Object> lend(const QSharedPointer<QObject> &component, QSharedPointer<Object> object)
     {
-        if constexpr (std::is_base_of_v<QEnableSharedFromThis<Object>, Object>) // has the one owner that it knows
-            return object;
-        else if (!object || !isFromPlugin(component.data()))
-            return object;
-        else
-            return {object.data(), KeepComponentLonger<Object>{component, object}};
+        if constexpr (!std::is_base_of_v<QEnableSharedFromThis<Object>, Object>) { // which has the owner that it knows
+            if (isFromPlugin(component.data()))
+                return {object.data(), KeepComponentLonger<Object>{component, object}};
+        }
+        return object;
     }
     template <class Result>
     static Result lend(const QSharedPointer<QObject> &, Result result)

@@ -5,6 +5,7 @@
 
 #include <QPointer>
 #include <QSemaphore>
+#include <QTemporaryFile>
 #include <QThread>
 
 #include <zdefaultconfig.h>
@@ -16,6 +17,7 @@
 #include <zdefaultlogger.h>
 #include <zdefaultpoolset.h>
 #include <zdefaultscheduler.h>
+#include <zobject.h>
 
 #include <functional>
 #include <type_traits>
@@ -136,6 +138,16 @@ public:
     QSemaphore answer;
 };
 
+/// Gives files away. It could be the root of a plugin, and is none.
+class Giver : public ZObject, public ZTempFile
+{
+    Q_OBJECT
+    Q_INTERFACES(ZTempFile)
+
+public:
+    QSharedPointer<QTemporaryFile> newFile0() override { return QSharedPointer<QTemporaryFile>::create(); }
+};
+
 class tst_Delegate : public TestCase
 {
     Q_OBJECT
@@ -185,6 +197,7 @@ private Q_SLOTS:
     void aCallMayOutliveItsDelegate();
     void aComponentMayUseItsDelegateAsItEnds();
     void aComponentThatThrowsIsLetGo();
+    void aComponentOfTheApplicationIsNotKeptByWhatItGave();
 };
 
 void tst_Delegate::eachDelegate()
@@ -569,6 +582,16 @@ void tst_Delegate::aComponentThatThrowsIsLetGo()
     GreeterDelegate delegate(component.data());
     QVERIFY_EXCEPTION_THROWN(delegate.greet({}), int);
     QVERIFY(component);
+    delegate.replace({});
+    QVERIFY(!component);
+}
+
+void tst_Delegate::aComponentOfTheApplicationIsNotKeptByWhatItGave()
+{
+    const QPointer<QObject> component = new Giver;
+    ZTempFileDelegate delegate(component.data());
+    const QSharedPointer<QTemporaryFile> file = delegate.newFile0();
+    QVERIFY(file);
     delegate.replace({});
     QVERIFY(!component);
 }

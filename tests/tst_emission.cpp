@@ -138,6 +138,9 @@ void tst_Emission::initTestCase()
     qRegisterMetaType<Uninvokable *>();
     qRegisterMetaType<Gadget *>();
     qRegisterMetaType<ZDbus *>();
+    using Pointer = QtMetaTypePrivate::QMetaTypeFunctionHelper<QObject *>;
+    QMetaType::registerNormalizedType("Unreflected*", Pointer::Destruct, Pointer::Construct, sizeof(QObject *),
+                                      QMetaType::MovableType | QMetaType::PointerToQObject, nullptr);
 }
 
 void tst_Emission::emissionMakesADefaultComponent_data()
@@ -203,6 +206,7 @@ void tst_Emission::emissionThatFailsIsNull_data()
     QTest::newRow("gadget") << QByteArray("Gadget*") << false;
     QTest::newRow("reference") << QByteArray("QSharedPointer<ZReference>") << false;
     QTest::newRow("abstract class") << QByteArray("Abstract*") << false;
+    QTest::newRow("class without a meta-object") << QByteArray("Unreflected*") << false;
     QTest::newRow("no invokable constructor") << QByteArray("Uninvokable*") << false;
     QTest::newRow("argument of another type") << QByteArray("Made*") << true;
     QTest::newRow("more arguments than it takes") << QByteArray("Keeper*") << true;

@@ -93,9 +93,11 @@ private Q_SLOTS:
     void rootThatIsHeldKeepsTheFileUntilItIsGone();
     void sharedRootKeepsItsLibraryAndGoesBeforeIt();
     void sharedRootMayBeDroppedOnAnyThread();
+    void rootIsNotSharedOnceItsLibraryIsGone();
     void rootMayBeTakenAndDroppedByManyThreads();
     void fileIsNotLoadedWhileItsRootIsBeingDestroyed();
     void oneFileIsSharedByTwoSets();
+    void rootThatIsHeldIsThatOfALaterLibraryToo();
     void fileUnderTwoNamesHasOneRoot_data();
     void fileUnderTwoNamesHasOneRoot();
     void loadingAndUnloadingOneFileOnManyThreadsLeavesNothingBehind();
@@ -444,6 +446,18 @@ void tst_LibrarySet::sharedRootKeepsItsLibraryAndGoesBeforeIt()
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
 }
 
+void tst_LibrarySet::rootIsNotSharedOnceItsLibraryIsGone()
+{
+    const PluginFolder folder;
+    EmptySet set;
+    Library library = loadPlain(set, folder, QStringLiteral("libfoo"));
+    const QSharedPointer<ZObject> root = rootOf(library);
+    library.clear();
+    QVERIFY(!root->shared());
+    settle();
+    QVERIFY(!root->shared());
+}
+
 void tst_LibrarySet::sharedRootMayBeDroppedOnAnyThread()
 {
     const PluginFolder folder;
@@ -486,17 +500,22 @@ void tst_LibrarySet::fileIsNotLoadedWhileItsRootIsBeingDestroyed()
     const PluginFolder folder;
     folder.drop(QStringLiteral("slow"));
     Gate gate;
+    Journal journal;
     EmptySet set;
+    set.getSetZLogger(&journal);
     QSharedPointer<ZObject> root = rootOf(set.loadOne(QStringLiteral("slow"), folder.path(), nullptr));
     gate.setOn(root.data());
     std::thread dropper([&] { root.clear(); });
     gate.entered.acquire();
     const bool loaded = !set.loadOne(QStringLiteral("slow"), folder.path(), nullptr).isNull();
+    settle(); // which unloads neither the file nor what has not loaded
+    journal.take();
     gate.leave.release();
     dropper.join();
     QVERIFY(!loaded); // Qt would hand out the dying one
     settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libslow.so"))));
+    QCOMPARE(journal.take(), QStringList{QStringLiteral("zdefault 1: unloaded: libslow")});
     QVERIFY(set.loadOne(QStringLiteral("slow"), folder.path(), nullptr));
 }
 
@@ -564,6 +583,17 @@ void tst_LibrarySet::oneFileIsSharedByTwoSets()
     second.clear();
     settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
+}
+
+void tst_LibrarySet::rootThatIsHeldIsThatOfALaterLibraryToo()
+{
+    const PluginFolder folder;
+    EmptySet set;
+    EmptySet other;
+    const QSharedPointer<ZObject> root = rootOf(loadPlain(set, folder, QStringLiteral("libfoo")));
+    const Library second = other.loadOne(QStringLiteral("libfoo"), folder.path(), nullptr);
+    QVERIFY(second);
+    QCOMPARE(rootOf(second), root);
 }
 
 void tst_LibrarySet::loadingAndUnloadingOneFileOnManyThreadsLeavesNothingBehind()

@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QMetaProperty>
+#include <QPointer>
 #include <QRegularExpression>
 #include <QSemaphore>
 #include <QTemporaryFile>
@@ -80,6 +81,16 @@ public:
 private:
     Q_DISABLE_COPY(Path)
     const QByteArray m_before;
+};
+
+/// A service of the application's own that might as well be a plugin's.
+class OwnFiles : public ZObject, public ZTempFile
+{
+    Q_OBJECT
+    Q_INTERFACES(ZTempFile)
+
+public:
+    QSharedPointer<QTemporaryFile> newFile0() override { return QSharedPointer<QTemporaryFile>::create(); }
 };
 
 /// An emitter that tells when somebody is about to be injected.
@@ -181,6 +192,7 @@ private Q_SLOTS:
     void twoLoadersMayLoadOneFile();
     void serviceOfAPluginIsReachedAndLeavesWithIt();
     void whatAPluginGaveKeepsItInMemory();
+    void whatAnApplicationGaveDoesNotKeepTheComponent();
     void pluginThatServesMayBeInjectedAgain();
     void pluginWithTheFirstDelegateOfAnInterfaceStaysInMemory();
     void messagesReachTheDefaultLogger();
@@ -920,6 +932,19 @@ void tst_Loader::whatAPluginGaveKeepsItInMemory()
     QVERIFY(!QFile::exists(name));
     settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("liblender.so"))));
+}
+
+void tst_Loader::whatAnApplicationGaveDoesNotKeepTheComponent()
+{
+    const Host host;
+    const auto files = QSharedPointer<ZTempFileDelegate>::create(nullptr);
+    host->bind0(files);
+    const QPointer<OwnFiles> component(new OwnFiles);
+    host->bind0(QSharedPointer<ZTempFileDelegate>::create(component.data()));
+    const QSharedPointer<QTemporaryFile> file = files->newFile0();
+    QVERIFY(file);
+    host->bind0(QSharedPointer<ZTempFileDelegate>::create(nullptr));
+    QVERIFY(!component);
 }
 
 void tst_Loader::pluginThatServesMayBeInjectedAgain()

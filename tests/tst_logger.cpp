@@ -65,6 +65,26 @@ private:
     ZDefaultLogger m_logger;
 };
 
+/// What a process wrote, and how it ended.
+struct Written
+{
+    QString text;
+    int exitCode;
+};
+
+/// Runs this program with these arguments to its end.
+Written inAProcess(const QStringList &arguments)
+{
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_FORCE_STDERR_LOGGING"), QStringLiteral("1"));
+    child.setProcessEnvironment(environment);
+    child.start(QCoreApplication::applicationFilePath(), arguments);
+    if (!child.waitForFinished(30000))
+        return {QString(), 0};
+    return {QString::fromUtf8(child.readAllStandardError()), child.exitCode()};
+}
+
 /// The parts of a tagged line.
 struct Line
 {
@@ -116,6 +136,8 @@ private Q_SLOTS:
     void configurationSwitchesSeverities();
     void fatalEndsTheProcess_data();
     void fatalEndsTheProcess();
+    void onlyWhatIsUrgentIsToldAsTheProcessEnds();
+    void placeInACategorysNameIsFilled();
     void textsArriveUnchanged_data();
     void textsArriveUnchanged();
 
@@ -129,6 +151,8 @@ private Q_SLOTS:
     void indexesOutsideTheTableHaveNoMaskAndNoLines();
     void linesAreTagged_data();
     void linesAreTagged();
+    void placesInACategoryAreFilledAsTheLinesAre_data();
+    void placesInACategoryAreFilledAsTheLinesAre();
     void linesAreNotTestedAgainstTheMask();
     void aCategoryWithMaskZeroHasNoLines();
     void linesNeedDebugWhateverTheirKind();
@@ -254,16 +278,27 @@ void tst_Logger::fatalEndsTheProcess_data()
 void tst_Logger::fatalEndsTheProcess()
 {
     QFETCH(QString, section);
-    QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("QT_FORCE_STDERR_LOGGING"), QStringLiteral("1"));
-    child.setProcessEnvironment(environment);
-    child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--fatal"), section});
-    QVERIFY(child.waitForFinished(30000));
-    QVERIFY2(child.exitCode() != 0, "it went on");
-    const QString written = QString::fromUtf8(child.readAllStandardError());
-    QVERIFY2(written.contains(QStringLiteral("the end, %s %1")), qPrintable(written));
-    QVERIFY2(!written.contains(QStringLiteral("after the end")), qPrintable(written));
+    const Written child = inAProcess({QStringLiteral("--fatal"), section});
+    QVERIFY2(child.exitCode != 0, "it went on");
+    QVERIFY2(child.text.contains(QStringLiteral("the end, %s %1")), qPrintable(child.text));
+    QVERIFY2(!child.text.contains(QStringLiteral("after the end")), qPrintable(child.text));
+}
+
+void tst_Logger::onlyWhatIsUrgentIsToldAsTheProcessEnds()
+{
+    const Written child = inAProcess({QStringLiteral("--end")});
+    QCOMPARE(child.exitCode, 0);
+    QCOMPARE(child.text, QStringLiteral("warning at the end\ncritical at the end\n"));
+}
+
+void tst_Logger::placeInACategorysNameIsFilled()
+{
+    Configured logger(Configured::log(QJsonObject{{QStringLiteral("a%1"), 255}}));
+    logger->log0(0, 16, QStringLiteral("text"));
+    const QStringList lines = messages().take(QtDebugMsg);
+    QCOMPARE(lines.size(), 1);
+    const QRegularExpression line(QStringLiteral("^\\[[^]]+\\] \\[a10\\] \\[text\\] %4$"));
+    QVERIFY2(line.match(lines.first()).hasMatch(), qPrintable(lines.first()));
 }
 
 void tst_Logger::textsArriveUnchanged_data()
@@ -432,6 +467,34 @@ void tst_Logger::linesAreTagged()
     QCOMPARE(line.category, QStringLiteral("zdefault"));
     QCOMPARE(line.kind, hexadecimal);
     QCOMPARE(line.rest, QStringLiteral("hello"));
+}
+
+void tst_Logger::placesInACategoryAreFilledAsTheLinesAre_data()
+{
+    QTest::addColumn<QString>("category");
+    QTest::addColumn<QString>("line"); // behind the time
+    QTest::newRow("no place") << "100%"
+                              << "[100%] [a] hello";
+    QTest::newRow("%1") << "<%1>"
+                        << "[<a>] [hello] %4";
+    QTest::newRow("%2") << "<%2>"
+                        << "[<a>] [hello] %4";
+    QTest::newRow("%3") << "<%3>"
+                        << "[<a>] [a] hello";
+    QTest::newRow("%4") << "<%4>"
+                        << "[<hello>] [a] hello";
+    QTest::newRow("%5") << "<%5>"
+                        << "[<%5>] [a] hello";
+}
+
+void tst_Logger::placesInACategoryAreFilledAsTheLinesAre()
+{
+    QFETCH(QString, category);
+    Configured logger(Configured::log(QJsonObject{{category, 1}}));
+    logger->log0(0, 10, QStringLiteral("hello"));
+    const QStringList lines = messages().take(QtDebugMsg);
+    QCOMPARE(lines.size(), 1);
+    QTEST(lines.first().mid(int(qstrlen("[dd.MM.yyyy hh:mm:ss.zzz] "))), "line");
 }
 
 void tst_Logger::linesAreNotTestedAgainstTheMask()
@@ -740,8 +803,30 @@ void tst_Logger::aTextIsAKey()
     QCOMPARE(map.value(copy), 2);
 }
 
+namespace {
+
+/// For onlyWhatIsUrgentIsToldAsTheProcessEnds.
+int writeAtTheEnd(int argc, char *argv[])
+{
+    static ZDefaultLogger logger;
+    static const struct Last
+    {
+        ~Last()
+        {
+            for (const Severity &severity : severities)
+                (logger.*severity.write)(QString::fromLatin1(severity.key) + QStringLiteral(" at the end"));
+        }
+    } last;
+    const QCoreApplication application(argc, argv);
+    return QLoggingCategory::defaultCategory() ? 0 : 1; // Qt's switches are made by now, and so are gone before
+}
+
+} // namespace
+
 int main(int argc, char *argv[])
 {
+    if (argc == 2 && qstrcmp(argv[1], "--end") == 0)
+        return writeAtTheEnd(argc, argv);
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.value(1) == QStringLiteral("--fatal")) { // for fatalEndsTheProcess

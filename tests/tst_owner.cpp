@@ -123,6 +123,7 @@ private Q_SLOTS:
     void endsOnceIfNobodyTakesIt_data() { eachAnnouncingClass(); }
     void endsOnceIfNobodyTakesIt();
     void hasNoOwnerAnewAsItEnds();
+    void pointerThatOwnsNothingIsNotItsOwner();
 };
 
 void tst_Owner::eachAnnouncingClass()
@@ -299,6 +300,18 @@ void tst_Owner::hasNoOwnerAnewAsItEnds()
         const ZConfigDelegate delegate(new Clinging(&ends));
     }
     QCOMPARE(ends, QList<bool>{true});
+}
+
+void tst_Owner::pointerThatOwnsNothingIsNotItsOwner()
+{
+    auto owner = QSharedPointer<ZDefaultConfig>::create();
+    const QPointer<QObject> component = owner.data();
+    const QSharedPointer<ZDefaultConfig> other(owner.data(), [](ZDefaultConfig *) {});
+    auto delegate = QSharedPointer<ZConfigDelegate>::create(component.data());
+    owner.clear();
+    QVERIFY(component); // the delegate shares it with the first
+    delegate.clear();
+    QVERIFY(!component);
 }
 
 QTEST_GUILESS_MAIN(tst_Owner)

@@ -31,6 +31,7 @@ constexpr int LongTime = 30000;
 constexpr int TenMinutes = 10 * 60 * 1000;
 
 const char FewDescriptors[] = "--few-descriptors";
+const char NoApplication[] = "--no-application";
 
 QString poolName() { return QStringLiteral("Pool-ZSchedulerThread"); }
 
@@ -248,6 +249,7 @@ private Q_SLOTS:
     void activitiesGoOnWithoutTheScheduler();
     void threadsMayScheduleAtOnce();
     void threadsDoNotPileUpWhereNoEventLoopRuns();
+    void schedulesBeforeThereIsAnApplication();
     void refusesWhenDescriptorsRunOut();
 
     void describesItself_data();
@@ -638,16 +640,20 @@ void tst_Scheduler::threadsDoNotPileUpWhereNoEventLoopRuns()
     QCOMPARE(threads, 1);
 }
 
-void tst_Scheduler::refusesWhenDescriptorsRunOut()
-{
-    QProcess child;
-    child.setProcessChannelMode(QProcess::MergedChannels);
-    child.start(QCoreApplication::applicationFilePath(), {QString::fromLatin1(FewDescriptors)});
-    QVERIFY(child.waitForFinished(2 * LongTime));
-    const QByteArray output = child.readAll();
-    QVERIFY2(child.exitStatus() == QProcess::NormalExit, output.constData());
-    QVERIFY2(child.exitCode() == 0, output.constData());
-}
+/// Runs this program with `argument`, and fails if it does not end well.
+#define VERIFY_OWN_PROCESS(argument)                                                                                   \
+    do {                                                                                                               \
+        QProcess child;                                                                                                \
+        child.setProcessChannelMode(QProcess::MergedChannels);                                                         \
+        child.start(QCoreApplication::applicationFilePath(), {QString::fromLatin1(argument)});                         \
+        QVERIFY(child.waitForFinished(2 * LongTime));                                                                  \
+        const QByteArray output = child.readAll();                                                                     \
+        QVERIFY2(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0, output.constData());             \
+    } while (false)
+
+void tst_Scheduler::refusesWhenDescriptorsRunOut() { VERIFY_OWN_PROCESS(FewDescriptors); }
+
+void tst_Scheduler::schedulesBeforeThereIsAnApplication() { VERIFY_OWN_PROCESS(NoApplication); }
 
 void tst_Scheduler::describesItself_data()
 {
@@ -985,10 +991,29 @@ int withFewDescriptors()
     return 0;
 }
 
+/// A process that schedules before it makes its application.
+int withoutAnApplication(int argc, char **argv)
+{
+    ZDefaultThreadPoolSet pools;
+    ZDefaultScheduler scheduler;
+    scheduler.getSetZPoolSet(&pools);
+    auto door = QSharedPointer<Door>::create();
+    const QWeakPointer<Door> watched = door;
+    const bool scheduled = scheduler.schedule0(behind(door));
+    door->cancel();
+    door.clear();
+    if (!scheduled || !pools.find0(poolName())->waitAll(LongTime))
+        return 1;
+    const QCoreApplication application(argc, argv);
+    return QTest::qWaitFor([&] { return watched.isNull(); }, LongTime) ? 0 : 2; // with its thread
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    if (argc == 2 && qstrcmp(argv[1], NoApplication) == 0)
+        return withoutAnApplication(argc, argv);
     QCoreApplication application(argc, argv);
     if (argc == 2 && qstrcmp(argv[1], FewDescriptors) == 0)
         return withFewDescriptors();

@@ -12,9 +12,15 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMutexLocker>
+#include <QTemporaryFile>
 #include <QThread>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -66,6 +72,39 @@ void prependToPath(const QStringList &folders)
 }
 
 QStringList drops(const QDir &hot) { return hot.entryList({DropPattern}); }
+
+/// Never replaces what is there. False, and errno, where it fails.
+bool renameTo(const QString &source, const QString &target)
+{
+    const QByteArray from = QFile::encodeName(source);
+    const QByteArray to = QFile::encodeName(target);
+    if (renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
+        return true;
+    // Some file systems, such as those of a network, cannot tell whether they would replace one.
+    return (errno == EINVAL || errno == ENOSYS) && std::rename(from.constData(), to.constData()) == 0;
+}
+
+/// Not by `QFile::rename()`: where the system does not rename it copies, shows the half of a file under its name, and
+/// removes the source before the last of it is written.
+bool move(const QString &source, const QString &target)
+{
+    if (renameTo(source, target))
+        return true;
+    if (errno != EXDEV)
+        return false;
+    QFile in(source);
+    QTemporaryFile copy(QFileInfo(target).path() + QStringLiteral("/.XXXXXX.part")); // nobody would load that
+    if (!in.open(QIODevice::ReadOnly) || !copy.open())
+        return false;
+    const QByteArray content = in.readAll();
+    if (in.error() != QFile::NoError || copy.write(content) != content.size() || !copy.flush() ||
+        fsync(copy.handle()) != 0 || !copy.setPermissions(in.permissions()) || !renameTo(copy.fileName(), target))
+        return false;
+    if (in.remove() || !QFileInfo::exists(source))
+        return true;
+    QFile::remove(target);
+    return false;
+}
 
 } // namespace
 
@@ -222,7 +261,7 @@ void ZDefaultLoader::apply(const QJsonObject &section)
 
 void ZDefaultLoader::deploy(const QDir &hot, const QString &source, const QString &target)
 {
-    if (QDir(hot).rename(source, target))
+    if (move(hot.filePath(source), target))
         load0(QFileInfo(source).completeBaseName());
     else
         m_log.warn(LineKind, QStringLiteral("failed to rename %1 to %2").arg(hot.filePath(source), target));

@@ -15,11 +15,12 @@
 
 namespace {
 
-/// Qt's switch. As the process ends the switches are gone before the last who log: then only what is urgent is told.
-bool isEnabled(QtMsgType severity)
+/// Qt's switch. As the process ends the switches are gone before the last who log: then only what is `urgent` is told.
+template <bool (QLoggingCategory::*isOn)() const>
+bool isEnabled(bool urgent)
 {
     const QLoggingCategory *category = QLoggingCategory::defaultCategory();
-    return category ? category->isEnabled(severity) : severity != QtDebugMsg && severity != QtInfoMsg;
+    return category ? (category->*isOn)() : urgent;
 }
 
 /// Fractions are cut off, and what no int can hold becomes the nearest that can.
@@ -67,7 +68,7 @@ void ZDefaultLogger::info0(const QString &text)
         message().info("%s", text.toUtf8().constData());
 }
 
-bool ZDefaultLogger::info0() { return isEnabled(QtInfoMsg); }
+bool ZDefaultLogger::info0() { return isEnabled<&QLoggingCategory::isInfoEnabled>(false); }
 
 void ZDefaultLogger::debug0(const QString &text)
 {
@@ -75,7 +76,7 @@ void ZDefaultLogger::debug0(const QString &text)
         message().debug("%s", text.toUtf8().constData());
 }
 
-bool ZDefaultLogger::debug0() { return isEnabled(QtDebugMsg); }
+bool ZDefaultLogger::debug0() { return isEnabled<&QLoggingCategory::isDebugEnabled>(false); }
 
 void ZDefaultLogger::warning0(const QString &text)
 {
@@ -83,7 +84,7 @@ void ZDefaultLogger::warning0(const QString &text)
         message().warning("%s", text.toUtf8().constData());
 }
 
-bool ZDefaultLogger::warning0() { return isEnabled(QtWarningMsg); }
+bool ZDefaultLogger::warning0() { return isEnabled<&QLoggingCategory::isWarningEnabled>(true); }
 
 void ZDefaultLogger::critical0(const QString &text)
 {
@@ -91,13 +92,13 @@ void ZDefaultLogger::critical0(const QString &text)
         message().critical("%s", text.toUtf8().constData());
 }
 
-bool ZDefaultLogger::critical0() { return isEnabled(QtCriticalMsg); }
+bool ZDefaultLogger::critical0() { return isEnabled<&QLoggingCategory::isCriticalEnabled>(true); }
 
 void ZDefaultLogger::fatal0(const QString &text) { message().fatal("%s", text.toUtf8().constData()); }
 
 void ZDefaultLogger::log0(int index, int kind, const QString &text)
 {
-    if (!isEnabled(QtDebugMsg) || log0(index) == 0)
+    if (!ZDefaultLogger::debug0() || ZDefaultLogger::log0(index) == 0)
         return;
     const QString &name = m_names.at(index);
     const QByteArray end = text.toUtf8();

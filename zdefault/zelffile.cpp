@@ -52,7 +52,9 @@ Word gnuHash(const char *name)
 bool isLoaded(const char *name)
 {
     void *library = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
-    return library && dlclose(library) == 0;
+    if (library)
+        dlclose(library);
+    return library;
 }
 
 /// Each check answers whether it is passed, and relies on those before it.
@@ -416,10 +418,16 @@ QString zElfDamage(const QString &path)
     return {}; // other machines keep other things in the same tables
 #endif
     QFile file(path);
-    const uchar *data = file.open(QIODevice::ReadOnly) ? file.map(0, file.size()) : nullptr;
-    if (!data)
+    const qint64 size = file.open(QIODevice::ReadOnly) ? file.size() : 0;
+    if (size == 0)
         return {}; // nothing to be said about it; the dynamic linker will
-    ElfFile elf(data, quint64(file.size()));
+    const uchar *data = file.map(0, size);
+    QByteArray copy;
+    if (!data) { // there is no room to map it
+        copy = file.read(size).leftJustified(int(size), '\0');
+        data = reinterpret_cast<const uchar *>(copy.constData());
+    }
+    ElfFile elf(data, quint64(size));
     if (!elf.segments())
         return QStringLiteral("segments");
     if (!elf.dynamicSection())
