@@ -37,7 +37,7 @@ void registerInterfaceTypes()
 ZLibrary::ZLibrary(QSharedPointer<QPluginLoader> loader, ZLibrarySet *set)
     : m_loader(std::move(loader)), m_unloader(set ? set->m_unloader : QSharedPointer<ZUnloader>::create(nullptr))
 {
-    qRegisterMetaType<QSharedPointer<QPluginLoader>>(); // it travels in the queued call that unloads
+    qRegisterMetaType<QSharedPointer<QPluginLoader>>(); // others may queue a call of unloadSlot, in which it travels
 }
 
 ZLibrary::~ZLibrary()
