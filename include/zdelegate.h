@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zglobal.h"
+#include "zlender.h"
 #include "zreference.h"
 
 #include <QMutex>
@@ -63,7 +64,8 @@ protected:
     }
 
     /// Calls `operation` on the component, which is found by the interface's identifier and kept alive meanwhile.
-    /// Returns `neutral` if there is none. A shared pointer that a plugin's component returns keeps the plugin.
+    /// Returns `neutral` if there is none. Shared pointers that a plugin's component returns, in containers too, keep
+    /// the plugin (`ZLender`).
     template <class Interface, class Operation, class... Args>
     auto forward(Operation Interface::*operation,
                  std::invoke_result_t<Operation Interface::*, Interface &, Args...> neutral, Args &&...args) const
@@ -95,30 +97,13 @@ private:
     };
     Target hold(const char *identifier) const;
 
-    /// The deleter of a pointer that a plugin gave. It deletes nothing itself: what counts is that its members go in
-    /// this order's reverse, what was given before the plugin that holds the code for it.
-    template <class Object>
-    struct KeepComponentLonger
-    {
-        QSharedPointer<QObject> component;
-        QSharedPointer<Object> object;
-
-        void operator()(Object *) const {}
-    };
-
-    /// A shared pointer carries code of those who made it: what a plugin's component answers keeps the plugin.
-    template <class Object>
-    static QSharedPointer<Object> lend(const QSharedPointer<QObject> &component, QSharedPointer<Object> object)
-    {
-        if constexpr (!std::is_base_of_v<QEnableSharedFromThis<Object>, Object>) { // which has the owner that it knows
-            if (isFromPlugin(component.data()))
-                return {object.data(), KeepComponentLonger<Object>{component, object}};
-        }
-        return object;
-    }
     template <class Result>
-    static Result lend(const QSharedPointer<QObject> &, Result result)
+    static Result lend(const QSharedPointer<QObject> &component, Result result)
     {
+        if constexpr (ZLender::isLent<Result>()) {
+            if (isFromPlugin(component.data()))
+                ZLender(component).lend(result);
+        }
         return result;
     }
     static bool isFromPlugin(const QObject *component);

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "greeter.h"
+#include "host.h"
 #include "interfaces.h"
+#include "store.h"
 #include "testcase.h"
 
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QPointer>
 #include <QSemaphore>
-#include <QTemporaryFile>
 #include <QThread>
 
 #include <zdefaultconfig.h>
@@ -19,7 +22,11 @@
 #include <zdefaultscheduler.h>
 #include <zobject.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <functional>
+#include <map>
+#include <thread>
 #include <type_traits>
 
 namespace {
@@ -91,6 +98,18 @@ const Family families[] = {
 
 QByteArray identifier(const Family &family) { return QByteArray("zdefault::") + family.name; }
 
+/// Holds something that was given, and answers the name of the ware in it.
+using Given = std::function<QByteArray()>;
+
+using Take = std::function<Given(Store &)>;
+
+/// Takes what the operation `give` returns, in which `find` finds the ware.
+template <class Gift, class Find>
+Take gift(Gift (Store::*give)(), Find find)
+{
+    return [=](Store &store) -> Given { return [gift = (store.*give)(), find] { return find(gift)->name(); }; };
+}
+
 QSharedPointer<ZReference> refer(QObject *object)
 {
     return QSharedPointer<ZReference>::create(QSharedPointer<QObject>(object));
@@ -99,6 +118,7 @@ QSharedPointer<ZReference> refer(QObject *object)
 } // namespace
 
 Q_DECLARE_METATYPE(const Family *)
+Q_DECLARE_METATYPE(Take)
 
 /// Greets as it is told to.
 class Speaker : public QObject, public Greeter
@@ -138,14 +158,38 @@ public:
     QSemaphore answer;
 };
 
-/// Gives files away. It could be the root of a plugin, and is none.
-class Giver : public ZObject, public ZTempFile
+/// Gives wares away. It could be the root of a plugin, and is none.
+class Giver : public ZObject, public Stock
 {
     Q_OBJECT
-    Q_INTERFACES(ZTempFile)
+    Q_INTERFACES(Store)
+};
 
+/// A store that a plugin serves, to be replaced by nothing.
+class Served
+{
 public:
-    QSharedPointer<QTemporaryFile> newFile0() override { return QSharedPointer<QTemporaryFile>::create(); }
+    Served()
+    {
+        m_folder.drop(QStringLiteral("store"));
+        m_host->bind0(m_store);
+        m_host.wire(QJsonObject{{QStringLiteral("deployed"), m_folder.path()},
+                                {QStringLiteral("load-list"), QJsonArray{QStringLiteral("store")}}});
+    }
+
+    Store &operator*() const { return *m_store; }
+    Store *operator->() const { return m_store.data(); }
+    void replace()
+    {
+        m_host->bind0(QSharedPointer<StoreDelegate>::create(nullptr));
+        settle();
+    }
+    bool isMapped() const { return ::isMapped(m_folder.filePath(QStringLiteral("libstore.so"))); }
+
+private:
+    const Folder m_folder;
+    const QSharedPointer<StoreDelegate> m_store = QSharedPointer<StoreDelegate>::create(nullptr);
+    const Host m_host;
 };
 
 class tst_Delegate : public TestCase
@@ -197,7 +241,15 @@ private Q_SLOTS:
     void aCallMayOutliveItsDelegate();
     void aComponentMayUseItsDelegateAsItEnds();
     void aComponentThatThrowsIsLetGo();
+    void aPluginIsKeptByWhatItGave_data();
+    void aPluginIsKeptByWhatItGave();
+    void whatAPluginGaveIsTheSameObject();
+    void whatAPluginGaveIsAsItWas();
+    void aPluginIsNotKeptByNothing();
+    void aPluginIsNotKeptByAWeakPointer();
+    void anObjectKnowsItsOwnerAfterItWasGiven();
     void aComponentOfTheApplicationIsNotKeptByWhatItGave();
+    void whateverElseIsReturnedIsLeftAsItIs();
 };
 
 void tst_Delegate::eachDelegate()
@@ -586,14 +638,165 @@ void tst_Delegate::aComponentThatThrowsIsLetGo()
     QVERIFY(!component);
 }
 
+void tst_Delegate::aPluginIsKeptByWhatItGave_data()
+{
+    QTest::addColumn<Take>("take");
+    const auto itself = [](const auto &ware) { return ware; };
+    const auto first = [](const auto &wares) { return *wares.begin(); };
+    QTest::newRow("shared") << gift(&Store::shared, itself);
+    QTest::newRow("constant") << gift(&Store::constant, itself);
+    QTest::newRow("incomplete") << gift(&Store::sealed,
+                                        [](const auto &ware) { return reinterpret_cast<Ware *>(ware.data()); });
+    QTest::newRow("knows its owner") << gift(&Store::known, itself);
+    QTest::newRow("constant, knows its owner") << gift(&Store::constantKnown, itself);
+    QTest::newRow("std shared") << gift(&Store::standard, itself);
+    QTest::newRow("std shared, of no type")
+        << gift(&Store::bare, [](const auto &ware) { return static_cast<Ware *>(ware.get()); });
+    QTest::newRow("std shared, knows its owner") << gift(&Store::standardKnown, itself);
+    QTest::newRow("std shared, with a deleter only") << Take([](Store &store) -> Given {
+        return [nothing = store.standardNothing()] { return QByteArray(nothing ? "" : "ware"); };
+    });
+    QTest::newRow("list") << gift(&Store::list, first);
+    QTest::newRow("an element of a list")
+        << Take([](Store &store) -> Given { return [ware = store.list().at(1)] { return ware->name(); }; });
+    QTest::newRow("vector") << gift(&Store::vector, first);
+    QTest::newRow("hash") << gift(&Store::hash, [](const auto &hash) { return hash[QStringLiteral("a")]; });
+    QTest::newRow("multi-hash") << gift(&Store::multiHash,
+                                        [](const auto &hash) { return hash.values(QStringLiteral("a")).last(); });
+    QTest::newRow("map") << gift(&Store::map, first);
+    QTest::newRow("set") << gift(&Store::set,
+                                 [](const auto &set) { return *std::max_element(set.begin(), set.end()); });
+    QTest::newRow("std vector") << gift(&Store::standardVector, first);
+    QTest::newRow("std list") << gift(&Store::standardList, first);
+    QTest::newRow("std map") << gift(&Store::standardMap, [](const auto &map) { return map.begin()->second; });
+    QTest::newRow("std set") << gift(&Store::standardSet, [](const auto &set) { return *set.rbegin(); });
+    QTest::newRow("first of a pair") << gift(&Store::pair, [](const auto &pair) { return pair.first; });
+    QTest::newRow("second of a pair") << gift(&Store::pair, [](const auto &pair) { return pair.second; });
+    QTest::newRow("tuple") << gift(&Store::tuple, [](const auto &tuple) { return std::get<2>(tuple); });
+    QTest::newRow("optional") << gift(&Store::optional, [](const auto &ware) { return *ware; });
+    QTest::newRow("nested") << gift(&Store::nested, [](const auto &hash) { return hash.begin()->first().second; });
+    QTest::newRow("std nested") << gift(&Store::standardNested, [](const auto &maps) { return maps->front()[1]; });
+}
+
+void tst_Delegate::aPluginIsKeptByWhatItGave()
+{
+    QFETCH(Take, take);
+    Served store;
+    Given given = take(*store);
+    store.replace();
+    QVERIFY(store.isMapped());
+    QCOMPARE(given(), QByteArray("ware"));
+    std::thread([&] { given = {}; }).join(); // runs code of the plugin
+    settle();
+    QVERIFY(!store.isMapped());
+}
+
+void tst_Delegate::whatAPluginGaveIsTheSameObject()
+{
+    const Served store;
+    const Store::Shared shared = store->shared();
+    QCOMPARE(store->constant(), shared);
+    QCOMPARE(store->list(), QList<Store::Shared>({shared, shared, {}}));
+    QVERIFY(store->set().contains(shared));
+    QCOMPARE(store->bare(), store->standard());
+    QVERIFY(store->standardSet().count(store->standard()));
+}
+
+void tst_Delegate::whatAPluginGaveIsAsItWas()
+{
+    const Served store;
+    const Store::Shared shared = store->shared();
+    QCOMPARE(store->vector().size(), 2);
+    QVERIFY(!store->vector().last());
+    QCOMPARE(store->hash().size(), 2);
+    QCOMPARE(store->multiHash().values(QStringLiteral("a")), QList<Store::Shared>({{}, shared}));
+    QCOMPARE(store->map().keys(), QList<int>({1, 2}));
+    QCOMPARE(store->set().size(), 2);
+    QCOMPARE(store->standardSet().size(), std::size_t(2));
+    QCOMPARE(std::get<0>(store->tuple()), 1);
+    QCOMPARE(store->nested().value(QStringLiteral("a")).last().first, 2);
+    QVERIFY(!store->nested().value(QStringLiteral("a")).last().second);
+}
+
+void tst_Delegate::aPluginIsNotKeptByNothing()
+{
+    Served store;
+    const Store::Shared nothing = store->nothing();
+    QVERIFY(!nothing);
+    store.replace();
+    QVERIFY(!store.isMapped());
+    const Store::Shared copy = nothing; // of what the plugin made, would count where its code was
+    QVERIFY(!copy);
+}
+
+void tst_Delegate::aPluginIsNotKeptByAWeakPointer()
+{
+    Served store;
+    Store::Shared shared = store->shared();
+    Store::Standard standard = store->standard();
+    const QWeakPointer<Ware> weak = shared;
+    const std::weak_ptr<Ware> standardWeak = standard;
+    store.replace();
+    QCOMPARE(weak.toStrongRef(), shared);
+    QCOMPARE(standardWeak.lock(), standard);
+    shared.clear();
+    standard.reset();
+    settle();
+    QVERIFY(!store.isMapped());
+    QVERIFY(!weak);
+    QVERIFY(standardWeak.expired());
+}
+
+void tst_Delegate::anObjectKnowsItsOwnerAfterItWasGiven()
+{
+    const Served store;
+    QCOMPARE(store->known()->sharedFromThis(), store->known());
+    QCOMPARE(store->constantKnown()->sharedFromThis(), store->constantKnown());
+    QCOMPARE(store->standardKnown()->shared_from_this(), store->standardKnown());
+}
+
 void tst_Delegate::aComponentOfTheApplicationIsNotKeptByWhatItGave()
 {
     const QPointer<QObject> component = new Giver;
-    ZTempFileDelegate delegate(component.data());
-    const QSharedPointer<QTemporaryFile> file = delegate.newFile0();
-    QVERIFY(file);
+    StoreDelegate delegate(component.data());
+    const Store::Shared shared = delegate.shared();
+    const QList<Store::Shared> list = delegate.list();
+    const auto standard = delegate.standardVector();
+    QVERIFY(shared);
     delegate.replace({});
     QVERIFY(!component);
+    QCOMPARE(list.first(), shared);
+    QCOMPARE(standard.front(), shared);
+}
+
+namespace {
+
+struct Tree : std::map<QString, Tree>
+{};
+
+/// Whether the template compiles for it, and changes nothing.
+template <class Value>
+bool isLeft()
+{
+    Value value{};
+    ZLender({}).lend(value);
+    return !ZLender::isLent<Value>();
+}
+
+} // namespace
+
+void tst_Delegate::whateverElseIsReturnedIsLeftAsItIs()
+{
+    QVERIFY(isLeft<int>());
+    QVERIFY(isLeft<QStringList>());
+    QVERIFY(isLeft<QVariantMap>());
+    QVERIFY(isLeft<QWeakPointer<Ware>>());
+    QVERIFY(isLeft<QSharedPointer<ZLibrary>>()); // no plugin's code makes or deletes one
+    QVERIFY(isLeft<std::unique_ptr<Ware>>());
+    QVERIFY(isLeft<std::function<Store::Shared(Store::Shared)>>());
+    QVERIFY(isLeft<std::vector<bool>>());
+    QVERIFY(isLeft<std::filesystem::path>()); // which consists of paths
+    QVERIFY(isLeft<Tree>());
 }
 
 QTEST_GUILESS_MAIN(tst_Delegate)
