@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // A codec is the registry's for ever, so each test makes its own under a name of its own.
+#include "host.h"
 #include "testcase.h"
 
+#include <QJsonObject>
 #include <QScopedPointer>
 #include <QTextCodec>
 #include <QTextDecoder>
 
 #include <zcodecalias.h>
+
+#include <thread>
 
 namespace {
 
@@ -37,6 +41,8 @@ private Q_SLOTS:
     void withoutATargetEverythingIsNull_data();
     void withoutATargetEverythingIsNull();
     void theTargetIsLookedForOnce();
+    void mayBeMadeOnAnyThread();
+    void outlivesThePluginThatMadeIt();
 };
 
 void tst_CodecAlias::isFoundByItsNames()
@@ -185,6 +191,32 @@ void tst_CodecAlias::theTargetIsLookedForOnce()
     QCOMPARE(early->mibEnum(), -1);
     QVERIFY(early->fromUnicode(text).isNull());
     QCOMPARE(alias("test-later", "test-late")->mibEnum(), 106);
+}
+
+void tst_CodecAlias::mayBeMadeOnAnyThread()
+{
+    const QTextCodec *codec = nullptr;
+    std::thread([&] { codec = alias("UTF-8", "test-thread"); }).join();
+    QCOMPARE(QTextCodec::codecForName("test-thread"), codec);
+    QCOMPARE(codec->fromUnicode(text), text.toUtf8());
+}
+
+void tst_CodecAlias::outlivesThePluginThatMadeIt()
+{
+    const Folder folder;
+    folder.drop(QStringLiteral("codec"));
+    const Host host;
+    host.wire(QJsonObject{{QStringLiteral("deployed"), folder.path()}})->load0(QStringLiteral("codec"));
+    QVERIFY(isMapped(folder.filePath(QStringLiteral("libcodec.so"))));
+    settle(); // nobody holds it
+    QVERIFY(!isMapped(folder.filePath(QStringLiteral("libcodec.so"))));
+    for (const char *name : {"test-plugin", "test-plugin-2", "test-plugin-3"}) {
+        const QTextCodec *codec = QTextCodec::codecForName(name);
+        QVERIFY(codec);
+        QCOMPARE(codec->name(), QByteArray("test-plugin"));
+        QCOMPARE(codec->fromUnicode(text), text.toUtf8());
+    }
+    QVERIFY(!QTextCodec::codecForName("test-no-such-codec")); // for which all are asked
 }
 
 QTEST_GUILESS_MAIN(tst_CodecAlias)

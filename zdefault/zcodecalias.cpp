@@ -1,13 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zcodecalias.h"
 
+#include "ztexts.h"
+
+namespace {
+
+QList<QByteArray> deepCopies(QList<QByteArray> texts)
+{
+    for (QByteArray &text : texts)
+        text = zDeepCopy(text);
+    return texts;
+}
+
+} // namespace
+
 // The target is looked for before this codec is entered anywhere, so that it never finds itself.
 ZCodecAlias::ZCodecAlias(const char *target, QByteArray name, QList<QByteArray> aliases)
     : ZCodecAlias(QTextCodec::codecForName(QByteArray(target)), std::move(name), std::move(aliases))
 {}
 
 ZCodecAlias::ZCodecAlias(const QTextCodec *target, QByteArray name, QList<QByteArray> aliases)
-    : m_name(std::move(name)), m_aliases(std::move(aliases)), m_target(target)
+    : m_name(zDeepCopy(name)), m_aliases(deepCopies(std::move(aliases))), m_target(target)
 {}
 
 ZCodecAlias::~ZCodecAlias() = default;

@@ -10,7 +10,9 @@
 /**
  * An existing text codec under further names.
  *
- * Ownership: made with `new`; from then on it is the registry of codecs that owns it, to the end of the application.
+ * Ownership: made with `new`; from then on it is the registry of codecs that owns it, to the end of the application. A
+ *            plugin may make one and leave memory, but not one of a class that it derives from this: whose code would
+ *            leave with it, and the registry asks every codec for its names at each look-up.
  * Thread:    any; but made while no other thread looks for a codec, which could meet it half made.
  * Failure:   over an unknown codec, each conversion gives a null text.
  */

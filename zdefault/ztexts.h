@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 /// A copy that shares nothing with `text`, which may be constant data of a plugin: what is kept beyond a call must
 /// not point there once the plugin is unloaded.
 inline QString zDeepCopy(const QString &text) { return QString(text.constData(), text.size()); }
+inline QByteArray zDeepCopy(const QByteArray &text) { return QByteArray(text.constData(), text.size()); }
 
 /// The part of `text` before its first dot; all of it if there is none.
 inline QString zBeforeDot(const QString &text) { return text.left(text.indexOf(QLatin1Char('.'))); }
