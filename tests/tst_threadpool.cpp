@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "testcase.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -12,6 +13,7 @@
 
 #include <zthreadpool.h>
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -29,6 +31,9 @@ namespace {
 constexpr unsigned long LongTime = 30000;
 constexpr unsigned long Forever = ULONG_MAX;
 constexpr unsigned long Moment = 50; // for what must not happen: too short never fails a good registry
+
+/// What this thread does each time it has asked whether a thread has finished, before it learns the answer.
+thread_local std::function<void()> afterLook;
 
 /// Runs until a test lets it go. It neither heeds a request for interruption nor can it be terminated.
 class Runner : public QThread
@@ -222,6 +227,19 @@ private:
 
 } // namespace
 
+/// Takes the place of Qt's.
+bool QThread::isFinished() const
+{
+    static const auto next =
+        reinterpret_cast<bool (*)(const QThread *)>(dlsym(RTLD_NEXT, "_ZNK7QThread10isFinishedEv")); // NOLINT
+    const bool answer = next(this);
+    if (const auto deed = std::exchange(afterLook, {})) {
+        deed();
+        afterLook = deed;
+    }
+    return answer;
+}
+
 Q_DECLARE_METATYPE(const Stop *)
 Q_DECLARE_METATYPE(const Wait *)
 
@@ -253,6 +271,8 @@ private Q_SLOTS:
     void threadHandedInTwiceTellsItsEndOnce();
     void threadMayBeRegisteredInTwoRegistries();
     void threadThatEndsAsItIsHandedInIsEitherKeptOrRefused();
+    void threadThatSomebodyElseStartsMeanwhileRunsOnce_data();
+    void threadThatSomebodyElseStartsMeanwhileRunsOnce();
 
     void finishedThreadIsForgottenAndDeletedLater();
     void finishedThreadIsDeletedWhereItLives();
@@ -562,6 +582,45 @@ void tst_ThreadPool::threadThatEndsAsItIsHandedInIsEitherKeptOrRefused()
         QCOMPARE(thread.isNull(), isKept);
         delete thread;
     }
+}
+
+void tst_ThreadPool::threadThatSomebodyElseStartsMeanwhileRunsOnce_data()
+{
+    QTest::addColumn<int>("look");
+    QTest::addColumn<bool>("isAccepted");
+    QTest::newRow("before it is registered") << 1 << false;
+    QTest::newRow("as it is registered") << 2 << true;
+    QTest::newRow("as it is to be started") << 3 << true;
+}
+
+void tst_ThreadPool::threadThatSomebodyElseStartsMeanwhileRunsOnce()
+{
+    QFETCH(int, look);
+    QFETCH(bool, isAccepted);
+    Pool pool;
+    QPointer<Runner> thread = new Runner;
+    thread->letGo();
+    auto answer = elsewhere([&, looks = 0]() mutable {
+        afterLook = [&] {
+            if (++looks != look)
+                return;
+            thread->start();
+            for (QDeadlineTimer end(isAccepted ? Moment : LongTime); !end.hasExpired() && !thread->isFinished();)
+                QThread::yieldCurrentThread();
+        };
+        const bool result = pool.poolAndStart(thread, QThread::InheritPriority);
+        afterLook = {};
+        return result;
+    });
+    if (!isDone(answer))
+        qFatal("the registry and the thread wait for each other");
+    QCOMPARE(answer.get(), isAccepted);
+    QVERIFY(pool.waitAll(LongTime));
+    QVERIFY(thread->wait(LongTime));
+    QCOMPARE(thread->m_runs, 1);
+    settle();
+    QCOMPARE(thread.isNull(), isAccepted);
+    delete thread;
 }
 
 void tst_ThreadPool::finishedThreadIsForgottenAndDeletedLater()

@@ -18,6 +18,19 @@ void interrupt(QThread *thread)
 
 void terminate(QThread *thread) { thread->terminate(); }
 
+/// Starts `thread`, unless somebody else just did, while the registry is locked; whether it runs, or has run.
+bool start(QThread *thread, QThread::Priority priority, QMutex *registryLock)
+{
+    // Whoever starts it from now on, it does not run before it is handed in: if it came as far as finishedSlot, it
+    // would wait there for the lock, and start() for it.
+    const QMetaObject::Connection held = QObject::connect(
+        thread, &QThread::started, thread, [=] { const QMutexLocker locker(registryLock); }, Qt::DirectConnection);
+    if (!thread->isRunning() && !thread->isFinished())
+        thread->start(priority);
+    QObject::disconnect(held);
+    return thread->isRunning() || thread->isFinished();
+}
+
 } // namespace
 
 ZThreadPool::ZThreadPool(QObject *parent) : QObject(parent) {}
@@ -43,13 +56,8 @@ bool ZThreadPool::poolAndStart(QThread *thread, QThread::Priority priority)
         connect(thread, &QThread::finished, this, &ZThreadPool::finishedSlot, Qt::DirectConnection);
 
     // Asked in this order, since a thread only ever goes from running to finished.
-    if (thread->isRunning())
+    if (thread->isRunning() || (!thread->isFinished() && start(thread, priority, &m_registryLock)))
         return true;
-    if (!thread->isFinished()) {
-        thread->start(priority);
-        if (thread->isRunning() || thread->isFinished())
-            return true;
-    }
     disconnect(connection);
     if (!isNew) // it is on its way into finishedSlot, which does the rest: nobody may destroy us before
         return false;
