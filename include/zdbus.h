@@ -15,7 +15,8 @@ class ZDbusSubscriber;
  * An in-process bus: endpoints addressed by the host and path of a URL.
  *
  * Ownership: holds subscribers weakly; a subscriber that dies is unbound by that.
- * Thread:    any; a subscriber is called on the caller's thread.
+ * Thread:    any; a subscriber is called on the caller's thread. A logger must not use the bus, which may write lines
+ *            while it is locked.
  * Failure:   false, or an empty list, silently.
  */
 class ZDbus

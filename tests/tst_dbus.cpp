@@ -202,6 +202,7 @@ private Q_SLOTS:
     void aSubscriberMayUseTheBusAsItEnds();
     void whatASubscriberThrowsPassesThrough_data();
     void whatASubscriberThrowsPassesThrough();
+    void whatIsToldToBeGoneIsGoneWhateverIsThrown();
     void theEndOfTheBusSparesItsSubscribers();
     void threadsMayDoAnythingAtOnce();
 };
@@ -1055,6 +1056,26 @@ void tst_Dbus::whatASubscriberThrowsPassesThrough()
     const Elsewhere other([&] { found = bus.find0(url("//w")); }); // the bus goes on
     QVERIFY(other.ended());
     QVERIFY(found);
+}
+
+void tst_Dbus::whatIsToldToBeGoneIsGoneWhateverIsThrown()
+{
+    Journal journal;
+    ZDefaultDbus bus;
+    const Shared worker = doing([] { throw std::runtime_error("no"); });
+    bus.bind0(url("//w"), worker);
+    QStringList keys;
+    for (int i = 0; i < 20; ++i) { // some of which are met before the one that throws
+        keys << QStringLiteral("//w/%1").arg(i);
+        bus.bind0(QUrl(keys.last()), endpoint());
+    }
+    bus.getSetZLogger(&journal);
+    QVERIFY_EXCEPTION_THROWN(bus.invoke0(url("/#quiet"), nullptr, nullptr), std::runtime_error);
+    const QStringList told = lines(journal);
+    for (const QString &key : keys)
+        QCOMPARE(bus.find0(QUrl(key)), !told.contains(QStringLiteral("4 (-) ") + key));
+    QCOMPARE(alive(bus), QStringList{"//w"});
+    QCOMPARE(sorted(told + lines(journal)).size(), keys.size()); // each once
 }
 
 void tst_Dbus::theEndOfTheBusSparesItsSubscribers()

@@ -458,6 +458,8 @@ void tst_Logger::linesAreTagged_data()
     QTest::newRow("16") << 16 << "10";
     QTest::newRow("0x40000000") << 0x40000000 << "40000000";
     QTest::newRow("0") << 0 << "0";
+    QTest::newRow("-1") << -1 << "ffffffffffffffff";
+    QTest::newRow("-16") << -16 << "fffffffffffffff0";
 }
 
 void tst_Logger::linesAreTagged()

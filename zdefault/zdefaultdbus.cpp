@@ -5,6 +5,8 @@
 #include "zwiring.h"
 
 #include <QMutexLocker>
+#include <QScopeGuard>
+#include <QStringList>
 #include <QVector>
 
 namespace {
@@ -25,6 +27,11 @@ QString keyOf(const QString &host, const QString &path = QString())
 }
 
 QString keyOf(const QString &host, const QUrl &url) { return keyOf(host, url.path(QUrl::FullyDecoded)); }
+
+void tellGone(const ZNamedLogger &log, const QString &key)
+{
+    log.log(TableChanged, [&] { return QStringLiteral("(-) %1").arg(key); });
+}
 
 } // namespace
 
@@ -115,7 +122,7 @@ QSharedPointer<ZDbusSubscriber> ZDefaultDbus::take(const QString &host, const QU
 /// Forgets an endpoint whose subscriber has died, and answers the one after it.
 ZDefaultDbus::Endpoints::iterator ZDefaultDbus::forget(Endpoints::iterator endpoint)
 {
-    m_log.log(TableChanged, [&] { return QStringLiteral("(-) %1").arg(endpoint.key()); });
+    tellGone(m_log, endpoint.key());
     return m_endpoints.erase(endpoint);
 }
 
@@ -123,15 +130,20 @@ template <class Call>
 void ZDefaultDbus::forEachAlive(Call call)
 {
     QVector<QSharedPointer<ZDbusSubscriber>> held; // to the end: we may be the last, and a destructor may call the bus
+    QStringList gone;
     const QMutexLocker locker(&m_mutex);
+    const auto forgetGone = qScopeGuard([&] { // after the walk, also after one that a subscriber's exception ends
+        for (const QString &key : qAsConst(gone))
+            m_endpoints.remove(key);
+    });
     held.reserve(m_endpoints.size());
-    for (auto endpoint = m_endpoints.begin(); endpoint != m_endpoints.end();) {
+    for (auto endpoint = m_endpoints.cbegin(); endpoint != m_endpoints.cend(); ++endpoint) {
         if (QSharedPointer<ZDbusSubscriber> subscriber = endpoint->toStrongRef()) {
             held.append(std::move(subscriber));
             call(endpoint.key(), *held.constLast());
-            ++endpoint;
         } else {
-            endpoint = forget(endpoint);
+            gone.append(endpoint.key());
+            tellGone(m_log, endpoint.key());
         }
     }
 }

@@ -20,8 +20,11 @@ ZDEFAULT_EXPORT const char *zDefaultDbusTypeName();
  * nothing else of a URL takes part. A fragment makes a call quiet: it is not logged.
  *
  * Ownership: the emitter's, once announced. Subscribers are held weakly; one that has died is forgotten when it is met.
+ *            Nobody meets one whose address is not used again, so those pile up until all are walked, by `findAll0` or
+ *            by a call to all: where each session has an address of its own, do that now and then.
  * Thread:    any. A call to one endpoint runs unlocked. A call to all of them holds the lock: a subscriber that uses
- *            the bus from within one never returns.
+ *            the bus from within one never returns. Lines of kind 4, of what is bound and forgotten, are written under
+ *            the lock too: a logger that uses the bus for them never returns.
  * Failure:   false, or an empty list.
  */
 class ZDEFAULT_EXPORT ZDefaultDbus : public QObject, public ZDbus, public ZOwned

@@ -101,16 +101,17 @@ void ZDefaultLogger::log0(int index, int kind, const QString &text)
     if (!ZDefaultLogger::debug0() || ZDefaultLogger::log0(index) == 0)
         return;
     const QString &name = m_names.at(index);
+    const auto bits = static_cast<qulonglong>(kind); // of a negative one: the two's complement
     const QByteArray end = text.toUtf8();
     QByteArray line;
     line.reserve(TimeSize + name.size() * 3 + end.size() + 32);
     line.append('[');
     appendTime(line);
     line.append("] [").append(name.toUtf8()).append("] [");
-    line.append(QByteArray::number(qlonglong(kind), 16)).append("] ").append(end);
+    line.append(QByteArray::number(bits, 16)).append("] ").append(end);
     if (name.contains(QLatin1Char('%'))) { // the name's own places are filled as the line's are
         const QString time = QString::fromLatin1(line.mid(1, TimeSize));
-        line = QStringLiteral("[%1] [%2] [%3] %4").arg(time, name).arg(kind, 0, 16).arg(text).toUtf8();
+        line = QStringLiteral("[%1] [%2] [%3] %4").arg(time, name).arg(bits, 0, 16).arg(text).toUtf8();
     }
     message().debug("%s", line.constData());
 }
