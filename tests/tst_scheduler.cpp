@@ -73,6 +73,27 @@ QSharedPointer<Activity> activity(Args &&...args)
     return QSharedPointer<Activity>::create(std::forward<Args>(args)...);
 }
 
+/// Ends at once, and counts in `astray` the threads that are not deleted where the application's event loop runs.
+class Brief : public ZScheduledActivity
+{
+public:
+    Brief(std::atomic_int *astray, QSharedPointer<int> token)
+        : ZScheduledActivity({}), m_astray(astray), m_token(std::move(token))
+    {}
+
+    bool wait() override
+    {
+        if (QThread::currentThread()->thread() != QCoreApplication::instance()->thread())
+            ++*m_astray;
+        return false;
+    }
+    bool run() override { return false; }
+
+private:
+    std::atomic_int *const m_astray;
+    const QSharedPointer<int> m_token;
+};
+
 /// A set that has what a test gives it, and writes down what it is asked for.
 class Pools : public ZThreadPoolSet
 {
@@ -248,6 +269,7 @@ private Q_SLOTS:
     void aCallIsMadeOnItsTimetable();
     void activitiesGoOnWithoutTheScheduler();
     void threadsMayScheduleAtOnce();
+    void threadsMayScheduleWhatEndsAtOnce();
     void threadsDoNotPileUpWhereNoEventLoopRuns();
     void schedulesBeforeThereIsAnApplication();
     void refusesWhenDescriptorsRunOut();
@@ -614,6 +636,31 @@ void tst_Scheduler::threadsMayScheduleAtOnce()
     QVERIFY(application.pool()->waitAll(LongTime));
     QCOMPARE(runs.load(), Threads * Activities);
     QTRY_VERIFY_WITH_TIMEOUT(!held, LongTime); // each of them is deleted
+}
+
+void tst_Scheduler::threadsMayScheduleWhatEndsAtOnce()
+{
+    constexpr int Threads = 2;
+    constexpr int Activities = 1000;
+    std::atomic_int astray{0};
+    auto token = QSharedPointer<int>::create();
+    const QWeakPointer<int> held = token;
+    Application application;
+    std::vector<std::future<void>> threads;
+    for (int t = 0; t < Threads; ++t) {
+        threads.push_back(std::async(std::launch::async, [&application, &astray, token] {
+            for (int i = 0; i < Activities; ++i) {
+                application.services.scheduler->schedule0(QSharedPointer<Brief>::create(&astray, token));
+                application.pool()->waitAll(LongTime); // not too many at once
+            }
+        }));
+    }
+    for (const auto &thread : threads) // while the event loop deletes what has ended
+        QTRY_VERIFY_WITH_TIMEOUT(thread.wait_for(std::chrono::seconds(0)) == std::future_status::ready, 4 * LongTime);
+    threads.clear();
+    token.clear();
+    QTRY_VERIFY_WITH_TIMEOUT(!held, LongTime);
+    QCOMPARE(astray.load(), 0);
 }
 
 void tst_Scheduler::threadsDoNotPileUpWhereNoEventLoopRuns()

@@ -72,18 +72,20 @@ bool ZDefaultScheduler::schedule0(QSharedPointer<ZScheduledActivity> activity)
     auto *thread = new ZSchedulerThread(std::move(activity));
     connect(
         thread, &QThread::started, thread, [] { startingThreads.deref(); }, Qt::DirectConnection);
+    const auto isOver = QSharedPointer<QAtomicInteger<bool>>::create(false); // the thread may be deleted by then
+    connect(
+        thread, &QThread::finished, thread, [isOver] { isOver->storeRelease(true); }, Qt::DirectConnection);
+    // An activity that schedules another does so on a thread without an event loop, where nothing would ever be deleted
+    // later. Moved before it starts: from then on its deletion may be posted any time.
+    if (QCoreApplication *application = QCoreApplication::instance())
+        thread->moveToThread(application->thread());
     if (!descriptorsLeft(startingThreads.loadAcquire() + SpareDescriptors) ||
         !threads->poolAndStart(thread, QThread::NormalPriority)) {
         startingThreads.deref();
         delete thread;
         return false;
     }
-    const bool isRunning = thread->isRunning();
-    // Asked before: from here on the thread may be deleted any time. An activity that schedules another does so on a
-    // thread without an event loop, where nothing would ever be deleted later.
-    if (QCoreApplication *application = QCoreApplication::instance())
-        thread->moveToThread(application->thread());
-    return isRunning;
+    return !isOver->loadAcquire();
 }
 
 bool ZDefaultScheduler::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
