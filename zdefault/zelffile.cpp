@@ -1,44 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zelffile.h"
 
+#include "zelfimage.h"
+
 #include <QFile>
-#include <QHash>
+#include <QMap>
 #include <QVector>
 
 #include <dlfcn.h>
-#include <link.h>
 
 #include <algorithm>
 #include <climits>
 
 namespace {
 
-using Addr = ElfW(Addr);
-using Word = ElfW(Word);
+using Addr = ZElfImage::Addr;
+using Word = ZElfImage::Word;
 using Rela = ElfW(Rela);
-using Segment = ElfW(Phdr);
+using Segment = ZElfImage::Segment;
 using Symbol = ElfW(Sym);
 using Tag = ElfW(Sxword);
 using Versym = ElfW(Versym);
 
-constexpr quint64 All = ~quint64(0);
 constexpr quint64 AddrBits = sizeof(Addr) * CHAR_BIT;
+constexpr quint64 StepsToLookUp = 4096;                      // for what the dynamic linker does to find a name
 constexpr quint64 MostThreadLocal = 1 << 30;                 // a process that cannot have it for a thread ends
 constexpr unsigned SymbolShift = sizeof(Addr) == 8 ? 32 : 8; // where a relocation has the index of its symbol
 constexpr unsigned VersionMask = 0x7fff;                     // the bit above it tells that a symbol is hidden
-
-/// Some entries of the file, never more than it has.
-template <class T>
-struct Table
-{
-    const T *data = nullptr;
-    quint64 count = 0;
-
-    explicit operator bool() const { return data; }
-    const T *at(quint64 index) const { return index < count ? data + index : nullptr; }
-    const T *begin() const { return data; }
-    const T *end() const { return data + count; }
-};
 
 Word gnuHash(const char *name)
 {
@@ -61,7 +49,7 @@ bool isLoaded(const char *name)
 class ElfFile
 {
 public:
-    ElfFile(const uchar *data, quint64 size) : m_data(data), m_size(size) {}
+    ElfFile(const uchar *data, quint64 size) : m_image(data, size) {}
 
     bool segments();
     bool dynamicSection();
@@ -72,85 +60,58 @@ public:
     bool relocations();
 
 private:
+    struct Array
+    {
+        Addr address = 0, size = 0;
+
+        bool contains(Addr place) const { return place - address < size; }
+    };
+
     template <class T>
-    Table<T> inFile(quint64 offset, quint64 count) const;
-    template <class T>
-    Table<T> from(Addr address, quint64 count = All) const; // at most up to the end of the segment
-    const Segment *segment(Addr address, quint64 size, Word flags) const;
+    ZElfTable<T> from(Addr address, quint64 count = ZElfImage::All) const
+    {
+        return m_image.from<T>(address, count);
+    }
+    const Segment *segment(Addr address, quint64 size, Word flags) const
+    {
+        return m_image.segment(address, size, flags);
+    }
     bool isHeader(const Segment &header) const;
     bool isFunction(Addr address) const { return segment(address, 1, PF_X); }
     bool isName(quint64 offset) const { return m_strings.at(offset) && *m_strings.at(offset); }
+    bool isFileName(quint64 name) const;
     bool isLibrary(quint64 name) const;
     bool isSymbol(quint64 index) const;
     bool isSymbolTable(Addr address) const;
     bool isGnuSymbolTable(Addr address) const;
     bool isRelocated(Addr place, quint64 symbol, Addr value);
-    bool areRelocated(const Table<Rela> &relocations, quint64 relative);
-    bool areRelocated(const Table<Addr> &relative);
+    bool areRelocated(const ZElfTable<Rela> &relocations, quint64 relative);
+    bool areRelocated(const ZElfTable<Addr> &relative);
     Addr value(Tag tag) const { return m_dynamic.value(tag); }
     bool has(Tag tag) const { return m_dynamic.contains(tag); }
 
-    const uchar *const m_data;
-    const quint64 m_size;
-    Table<Segment> m_headers;
-    QVector<Segment> m_segments; // those that are loaded
+    ZElfImage m_image;
+    ZElfTable<Segment> m_headers;
     quint64 m_threadLocal = 0;
-    QHash<Tag, Addr> m_dynamic;
+    QMap<Tag, Addr> m_dynamic; // no hash: all tags of a file could have the same
     QVector<Addr> m_needed;
-    Table<char> m_strings;
+    ZElfTable<char> m_strings;
     unsigned m_lastVersion = VER_NDX_GLOBAL;
-    Table<Versym> m_symbolVersions;
-    Table<Symbol> m_symbols; // and what follows them
+    ZElfTable<Versym> m_symbolVersions;
+    ZElfTable<Symbol> m_symbols; // and what follows them
+    Word m_relocatable = PF_W;   // the flags of a segment in which there are relocations
+    Array m_startUp, m_cleanUp;
     quint64 m_arrayEntries = 0;
 };
 
-template <class T>
-Table<T> ElfFile::inFile(quint64 offset, quint64 count) const
-{
-    if (offset > m_size || count > (m_size - offset) / sizeof(T) || offset % alignof(T) != 0)
-        return {};
-    return {reinterpret_cast<const T *>(m_data + offset), count};
-}
-
-template <class T>
-Table<T> ElfFile::from(Addr address, quint64 count) const
-{
-    const Segment *in = segment(address, 0, PF_R);
-    const quint64 skipped = in ? address - in->p_vaddr : 0;
-    if (!in || skipped > in->p_filesz)
-        return {};
-    const quint64 rest = (in->p_filesz - skipped) / sizeof(T);
-    if (count == All)
-        count = rest;
-    return count <= rest ? inFile<T>(in->p_offset + skipped, count) : Table<T>();
-}
-
-const Segment *ElfFile::segment(Addr address, quint64 size, Word flags) const
-{
-    const auto found = std::find_if(m_segments.begin(), m_segments.end(), [=](const Segment &segment) {
-        const quint64 skipped = address - segment.p_vaddr; // huge when it lies before
-        return (segment.p_flags & flags) == flags && skipped <= segment.p_memsz && size <= segment.p_memsz - skipped;
-    });
-    return found == m_segments.end() ? nullptr : &*found;
-}
-
 bool ElfFile::segments()
 {
-    const Table<ElfW(Ehdr)> header = inFile<ElfW(Ehdr)>(0, 1);
+    const ZElfTable<ElfW(Ehdr)> header = m_image.inFile<ElfW(Ehdr)>(0, 1);
     if (!header || header.data->e_phentsize != sizeof(Segment))
         return false;
-    m_headers = inFile<Segment>(header.data->e_phoff, header.data->e_phnum);
-    Addr end = 0;
-    for (const Segment &segment : m_headers) {
-        if (segment.p_type != PT_LOAD)
-            continue;
-        if (segment.p_vaddr < end || segment.p_memsz > All / 2 - segment.p_vaddr ||
-            segment.p_filesz > segment.p_memsz || !inFile<char>(segment.p_offset, segment.p_filesz))
-            return false;
-        end = segment.p_vaddr + segment.p_memsz;
-        m_segments.append(segment);
-    }
-    return !m_segments.isEmpty() &&
+    m_headers = m_image.inFile<Segment>(header.data->e_phoff, header.data->e_phnum);
+    const auto isAdded = [this](const Segment &any) { return any.p_type != PT_LOAD || m_image.add(any); };
+    return std::all_of(m_headers.begin(), m_headers.end(), isAdded) && m_image.hasSegments() &&
            std::all_of(m_headers.begin(), m_headers.end(), [this](const Segment &any) { return isHeader(any); });
 }
 
@@ -176,7 +137,7 @@ bool ElfFile::isHeader(const Segment &header) const
 
 bool ElfFile::dynamicSection()
 {
-    Table<ElfW(Dyn)> entries;
+    ZElfTable<ElfW(Dyn)> entries;
     for (const Segment &header : m_headers) {
         if (header.p_type == PT_TLS)
             m_threadLocal = header.p_memsz;
@@ -208,13 +169,24 @@ bool ElfFile::strings()
     const auto isAbsentOrName = [this](Tag tag) { return !has(tag) || isName(value(tag)); };
     return m_strings.count > 0 && m_strings.data[m_strings.count - 1] == '\0' && isAbsentOrName(DT_SONAME) &&
            isAbsentOrName(DT_RPATH) && isAbsentOrName(DT_RUNPATH) &&
-           std::all_of(m_needed.begin(), m_needed.end(), [this](Addr name) { return isName(name); });
+           std::all_of(m_needed.begin(), m_needed.end(), [this](Addr name) { return isFileName(name); });
+}
+
+/// The dynamic linker puts the name of a library on its stack, however long it is.
+bool ElfFile::isFileName(quint64 name) const
+{
+    const quint64 length = isName(name) ? qstrnlen(m_strings.at(name), PATH_MAX) : 0;
+    return length > 0 && length < PATH_MAX && m_image.spend(length);
 }
 
 bool ElfFile::isLibrary(quint64 name) const
 {
-    const auto isSame = [=](Addr needed) { return qstrcmp(m_strings.at(needed), m_strings.at(name)) == 0; };
-    return isName(name) && (std::any_of(m_needed.begin(), m_needed.end(), isSame) || isLoaded(m_strings.at(name)));
+    if (!isFileName(name))
+        return false;
+    const char *const text = m_strings.at(name);
+    const quint64 length = qstrlen(text);
+    const auto isSame = [&](Addr needed) { return m_image.spend(length) && qstrcmp(m_strings.at(needed), text) == 0; };
+    return std::any_of(m_needed.begin(), m_needed.end(), isSame) || (m_image.spend(StepsToLookUp) && isLoaded(text));
 }
 
 bool ElfFile::versions()
@@ -245,8 +217,10 @@ bool ElfFile::versions()
         m_lastVersion = std::max(m_lastVersion, definition->vd_ndx & VersionMask);
         address += definition->vd_next;
     }
+    if (!has(DT_VERSYM))
+        return !has(DT_VERNEED);
     m_symbolVersions = from<Versym>(value(DT_VERSYM));
-    return has(DT_VERSYM) ? bool(m_symbolVersions) : !has(DT_VERNEED);
+    return bool(m_symbolVersions);
 }
 
 bool ElfFile::symbols()
@@ -260,9 +234,9 @@ bool ElfFile::symbols()
 bool ElfFile::isSymbol(quint64 index) const
 {
     const Symbol *symbol = m_symbols.at(index);
-    if (!symbol || !m_strings.at(symbol->st_name))
+    if (!m_image.spend(1) || !symbol || !m_strings.at(symbol->st_name))
         return false;
-    if (has(DT_VERSYM)) {
+    if (m_symbolVersions) {
         const Versym *version = m_symbolVersions.at(index);
         if (!version || (*version & VersionMask) > m_lastVersion)
             return false;
@@ -282,7 +256,7 @@ bool ElfFile::isSymbol(quint64 index) const
 
 bool ElfFile::isSymbolTable(Addr address) const
 {
-    const Table<Elf_Symndx> table = from<Elf_Symndx>(address);
+    const ZElfTable<Elf_Symndx> table = from<Elf_Symndx>(address);
     if (table.count < 2)
         return false;
     const quint64 buckets = table.data[0];
@@ -301,7 +275,7 @@ bool ElfFile::isSymbolTable(Addr address) const
 
 bool ElfFile::isGnuSymbolTable(Addr address) const
 {
-    const Table<Word> header = from<Word>(address, 4);
+    const ZElfTable<Word> header = from<Word>(address, 4);
     if (!header)
         return false;
     const quint64 buckets = header.data[0];
@@ -309,10 +283,10 @@ bool ElfFile::isGnuSymbolTable(Addr address) const
     const quint64 filters = header.data[2];
     const Word shift = header.data[3];
     address += 4 * sizeof(Word);
-    const Table<Addr> filter = from<Addr>(address, filters);
+    const ZElfTable<Addr> filter = from<Addr>(address, filters);
     address += filters * sizeof(Addr);
-    const Table<Word> bucket = from<Word>(address, buckets);
-    const Table<Word> chain = from<Word>(address + buckets * sizeof(Word));
+    const ZElfTable<Word> bucket = from<Word>(address, buckets);
+    const ZElfTable<Word> chain = from<Word>(address + buckets * sizeof(Word));
     quint64 end = firstSymbol;
     quint64 found = firstSymbol;
     if (!filter || filters == 0 || (filters & (filters - 1)) != 0 || !bucket || buckets == 0 || shift >= 32)
@@ -323,7 +297,10 @@ bool ElfFile::isGnuSymbolTable(Addr address) const
             link = i < firstSymbol ? nullptr : chain.at(i - firstSymbol);
             if (!link || !isSymbol(i))
                 return false;
-            const Word hash = gnuHash(m_strings.at(m_symbols.at(i)->st_name));
+            const char *const name = m_strings.at(m_symbols.at(i)->st_name);
+            if (!m_image.spend(qstrlen(name)))
+                return false;
+            const Word hash = gnuHash(name);
             const Addr bits = Addr(1) << hash % AddrBits | Addr(1) << (hash >> shift) % AddrBits;
             if ((hash | 1) != (*link | 1) || hash % buckets != b ||
                 (filter.data[hash / AddrBits % filters] & bits) != bits)
@@ -346,17 +323,15 @@ bool ElfFile::functions() const
 
 bool ElfFile::isRelocated(Addr place, quint64 symbol, Addr value)
 {
-    const bool textToo = has(DT_TEXTREL) || (this->value(DT_FLAGS) & DF_TEXTREL);
-    if (!segment(place, sizeof(Word), textToo ? 0 : PF_W) || (symbol != 0 && !isSymbol(symbol)))
+    if (!segment(place, sizeof(Word), m_relocatable) || (symbol != 0 && !isSymbol(symbol)))
         return false;
-    if (place - this->value(DT_INIT_ARRAY) >= this->value(DT_INIT_ARRAYSZ) &&
-        place - this->value(DT_FINI_ARRAY) >= this->value(DT_FINI_ARRAYSZ))
+    if (!m_startUp.contains(place) && !m_cleanUp.contains(place))
         return true;
     ++m_arrayEntries;
     return symbol != 0 || isFunction(value);
 }
 
-bool ElfFile::areRelocated(const Table<Rela> &relocations, quint64 relative)
+bool ElfFile::areRelocated(const ZElfTable<Rela> &relocations, quint64 relative)
 {
     if (!relocations || relative > relocations.count)
         return false;
@@ -373,10 +348,10 @@ bool ElfFile::areRelocated(const Table<Rela> &relocations, quint64 relative)
 }
 
 /// An even entry is a place, an odd one a map of the places that follow.
-bool ElfFile::areRelocated(const Table<Addr> &relative)
+bool ElfFile::areRelocated(const ZElfTable<Addr> &relative)
 {
     const auto isPlace = [this](Addr place) {
-        const Table<Addr> content = from<Addr>(place, 1);
+        const ZElfTable<Addr> content = from<Addr>(place, 1);
         return content && isRelocated(place, 0, *content.data);
     };
     Addr next = 0;
@@ -403,11 +378,15 @@ bool ElfFile::relocations()
     if ((has(DT_RELA) && value(DT_RELAENT) != sizeof(Rela)) || (has(DT_JMPREL) && value(DT_PLTREL) != DT_RELA) ||
         (has(DT_RELR) && value(DT_RELRENT) != sizeof(Addr)))
         return false;
+    if (has(DT_TEXTREL) || (value(DT_FLAGS) & DF_TEXTREL))
+        m_relocatable = 0;
+    m_startUp = {value(DT_INIT_ARRAY), value(DT_INIT_ARRAYSZ)};
+    m_cleanUp = {value(DT_FINI_ARRAY), value(DT_FINI_ARRAYSZ)};
     const auto table = [this](Tag size, Tag address) { return from<Rela>(value(address), value(size) / sizeof(Rela)); };
     return (!has(DT_RELA) || areRelocated(table(DT_RELASZ, DT_RELA), value(DT_RELACOUNT))) &&
            (!has(DT_JMPREL) || areRelocated(table(DT_PLTRELSZ, DT_JMPREL), 0)) &&
            (!has(DT_RELR) || areRelocated(from<Addr>(value(DT_RELR), value(DT_RELRSZ) / sizeof(Addr)))) &&
-           m_arrayEntries == (value(DT_INIT_ARRAYSZ) + value(DT_FINI_ARRAYSZ)) / sizeof(Addr);
+           m_arrayEntries == (m_startUp.size + m_cleanUp.size) / sizeof(Addr);
 }
 
 } // namespace
@@ -418,13 +397,14 @@ QString zElfDamage(const QString &path)
     return {}; // other machines keep other things in the same tables
 #endif
     QFile file(path);
-    const qint64 size = file.open(QIODevice::ReadOnly) ? file.size() : 0;
+    qint64 size = file.open(QIODevice::ReadOnly) ? file.size() : 0;
     if (size == 0)
         return {}; // nothing to be said about it; the dynamic linker will
     const uchar *data = file.map(0, size);
     QByteArray copy;
     if (!data) { // there is no room to map it
-        copy = file.read(size).leftJustified(int(size), '\0');
+        copy = file.read(size);
+        size = copy.size(); // which is less of a file that has become shorter, or that no array takes
         data = reinterpret_cast<const uchar *>(copy.constData());
     }
     ElfFile elf(data, quint64(size));
