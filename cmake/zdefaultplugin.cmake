@@ -7,8 +7,8 @@ set(zdefault_plugin_folder ${CMAKE_CURRENT_LIST_DIR})
 #
 # Makes the target NAME, or NAME.v with a version: a plugin file lib<target>.so for the loader. It tells the loader for
 # which interfaces it was built, and it has what a plugin needs to leave memory again: no symbol of the kind that pins a
-# file for good (GNU unique, which each inline metatype id would be), nothing exported but the root, and nothing
-# undefined. What is not so ends the build, with a word on what to do.
+# file for good (GNU unique, which each inline metatype id would be), no destructor that a thread would run at its end,
+# nothing exported but the root, and nothing undefined. What is not so ends the build, with a word on what to do.
 function(zdefault_add_plugin name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "VERSION" "")
     if(NOT arg_UNPARSED_ARGUMENTS)
@@ -35,6 +35,6 @@ function(zdefault_add_plugin name)
     endif()
     target_link_libraries(${target} PRIVATE zdefault::zdefault)
     add_custom_command(TARGET ${target} POST_BUILD VERBATIM
-        COMMAND ${CMAKE_COMMAND} -DPLUGIN=$<TARGET_FILE:${target}> -DNM=${CMAKE_NM}
+        COMMAND ${CMAKE_COMMAND} -DPLUGIN=$<TARGET_FILE:${target}> -DNM=${CMAKE_NM} -DREADELF=${CMAKE_READELF}
                 -P ${zdefault_plugin_folder}/zdefaultcheckplugin.cmake)
 endfunction()
