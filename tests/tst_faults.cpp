@@ -3,6 +3,7 @@
 #include "host.h"
 #include "journal.h"
 #include "program.h"
+#include "site.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,7 +15,6 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QSemaphore>
-#include <QTemporaryDir>
 #include <QTemporaryFile>
 #include <QThread>
 
@@ -34,7 +34,6 @@
 
 #include <elf.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 using Library = QSharedPointer<ZLibrary>;
 
@@ -104,52 +103,10 @@ namespace {
 constexpr int LongTime = 60000;
 
 const QString Plain = QStringLiteral("plain");
-const QString Foo = QStringLiteral("libfoo.so");
 const QString Loaded = QStringLiteral("zdefault 1: loaded: libfoo");
 const QString Unloaded = QStringLiteral("zdefault 1: unloaded: libfoo");
 
 QString reason(int error) { return qt_error_string(error); }
-
-/// A loader with a journal and its two folders, which may lie apart.
-class Site
-{
-public:
-    explicit Site(const QString &elsewhere = QString())
-        : deployedPath(elsewhere.isEmpty() ? deployed.path() : elsewhere), journal(Journal::bind(host.emitter()))
-    {}
-
-    void start()
-    {
-        loader = host.wire<Spy>(
-            QJsonObject{{QStringLiteral("hot-deploy"), hot.path()}, {QStringLiteral("deployed"), deployedPath}});
-        journal->take();
-    }
-    QString hotFile(const QString &name = Foo) const { return hot.filePath(name); }
-    QString deployedFile(const QString &name = Foo) const { return deployedPath + QLatin1Char('/') + name; }
-    QString changed() const { return QStringLiteral("zdefault 2: hot-deploy folder changed: %1").arg(hot.path()); }
-    QString failed(const QString &name = Foo) const
-    {
-        return QStringLiteral("warning: failed to rename %1 to %2").arg(hotFile(name), deployedFile(name));
-    }
-    /// The messages of one call of the slot, after the first.
-    QStringList change()
-    {
-        journal->take();
-        loader->directoryChangedSlot(hot.path());
-        QStringList entries = journal->take();
-        return entries.value(0) == changed() ? entries.mid(1) : entries;
-    }
-    QStringList deployedFiles() const
-    {
-        return QDir(deployedPath).entryList(QDir::Files | QDir::System | QDir::Hidden, QDir::Name);
-    }
-
-    const Folder hot, deployed;
-    const QString deployedPath;
-    const Host host;
-    const QSharedPointer<Journal> journal;
-    Spy *loader = nullptr;
-};
 
 /// A set with a journal, and a folder in which it finds "libfoo".
 class Shelf
@@ -184,16 +141,6 @@ void oneFileSystemAndTwo()
     QTest::addColumn<bool>("apart");
     QTest::newRow("one file system") << false;
     QTest::newRow("two file systems") << true;
-}
-
-/// A folder on another file system than the temporary folders; null where the machine has none.
-std::unique_ptr<QTemporaryDir> folderElsewhere()
-{
-    struct stat here, there;
-    if (stat(QFile::encodeName(QDir::tempPath()).constData(), &here) != 0 || stat("/dev/shm", &there) != 0 ||
-        here.st_dev == there.st_dev)
-        return {};
-    return std::make_unique<QTemporaryDir>(QStringLiteral("/dev/shm/zdefault-test-XXXXXX"));
 }
 
 /// As long as it lives, no more than so many descriptors may be open.

@@ -35,6 +35,8 @@ private Q_SLOTS:
     void refusesAVersionThatWouldNotBeTheNewest();
     void survivesEachPageZeroed();
     void isNeverSeenHalfWrittenOnASlowDisk();
+    void refusesASourceThatIsBeingWritten();
+    void refusesASourceThatChangesMeanwhile();
     void severalAtOnceGetNamesOfTheirOwn();
     void leavesNothingWhereASignalEndsIt_data();
     void leavesNothingWhereASignalEndsIt();
@@ -345,6 +347,41 @@ void tst_ZDeploy::isNeverSeenHalfWrittenOnASlowDisk()
     QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
     QCOMPARE(process.exitCode(), 0);
     QCOMPARE(contentOf(place.hotDeploy() + QStringLiteral("/libplain.so")), content);
+}
+
+void tst_ZDeploy::refusesASourceThatIsBeingWritten()
+{
+    const Place place;
+    const QString source = place.write(QStringLiteral("libplain.so"), contentOf(plugin("plain")));
+    QFile writer(source);
+    QVERIFY(writer.open(QIODevice::Append));
+    const Result result = run({source, place.hotDeploy()});
+    QCOMPARE(result.err, QStringLiteral("zdeploy: %1 is refused: it is still being written\n").arg(source));
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(place.dropped(), QStringList());
+    writer.close();
+    QCOMPARE(run({source, place.hotDeploy()}).exitCode, 0);
+}
+
+void tst_ZDeploy::refusesASourceThatChangesMeanwhile()
+{
+    const Place place;
+    const QByteArray content = contentOf(plugin("plain"));
+    const QString source = place.write(QStringLiteral("libplain.so"), content);
+    QProcess process;
+    process.setProcessEnvironment(slowDisk());
+    process.start(QStringLiteral(ZDEPLOY), {source, place.hotDeploy()});
+    QVERIFY(process.waitForStarted());
+    const auto isCopying = [&] {
+        const QStringList parts = place.dropped();
+        return parts.size() == 1 && QFileInfo(place.hotDeploy() + QLatin1Char('/') + parts.first()).size() > 0;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(isCopying(), 30000);
+    place.write(QStringLiteral("libplain.so"), content + "more");
+    const Result result = finish(process);
+    QCOMPARE(result.err, QStringLiteral("zdeploy: %1 is refused: it has changed while it was copied\n").arg(source));
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(place.dropped(), QStringList());
 }
 
 void tst_ZDeploy::severalAtOnceGetNamesOfTheirOwn()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdefaultloader.h"
 
+#include "zdeployment.h"
 #include "zemitterlock.h"
 #include "ztexts.h"
 #include "ztypename.h"
@@ -12,15 +13,9 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMutexLocker>
-#include <QTemporaryFile>
 #include <QThread>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -73,37 +68,13 @@ void prependToPath(const QStringList &folders)
 
 QStringList drops(const QDir &hot) { return hot.entryList({DropPattern}); }
 
-/// Never replaces what is there. False, and errno, where it fails.
-bool renameTo(const QString &source, const QString &target)
+/// Qt takes watchers and timers down on their own thread only; a call on another may have held the loader last.
+void destroy(QObject *helper)
 {
-    const QByteArray from = QFile::encodeName(source);
-    const QByteArray to = QFile::encodeName(target);
-    if (renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
-        return true;
-    // Some file systems, such as those of a network, cannot tell whether they would replace one.
-    return (errno == EINVAL || errno == ENOSYS) && std::rename(from.constData(), to.constData()) == 0;
-}
-
-/// Not by `QFile::rename()`: where the system does not rename it copies, shows the half of a file under its name, and
-/// removes the source before the last of it is written.
-bool move(const QString &source, const QString &target)
-{
-    if (renameTo(source, target))
-        return true;
-    if (errno != EXDEV)
-        return false;
-    QFile in(source);
-    QTemporaryFile copy(QFileInfo(target).path() + QStringLiteral("/.XXXXXX.part")); // nobody would load that
-    if (!in.open(QIODevice::ReadOnly) || !copy.open())
-        return false;
-    const QByteArray content = in.readAll();
-    if (in.error() != QFile::NoError || copy.write(content) != content.size() || !copy.flush() ||
-        fsync(copy.handle()) != 0 || !copy.setPermissions(in.permissions()) || !renameTo(copy.fileName(), target))
-        return false;
-    if (in.remove() || !QFileInfo::exists(source))
-        return true;
-    QFile::remove(target);
-    return false;
+    if (helper->thread() == QThread::currentThread())
+        delete helper;
+    else
+        helper->deleteLater();
 }
 
 } // namespace
@@ -112,17 +83,16 @@ const char *zDefaultLoaderTypeName() { return zTypeName<ZDefaultLoader>("ZDefaul
 
 const char *const ZDefaultLoader::TypeName = zDefaultLoaderTypeName();
 
-ZDefaultLoader::ZDefaultLoader() : m_watcher(new QFileSystemWatcher)
+ZDefaultLoader::ZDefaultLoader() : m_watcher(new QFileSystemWatcher), m_deployment(new ZDeployment)
 {
     connect(m_watcher, SIGNAL(directoryChanged(QString)), this, SLOT(directoryChangedSlot(QString)));
+    connect(m_deployment, &ZDeployment::due, this, [this](const QString &source) { lookAgain(source); });
 }
 
 ZDefaultLoader::~ZDefaultLoader()
 {
-    if (m_watcher->thread() == QThread::currentThread())
-        delete m_watcher;
-    else // a call on another thread held us last: Qt takes a watcher down on its own thread only
-        m_watcher->deleteLater();
+    destroy(m_watcher);
+    destroy(m_deployment);
 }
 
 QSharedPointer<ZLibrary> ZDefaultLoader::loaded0(QString name)
@@ -207,26 +177,37 @@ void ZDefaultLoader::directoryChangedSlot(QString n)
     if (m_deployed.isEmpty())
         return;
     const QDir hot(n);
-    const QDir deployed(m_deployed);
     const QStringList entries = drops(hot);
-    for (const QString &entry : entries) {
-        // The bare name, so seen from the working directory, as it has always been: operators keep a plugin back by a
-        // link of its name there.
-        if (QFileInfo(entry).isSymLink())
-            continue;
-        const QFileInfo file(hot, entry);
-        if (file.isDir() && !file.isSymLink())
-            continue;
-        if (!deployed.exists(entry)) {
-            deploy(hot, entry, deployed.filePath(entry));
-            continue;
-        }
-        // A name that is taken is looked for under the stamped name, which only a file of just that name answers to:
-        // the newcomer stays where it is, and the log says so.
-        const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmsszzz"));
-        const QString stamped = QStringLiteral("%1.%2.%3").arg(file.completeBaseName(), stamp, file.suffix());
-        deploy(hot, stamped, deployed.filePath(stamped));
+    for (const QString &entry : entries)
+        take(hot, entry);
+}
+
+void ZDefaultLoader::lookAgain(const QString &source)
+{
+    const QFileInfo file(source);
+    if (drops(file.dir()).contains(file.fileName()))
+        take(file.dir(), file.fileName());
+}
+
+void ZDefaultLoader::take(const QDir &hot, const QString &entry)
+{
+    // The bare name, so seen from the working directory, as it has always been: operators keep a plugin back by a link
+    // of its name there.
+    if (QFileInfo(entry).isSymLink())
+        return;
+    const QFileInfo file(hot, entry);
+    if (file.isDir() && !file.isSymLink())
+        return;
+    const QDir deployed(m_deployed);
+    if (!deployed.exists(entry)) {
+        deploy(hot, entry, deployed.filePath(entry));
+        return;
     }
+    // A name that is taken is looked for under the stamped name, which only a file of just that name answers to: the
+    // newcomer stays where it is, and the log says so.
+    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmsszzz"));
+    const QString stamped = QStringLiteral("%1.%2.%3").arg(file.completeBaseName(), stamp, file.suffix());
+    deploy(hot, stamped, deployed.filePath(stamped));
 }
 
 void ZDefaultLoader::apply(const QJsonObject &section)
@@ -261,9 +242,10 @@ void ZDefaultLoader::apply(const QJsonObject &section)
 
 void ZDefaultLoader::deploy(const QDir &hot, const QString &source, const QString &target)
 {
-    if (move(hot.filePath(source), target))
+    const ZDeployment::Result result = m_deployment->move(hot.filePath(source), target);
+    if (result == ZDeployment::Moved)
         load0(QFileInfo(source).completeBaseName());
-    else
+    else if (result == ZDeployment::Failed)
         m_log.warn(LineKind, QStringLiteral("failed to rename %1 to %2").arg(hot.filePath(source), target));
 }
 

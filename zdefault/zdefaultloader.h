@@ -16,6 +16,8 @@
 #include <QMutex>
 #include <QSet>
 
+class ZDeployment;
+
 /// "ZDefaultLoader*", registered as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultLoaderTypeName();
 
@@ -61,11 +63,14 @@ public:
     static QString basen(const QString &name);
 
 public Q_SLOTS:
-    /// Moves each plugin file in the hot-deploy folder `n` to the deployed folder, and loads it.
+    /// Moves each plugin file in the hot-deploy folder `n` to the deployed folder, and loads it. Between two file
+    /// systems one that is being written, or is large, follows later, from the event loop.
     void directoryChangedSlot(QString n);
 
 private:
     void apply(const QJsonObject &section);
+    void lookAgain(const QString &source);
+    void take(const QDir &hot, const QString &entry);
     void deploy(const QDir &hot, const QString &source, const QString &target);
 
     ZLogger *m_logger = nullptr;
@@ -73,6 +78,7 @@ private:
     ZConfig *m_config = nullptr;
     QString m_deployed; // absolute
     QFileSystemWatcher *const m_watcher;
+    ZDeployment *const m_deployment;
     QHash<QString, QSharedPointer<ZLibrarySet>> m_sets; // by base name
     QSet<QString> m_beingMade;
     QRecursiveMutex m_mutex; // guards m_sets and m_beingMade; a plugin may load another while it is injected

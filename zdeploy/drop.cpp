@@ -9,7 +9,9 @@
 #include <QFileInfo>
 #include <QTemporaryFile>
 
-#include <algorithm>
+#include <zfilecopy.h>
+
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -23,8 +25,6 @@ namespace {
 // Hidden, and without the suffix: nothing that a loader would take.
 const QString PartName = QStringLiteral(".zdeploy-XXXXXX.part");
 const QString PartPattern = QStringLiteral(".zdeploy-*.part");
-
-constexpr int BlockSize = 1 << 20;
 
 QString systemError() { return qt_error_string(errno); }
 
@@ -67,32 +67,22 @@ QStringList namesIn(const QString &hotDeploy, const QString &deployed)
     return waiting + QDir(deployed).entryList(filter, all);
 }
 
-/// False, and errno, where it fails: QFile would not tell why a disk took only a part.
-bool writeAll(int descriptor, const QByteArray &data)
+/// What went wrong, or an empty text. Whoever is still writing the source would leave a part of it in the copy.
+QString copy(ZFileCopy &from, QTemporaryFile &to)
 {
-    for (int done = 0; done < data.size();) {
-        const ssize_t written = write(descriptor, data.constData() + done, static_cast<size_t>(data.size() - done));
-        if (written < 0 && errno != EINTR)
-            return false;
-        done += static_cast<int>(std::max<ssize_t>(written, 0));
-    }
-    return true;
-}
-
-/// Copies the content and the permissions of `from`. What went wrong, or an empty text.
-QString copy(QFile &from, QTemporaryFile &to)
-{
-    from.open(QIODevice::ReadOnly);
-    bool good = true;
-    while (good && !from.atEnd() && from.error() == QFile::NoError)
-        good = writeAll(to.handle(), from.read(BlockSize));
-    if (from.error() != QFile::NoError)
-        return QStringLiteral("cannot read it: %1").arg(from.errorString());
-    if (!good || fsync(to.handle()) != 0)
+    static const std::atomic_bool isStopped{false};
+    if (!from.open())
+        return QStringLiteral("cannot read it: %1").arg(systemError());
+    if (!from.isSettled())
+        return QStringLiteral("it is still being written");
+    switch (from.writeTo(to, isStopped)) {
+    case ZFileCopy::Unreadable:
+        return QStringLiteral("cannot read it: %1").arg(systemError());
+    case ZFileCopy::Unwritable:
         return QStringLiteral("cannot write %1: %2").arg(to.fileName(), systemError());
-    if (!to.setPermissions(from.permissions()))
-        return QStringLiteral("cannot write %1: %2").arg(to.fileName(), to.errorString());
-    return {};
+    default:
+        return from.isSettled() ? QString() : QStringLiteral("it has changed while it was copied");
+    }
 }
 
 /// False, and errno, where it fails; `to` is never replaced.
@@ -154,7 +144,7 @@ Drop::Result Drop::run() const
     removeWhatKilledOnesLeft(hotDeploy);
 
     // From here on it is the copy that counts: the source may change at any time.
-    QFile from(source);
+    ZFileCopy from(source);
     QTemporaryFile part(QDir(hotDeploy).filePath(PartName));
     if (!part.open())
         return {{}, QStringLiteral("cannot write in %1: %2").arg(hotDeploy, part.errorString())};

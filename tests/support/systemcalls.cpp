@@ -88,6 +88,18 @@ INTERPOSED int open64(const char *path, int flags, ...)
     return fails("open", path) ? -1 : next(path, flags, mode);
 }
 
+INTERPOSED __attribute__((alias("open64"))) int open(const char *path, int flags, ...);
+
+INTERPOSED int fcntl(int descriptor, int command, ...)
+{
+    NEXT(fcntl);
+    va_list arguments;
+    va_start(arguments, command);
+    void *const argument = va_arg(arguments, void *); // or a number, which takes no more room
+    va_end(arguments);
+    return failsOnDescriptor("fcntl", descriptor) ? -1 : next(descriptor, command, argument);
+}
+
 INTERPOSED DIR *opendir(const char *path)
 {
     NEXT(opendir);
