@@ -10,6 +10,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -21,16 +22,19 @@
 namespace {
 
 std::atomic<SystemCalls::Judge> currentJudge{nullptr};
+std::atomic_int judging{0}; // how many threads may be with the judge
 thread_local bool isJudging = false;
 
 /// The error with which the call fails; 0 if it goes on.
 int judged(const char *call, const char *path = "")
 {
-    const SystemCalls::Judge judge = currentJudge.load();
-    if (!judge || isJudging)
+    if (!currentJudge.load() || isJudging)
         return 0;
     isJudging = true;
-    const int error = judge(call, path ? path : "");
+    ++judging;
+    const SystemCalls::Judge judge = currentJudge.load();
+    const int error = judge ? judge(call, path ? path : "") : 0;
+    --judging;
     isJudging = false;
     return error;
 }
@@ -61,7 +65,12 @@ bool failsOnDescriptor(const char *call, int descriptor)
 /// What would be called if it were not for us.
 #define NEXT(call) static const auto next = reinterpret_cast<decltype(&call)>(dlsym(RTLD_NEXT, #call)) // NOLINT
 
-void SystemCalls::setJudge(Judge judge) { currentJudge = judge; }
+void SystemCalls::setJudge(Judge judge)
+{
+    currentJudge = judge;
+    while (!judge && judging > 0)
+        sched_yield();
+}
 
 INTERPOSED int rename(const char *from, const char *to)
 {

@@ -11,7 +11,7 @@ namespace SystemCalls {
 /// or "". Answers the error with which it fails, or 0. The calls that it makes itself go on undisturbed.
 using Judge = int (*)(const char *call, const char *path);
 
-/// Null lets all calls go on.
+/// Null lets all calls go on, and waits until no thread is with the judge any more.
 void setJudge(Judge judge);
 
 } // namespace SystemCalls
