@@ -107,6 +107,11 @@ public:
     }
 
     int version() override { return m_canary == Alive ? m_version : Dead; }
+    int versionSlowly() override
+    {
+        m_census->lingers();
+        return version();
+    }
 
     bool invoked(const QUrl &, QJsonObject *, QJsonObject *out) override
     {

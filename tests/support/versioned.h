@@ -20,6 +20,8 @@ public:
 
     /// Which version answers; `Dead` if it should not be there any more.
     virtual int version() = 0;
+    /// The same, after a while in the version's code: see `Census::lingers()`.
+    virtual int versionSlowly() = 0;
     virtual ~Versioned() {}
 };
 Q_DECLARE_INTERFACE(Versioned, "test::Versioned")
@@ -32,6 +34,7 @@ public:
     explicit VersionedDelegate(QSharedPointer<QObject> object) : ZDelegate(refer(object)) { provide<Versioned>(this); }
 
     int version() override { return forward(&Versioned::version, Nobody); }
+    int versionSlowly() override { return forward(&Versioned::versionSlowly, Nobody); }
 };
 
 /**
@@ -52,6 +55,8 @@ public:
     virtual void isBorn(Part part) = 0;
     virtual void works(Part part, int version) = 0;
     virtual void dies(Part part) = 0;
+    /// Called in the middle of `Versioned::versionSlowly()`: comes back when the call may go on.
+    virtual void lingers() = 0;
 
     void setOn(QObject *application) { application->setProperty("census", QVariant::fromValue<void *>(this)); }
     static Census *of(QObject *application)

@@ -2,7 +2,6 @@
 #include "load.h"
 
 #include <QFile>
-#include <QThread>
 #include <QTimer>
 
 #include <zdefaultdbus.h>
@@ -43,6 +42,7 @@ Outcome Load::run(int versions, int atOnce, bool quiet)
     m_clock.start();
     for (Caller &caller : m_callers)
         caller.thread = std::thread([&] { call(caller); });
+    m_slowCaller = std::thread([this] { callSlowly(); });
 
     bool isWarm = false;
     while (m_last < versions && replace(std::min(atOnce, versions - m_last))) {
@@ -57,6 +57,9 @@ Outcome Load::run(int versions, int atOnce, bool quiet)
     }
 
     m_isOver = true;
+    m_goOn.release(); // had it not come as far
+    m_slowCall.release();
+    m_slowCaller.join();
     for (Caller &caller : m_callers) {
         caller.thread.join();
         m_outcome.calls += caller.calls;
@@ -66,7 +69,6 @@ Outcome Load::run(int versions, int atOnce, bool quiet)
         m_outcome.busyCalls.add(caller.busyCalls);
         m_outcome.quietCalls.add(caller.quietCalls);
     }
-    m_outcome.leftUnderCalls = m_leftUnderCalls;
     m_outcome.warnings = m_journal->take();
     m_host.reset();
     settle();
@@ -100,9 +102,13 @@ void Load::works(Part part, int version)
 void Load::dies(Part part)
 {
     ++m_dead[part];
-    if (part == Root && QThread::currentThread() != qApp->thread())
-        ++m_leftUnderCalls;
     wake();
+}
+
+void Load::lingers()
+{
+    m_isInside.release();
+    m_goOn.acquire();
 }
 
 void Load::call(Caller &caller)
@@ -132,12 +138,48 @@ void Load::call(Caller &caller)
             if (caller.byUrl > beforeByUrl)
                 wake();
         }
+        // Whoever was answered by the newest version lets those go first who were not: else all wait for every turn.
+        if (caller.byService == m_last && (!m_bus || caller.byUrl == m_last))
+            std::this_thread::yield();
     }
+}
+
+void Load::callSlowly()
+{
+    for (m_slowCall.acquire(); !m_isOver; m_slowCall.acquire()) {
+        m_slowAnswer = m_service->versionSlowly();
+        wake();
+    }
+}
+
+/// Comes back when the call is in the middle of the version that serves now.
+bool Load::beginSlowCall()
+{
+    m_slowAnswer = NoneYet;
+    m_slowCall.release();
+    return m_isInside.tryAcquire(1, static_cast<int>(Patience));
+}
+
+/// The call must have kept `version` alive, and nobody else.
+bool Load::endSlowCall(int version)
+{
+    const auto roots = [this] { return m_born[Root] - m_dead[Root]; };
+    const bool wasAlive = roots() == 2;
+    m_goOn.release();
+    if (!waitUntil([&] { return m_slowAnswer != NoneYet; }, Patience))
+        return false;
+    settle();
+    m_outcome.wrong += m_slowAnswer != version;
+    m_outcome.leftUnderCalls += wasAlive && roots() == 1;
+    return true;
 }
 
 bool Load::replace(int count)
 {
     const int old = m_last;
+    const bool isUnderACall = m_drops++ % 2 == 0;
+    if (isUnderACall && !beginSlowCall())
+        return false;
     for (int version = old + 1; version <= old + count; ++version)
         m_prepared.drop(QStringLiteral("version"), fileOf(version));
     m_firstAnswer = 0;
@@ -145,11 +187,16 @@ bool Load::replace(int count)
     const qint64 start = m_clock.nsecsElapsed();
     for (int version = old + 1; version <= m_last; ++version)
         QFile::rename(m_prepared.filePath(fileOf(version)), m_hot.filePath(fileOf(version)));
-    if (!waitUntil([this] { return isTakenOver(); }, Patience))
+    if (!waitUntil([this] { return isAnswering(); }, Patience))
         return false;
 
-    // Each caller has come back from the new version: nobody can be in the old ones' code any more. What they left
-    // behind is posted by now.
+    // Each caller has come back from the new version: nobody can be in the old ones' code any more, but the slow one.
+    // What they left behind is posted by now.
+    settle();
+    if (isUnderACall && !endSlowCall(old))
+        return false;
+    if (!waitUntil([this] { return !m_bus || isWorking(); }, Patience))
+        return false;
     settle();
     QStringList mapped = mappedPlugins();
     mapped.removeAll(m_deployed.filePath(fileOf(m_last)));
@@ -173,14 +220,17 @@ bool Load::waitUntil(Condition condition, qint64 msecs)
     return condition();
 }
 
-bool Load::isTakenOver() const
+bool Load::isAnswering() const
 {
-    const bool isAnswering = std::all_of(m_callers.begin(), m_callers.end(), [this](const Caller &caller) {
+    return std::all_of(m_callers.begin(), m_callers.end(), [this](const Caller &caller) {
         return caller.byService == m_last && (!m_bus || caller.byUrl == m_last);
     });
-    // An activity's thread ends by itself after it was cancelled: the old ones may take until later than the callers.
-    return isAnswering && (!m_bus || (m_worked[Activity] == m_last && m_worked[Job] == m_last &&
-                                      m_born[Activity] - m_dead[Activity] == 1));
+}
+
+/// An activity's thread ends by itself after it was cancelled: the old ones may take until later than the callers.
+bool Load::isWorking() const
+{
+    return m_worked[Activity] == m_last && m_worked[Job] == m_last && m_born[Activity] - m_dead[Activity] == 1;
 }
 
 void Load::wake() { QMetaObject::invokeMethod(&m_loop, &QEventLoop::quit, Qt::QueuedConnection); }

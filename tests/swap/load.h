@@ -9,6 +9,7 @@
 
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QSemaphore>
 
 #include <zdbus.h>
 
@@ -22,7 +23,7 @@ struct Outcome
 {
     int versions = 0; // that took over, after the first
     quint64 calls = 0, lost = 0, wrong = 0, backwards = 0;
-    int leftUnderCalls = 0; // versions that a caller was the last to let go of
+    int leftUnderCalls = 0; // versions that had nobody left but a call in the middle of them, and died after it
     int overstayed = 0;     // files that were still in memory when nobody was in their code any more
     std::array<int, 3> born{}, dead{};
     QStringList warnings;
@@ -34,8 +35,8 @@ struct Outcome
 
 /**
  * Four threads call a service without pause, while new versions of the plugin that provides it are dropped into a
- * hot-deploy folder. With `isLaden`, the plugin is called over the bus too, and has something scheduled and a job
- * running.
+ * hot-deploy folder. A fifth makes one call for each other drop, which stays in the old version until the others have
+ * left it. With `isLaden`, the plugin is called over the bus too, and has something scheduled and a job running.
  */
 class Load final : private Census
 {
@@ -47,6 +48,8 @@ public:
     Outcome run(int versions, int atOnce, bool quiet);
 
 private:
+    static constexpr int NoneYet = -3;
+
     struct Caller
     {
         void judge(int version, std::atomic<int> &newest, int last);
@@ -60,12 +63,17 @@ private:
     void isBorn(Part part) override { ++m_born[part]; }
     void works(Part part, int version) override;
     void dies(Part part) override;
+    void lingers() override;
 
     void call(Caller &caller);
+    void callSlowly();
     bool replace(int count);
+    bool beginSlowCall();
+    bool endSlowCall(int version);
     template <class Condition>
     bool waitUntil(Condition condition, qint64 msecs);
-    bool isTakenOver() const;
+    bool isAnswering() const;
+    bool isWorking() const;
     void wake();
 
     Folder m_prepared, m_hot, m_deployed;
@@ -75,6 +83,7 @@ private:
     const QSharedPointer<VersionedDelegate> m_service{new VersionedDelegate({})};
     QEventLoop m_loop;
     QElapsedTimer m_clock;
+    int m_drops = 0;
     Outcome m_outcome;
 
     std::array<Caller, 4> m_callers;
@@ -82,5 +91,8 @@ private:
     std::atomic<int> m_last{0}; // the newest version that was dropped
     std::atomic<qint64> m_firstAnswer{0};
     std::array<std::atomic<int>, 3> m_born{}, m_dead{}, m_worked{};
-    std::atomic<int> m_leftUnderCalls{0};
+
+    std::thread m_slowCaller;
+    QSemaphore m_slowCall, m_isInside, m_goOn; // it is to make one, is in the middle of it, may go on
+    std::atomic<int> m_slowAnswer{NoneYet};
 };
