@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host.h"
 
+#include "orderlyemitter.h"
 #include "report.h"
 
 #include <QCoreApplication>
@@ -9,7 +10,6 @@
 #include <zdefaultconfig.h>
 #include <zdefaultcontext.h>
 #include <zdefaultdbus.h>
-#include <zdefaultemitter.h>
 #include <zdefaultfilesystem.h>
 #include <zdefaultloader.h>
 #include <zdefaultlogger.h>
@@ -17,8 +17,17 @@
 #include <zdefaultscheduler.h>
 
 namespace {
+
 constexpr int PatienceMs = 5000; // with what plugins have scheduled
+
+/// A delegate for a service that nobody provides.
+template <class Delegate>
+QSharedPointer<ZDelegate> nobody()
+{
+    return QSharedPointer<Delegate>::create(QSharedPointer<QObject>());
 }
+
+} // namespace
 
 bool HostEndpoint::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
 {
@@ -28,18 +37,21 @@ bool HostEndpoint::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
     return true;
 }
 
-Host::Host(const QJsonObject &configuration) : m_emitter(QSharedPointer<ZDefaultEmitter>::create())
+Host::Host(const QJsonObject &configuration) : m_emitter(QSharedPointer<OrderlyEmitter>::create())
 {
     // Each service receives those that were there before it: the order of creation is the order of wiring. The loader
-    // comes last, for the plugins that it loads may want any of the others.
+    // comes last, for the plugins that it loads may want any of the others. But its place is an early one: it goes
+    // after the services that its plugins provide, and so can tell of their files.
     m_emitter->install(m_emitter);
     m_emitter->zemit0(ZDefaultConfig::TypeName, Q_ARG(QJsonObject, configuration));
+    m_emitter->zemit0(ZDefaultLogger::TypeName);
+    m_emitter->bind0(nobody<ZLoaderDelegate>());
     for (const char *const service :
-         {ZDefaultLogger::TypeName, ZDefaultTempFile::TypeName, ZDefaultJobPoolSet::TypeName,
-          ZDefaultThreadPoolSet::TypeName, ZDefaultDbus::TypeName, ZDefaultContext::TypeName,
-          ZDefaultScheduler::TypeName, ZDefaultLoader::TypeName})
+         {ZDefaultTempFile::TypeName, ZDefaultJobPoolSet::TypeName, ZDefaultThreadPoolSet::TypeName,
+          ZDefaultDbus::TypeName, ZDefaultContext::TypeName, ZDefaultScheduler::TypeName})
         m_emitter->zemit0(service);
     m_emitter->inject0(&m_services);
+    m_emitter->zemit0(ZDefaultLoader::TypeName);
 
     m_endpoint = QSharedPointer<HostEndpoint>::create(&m_services, &m_timetable);
     m_services.dbus->bind0(QUrl(QStringLiteral("//zhost")), m_endpoint);
@@ -52,10 +64,9 @@ Host::Host(const QJsonObject &configuration) : m_emitter(QSharedPointer<ZDefault
 Host::~Host()
 {
     m_endpoint.clear();
-    m_emitter->install({}); // it would hold itself, and everything else, to the end of the process
+    m_emitter->end();
     m_emitter.clear();
-    QCoreApplication::sendPostedEvents(); // plugins that were let go leave memory from here
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    OrderlyEmitter::settle();
 }
 
 bool Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out) { return m_services.dbus->invoke0(url, in, out); }
@@ -70,6 +81,7 @@ QStringList Host::stop()
     while (!threads->waitAll(20) && !deadline.hasExpired())
         QCoreApplication::processEvents(); // an activity may wait for this thread to do something
     QStringList names;
+    // Also waits until a thread that has ended is out of its registry, and its object posted for deletion.
     const QJsonArray left = threads->printd();
     for (const auto &thread : left)
         names.append(thread.toObject().value(QStringLiteral("Name")).toString());

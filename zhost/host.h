@@ -11,7 +11,7 @@
 
 #include <zdbussubscriber.h>
 
-class ZDefaultEmitter;
+class OrderlyEmitter;
 
 /// The endpoint "//zhost": answers "/printd" with a report.
 class HostEndpoint : public ZDbusSubscriber
@@ -40,7 +40,7 @@ public:
 
 private:
     Q_DISABLE_COPY(Host)
-    QSharedPointer<ZDefaultEmitter> m_emitter;
+    QSharedPointer<OrderlyEmitter> m_emitter;
     Services m_services;
     Timetable m_timetable;
     QSharedPointer<HostEndpoint> m_endpoint;
