@@ -44,6 +44,9 @@ private Q_SLOTS:
     void callsOnceAndPrintsTheAnswer();
     void callsTheTimetable();
     void reportsWhatIsWiredAndWhatRuns();
+    void reportsInABroadcastToo();
+    void everyServiceMayBeWithdrawn_data();
+    void everyServiceMayBeWithdrawn();
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere_data();
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere();
     void stopWaitsForWhatPluginsScheduled();
@@ -565,6 +568,72 @@ void tst_ZHost::reportsWhatIsWiredAndWhatRuns()
     QVERIFY(threads.size() >= 1); // the second may be starting
     QCOMPARE(threads.first().toObject().value(QStringLiteral("name")).toString(), QStringLiteral("zhost"));
     QCOMPARE(threads.first().toObject().value(QStringLiteral("state")).toString(), QStringLiteral("R"));
+}
+
+void tst_ZHost::reportsInABroadcastToo()
+{
+    const Result result = runOn("{}", {QStringLiteral("--call"), QStringLiteral("/printd")});
+    QCOMPARE(result.err, QStringLiteral("Can't parse loader configuration (json object required)\n"));
+    QCOMPARE(result.exitCode, 0);
+    const QJsonObject answer = QJsonDocument::fromJson(result.out.toUtf8()).object();
+    QCOMPARE(answer.keys(), (QStringList{"ZScheduler", "zhost"}));
+    const QJsonObject report = answer.value(QStringLiteral("zhost")).toObject();
+    QCOMPARE(report.keys(), (QStringList{"activities", "plugins", "schedule", "services", "threads"}));
+    QCOMPARE(report.value(QStringLiteral("services")).toObject().value(QStringLiteral("ZDbus")), QJsonValue(true));
+}
+
+void tst_ZHost::everyServiceMayBeWithdrawn_data()
+{
+    QTest::addColumn<QString>("service");
+    QTest::addColumn<bool>("atStart");
+    for (const char *const service : {"ZConfig", "ZContext", "ZDbus", "ZEmitter", "ZJobPoolSet", "ZLoader", "ZLogger",
+                                      "ZScheduler", "ZTempFile", "ZThreadPoolSet", "registries"}) {
+        QTest::addRow("%s, at the start", service) << service << true;
+        QTest::addRow("%s, while the timetable runs", service) << service << false;
+    }
+}
+
+void tst_ZHost::everyServiceMayBeWithdrawn()
+{
+    QFETCH(QString, service);
+    QFETCH(bool, atStart);
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("echo")));
+    QStringList plugins{QStringLiteral("echo")};
+    if (atStart) {
+        QVERIFY(deployed.drop(QStringLiteral("withdrawer")));
+        plugins.append(QStringLiteral("withdrawer"));
+    }
+    QJsonObject configuration = loaderOf(deployed, hotDeploy, plugins);
+    configuration.insert(QStringLiteral("schedule"), QJsonArray{entry("//echo/often")});
+    Running host(configuration, service, QStringLiteral("WITHDRAW"));
+    if (!atStart) {
+        QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("echo: //echo/often\n")), Patience);
+        QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed: ")), Patience);
+        QVERIFY(hotDeploy.drop(QStringLiteral("withdrawer")));
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("that was all\n")), Patience);
+    const bool isReached = service != QLatin1String("ZDbus");
+    for (const char *const url : {"//zhost/printd", "/printd"}) {
+        const QRegularExpression line(QStringLiteral("^%1: (.*)$").arg(QLatin1String(url)),
+                                      QRegularExpression::MultilineOption);
+        const QByteArray json = line.match(host.written()).captured(1).toUtf8();
+        const QJsonObject report = QJsonDocument::fromJson(json).object().value(QStringLiteral("zhost")).toObject();
+        QCOMPARE(report.isEmpty(), !isReached);
+        const QJsonObject services = report.value(QStringLiteral("services")).toObject();
+        for (auto each = services.begin(); each != services.end(); ++each)
+            QCOMPARE(each.value().toBool(), each.key() != service);
+        QCOMPARE(services.size(), isReached ? 10 : 0);
+        QCOMPARE(report.value(QStringLiteral("schedule")).toArray().size(), isReached ? 1 : 0);
+    }
+    const bool canSchedule = service != QLatin1String("ZScheduler") && service != QLatin1String("ZThreadPoolSet") &&
+                             service != QLatin1String("registries");
+    QCOMPARE(host.written().contains(QStringLiteral("zhost: nobody serves ZScheduler, or ZThreadPoolSet, which it "
+                                                    "needs: ZDbusActivity(//echo/often, ZPeriodicSchedule(1))\n")),
+             atStart && !canSchedule);
+    QVERIFY2(!host.written().contains(QStringLiteral("no room")), qPrintable(host.written()));
+    host.stop();
+    QVERIFY2(host.hasEndedWell(), qPrintable(host.written()));
 }
 
 void tst_ZHost::whatIsHeldToTheEndGoesWhileItsServicesAreThere_data()

@@ -16,6 +16,8 @@
 #include <zdefaultpoolset.h>
 #include <zdefaultscheduler.h>
 
+#include <algorithm>
+
 namespace {
 
 constexpr int PatienceMs = 5000; // with what plugins have scheduled
@@ -33,7 +35,8 @@ bool HostEndpoint::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
 {
     if (url.path(QUrl::FullyDecoded) != QLatin1String("/printd") || !out)
         return false;
-    out->insert(QStringLiteral("zhost"), report(*m_services, *m_timetable));
+    const bool isBroadcast = url.host(QUrl::FullyDecoded).isEmpty();
+    out->insert(QStringLiteral("zhost"), report(*m_services, *m_timetable, !isBroadcast));
     return true;
 }
 
@@ -51,14 +54,18 @@ Host::Host(const QJsonObject &configuration) : m_emitter(QSharedPointer<OrderlyE
           ZDefaultDbus::TypeName, ZDefaultContext::TypeName, ZDefaultScheduler::TypeName})
         m_emitter->zemit0(service);
     m_emitter->inject0(&m_services);
+    m_services.ownActivities = m_services.activities();
     m_emitter->zemit0(ZDefaultLoader::TypeName);
 
     m_endpoint = QSharedPointer<HostEndpoint>::create(&m_services, &m_timetable);
     m_services.dbus->bind0(QUrl(QStringLiteral("//zhost")), m_endpoint);
     const QStringList refused =
         m_timetable.start(configuration.value(QStringLiteral("schedule")), m_services.dbus, m_services.scheduler);
+    const QString reason = m_services.canSchedule()
+                               ? QStringLiteral("no room for one more thread")
+                               : QStringLiteral("nobody serves ZScheduler, or ZThreadPoolSet, which it needs");
     for (const QString &name : refused)
-        m_services.logger->warning0(QStringLiteral("zhost: no room for one more thread: %1").arg(name));
+        m_services.logger->warning0(QStringLiteral("zhost: %1: %2").arg(reason, name));
 }
 
 Host::~Host()
@@ -74,15 +81,20 @@ bool Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out) { return m_s
 QStringList Host::stop()
 {
     m_timetable.cancel();
-    m_services.dbus->invoke0(QUrl(QStringLiteral("//zscheduler/shutdown")), nullptr, nullptr);
+    // Not over the bus: it may be withdrawn, or busy for ever, and the scheduler be a plugin's.
+    m_emitter->bind0(nobody<ZSchedulerDelegate>());
 
-    const QSharedPointer<ZThreadPool> threads = m_services.activities();
+    const auto haveEnded = [this] {
+        const QVector<QSharedPointer<ZThreadPool>> registries = m_services.allActivities();
+        return std::all_of(registries.begin(), registries.end(),
+                           [](const QSharedPointer<ZThreadPool> &registry) { return registry->waitAll(20); });
+    };
     const QDeadlineTimer deadline(PatienceMs);
-    while (!threads->waitAll(20) && !deadline.hasExpired())
+    while (!haveEnded() && !deadline.hasExpired())
         QCoreApplication::processEvents(); // an activity may wait for this thread to do something
-    QStringList names;
-    // Also waits until a thread that has ended is out of its registry, and its object posted for deletion.
-    const QJsonArray left = threads->printd();
+    QStringList
+        names; // also waits until a thread that has ended is out of its registry, and its object posted for deletion
+    const QJsonArray left = threadsIn(m_services.allActivities());
     for (const auto &thread : left)
         names.append(thread.toObject().value(QStringLiteral("Name")).toString());
     return names;

@@ -13,7 +13,7 @@
 
 class OrderlyEmitter;
 
-/// The endpoint "//zhost": answers "/printd" with a report.
+/// The endpoint "//zhost": answers "/printd" with a report, in a broadcast as well.
 class HostEndpoint : public ZDbusSubscriber
 {
 public:

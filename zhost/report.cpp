@@ -10,8 +10,9 @@
 #include <QJsonArray>
 #include <QRegularExpression>
 #include <QStringList>
+#include <QVector>
 
-#include <zdelegate.h>
+#include <utility>
 
 namespace {
 
@@ -22,14 +23,29 @@ QByteArray contentOf(const QString &path)
     return file.readAll();
 }
 
+/// What a report has in its hands for a moment.
+struct Held
+{
+    QVector<QSharedPointer<ZReference>> components;
+    QVector<QSharedPointer<ZThreadPool>> registries;
+};
+
+/// The last to hold a component, or a registry, destroys it, and that may call the bus, or wait for threads. It must
+/// not happen in a broadcast, nor on one of those threads: so it is left to the application's.
+void letGoLater(Held held)
+{
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(), [held = std::move(held)] {}, Qt::QueuedConnection);
+}
+
 /// Which services there are, and behind which of them there is a component at the moment.
-QJsonObject servicesNow(const Services &services)
+QJsonObject servicesNow(const Services &services, Held *held)
 {
     QJsonObject result;
     const auto add = [&](const char *name, auto *service) {
-        auto *delegate = dynamic_cast<ZDelegate *>(service);
-        const QSharedPointer<ZReference> reference = delegate ? *delegate : QSharedPointer<ZReference>();
-        result.insert(QLatin1String(name), reference && !reference->isNull());
+        QSharedPointer<ZReference> component = Services::behind(service);
+        result.insert(QLatin1String(name), !component.isNull());
+        held->components.append(std::move(component));
     };
     add("ZConfig", services.config);
     add("ZContext", services.context);
@@ -90,12 +106,17 @@ QJsonArray threads()
 
 } // namespace
 
-QJsonObject report(const Services &services, const Timetable &timetable)
+QJsonObject report(const Services &services, const Timetable &timetable, bool askBus)
 {
-    return {{QStringLiteral("services"), servicesNow(services)},
-            {QStringLiteral("plugins"), plugins()},
-            {QStringLiteral("endpoints"), endpoints(services.dbus)},
-            {QStringLiteral("schedule"), timetable.describe()},
-            {QStringLiteral("activities"), services.activities()->printd()},
-            {QStringLiteral("threads"), threads()}};
+    Held held;
+    held.registries = services.allActivities();
+    QJsonObject result{{QStringLiteral("services"), servicesNow(services, &held)},
+                       {QStringLiteral("plugins"), plugins()},
+                       {QStringLiteral("schedule"), timetable.describe()},
+                       {QStringLiteral("activities"), threadsIn(held.registries)},
+                       {QStringLiteral("threads"), threads()}};
+    if (askBus)
+        result.insert(QStringLiteral("endpoints"), endpoints(services.dbus));
+    letGoLater(std::move(held));
+    return result;
 }

@@ -6,5 +6,6 @@
 class Services;
 class Timetable;
 
-/// What an operator wants to know of the running process: what is wired, and what is stuck.
-QJsonObject report(const Services &services, const Timetable &timetable);
+/// What an operator wants to know of the running process: what is wired, and what is stuck. Without `askBus` the bus is
+/// not used, as it must not be in a broadcast, and the endpoints are left out.
+QJsonObject report(const Services &services, const Timetable &timetable, bool askBus);
