@@ -28,7 +28,8 @@ public:
      * under everyone who holds the filed one.
      *
      * Returns the reference to the component that was exchanged, which dies with it unless somebody else holds
-     * that component; null when nothing was exchanged or the delegate carries no interface.
+     * that component: the emitter does so to the end of the injection, or the load, within which this is called.
+     * Null when nothing was exchanged or the delegate carries no interface.
      */
     virtual QSharedPointer<ZReference> bind0(QSharedPointer<ZDelegate> delegate) = 0;
     /**

@@ -90,7 +90,7 @@ public:
     }
 
 private:
-    /// Its members go in this order's reverse: what was given before the component, and so the code for it.
+    /// Members are destroyed in reverse order: first the pointer, then the component that has its code.
     template <class Pointer>
     struct Loan
     {

@@ -12,8 +12,10 @@ class ZLibrary;
  * Loads plugins by name and hands out shared references to them.
  *
  * Ownership: a library stays loaded while anyone holds its pointer; the loader keeps none for you.
- * Thread:    any; the first load of a plugin makes other loads wait.
- * Failure:   a null pointer; the reason is in the log, written once.
+ * Thread:    any; a load makes others of the same plugin wait.
+ * Failure:   a null pointer. The log tells why a file was not loaded, also what its code has thrown. It tells nothing
+ *            where none was looked for: a plain name is looked for once, and answers null when what it was is gone; and
+ *            a plugin gets null that asks for itself while it is injected.
  */
 class ZLoader
 {

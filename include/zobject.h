@@ -35,10 +35,12 @@ public:
     operator QSharedPointer<ZLibrary>() const;
 
     /**
-     * This object, together with its library: when the last copy goes, on whatever thread, the object is destroyed
-     * first and its library let go afterwards, by code outside the plugin. This is what a plugin announces itself with.
+     * This object, together with its library. When the last copy goes, the object is destroyed first and its library
+     * let go afterwards, by code outside the plugin: on the thread in which the object lives, if that is another one
+     * with an event loop, else where the last copy was. This is what a plugin announces itself with.
      *
-     * Null when the library is gone. An object that no library loaded is shared as any component.
+     * All copies share one count, so a weak pointer from one of them lives as long as any other. Null when the library
+     * is gone. An object that no library loaded is shared as any component.
      */
     QSharedPointer<QObject> shared() override;
 
@@ -49,5 +51,6 @@ private:
     void setLibrary(const QWeakPointer<ZLibrary> &library);
 
     QWeakPointer<ZLibrary> m_library;
+    QWeakPointer<QObject> m_share;
     QAtomicInteger<bool> m_isRoot = false; // its code lies in a library, be that gone or not
 };

@@ -55,9 +55,21 @@ public:
     ZOwned();
     virtual ~ZOwned();
 
-    /// This component as its one owner has it. Nobody may delete it by other means afterwards.
+    /// This component as its one owner has it; if it has none yet, one that destroys it on the thread in which it
+    /// lives, if that is another one with an event loop than where the last holder lets go. Nobody may delete it by
+    /// other means afterwards.
     virtual QSharedPointer<QObject> shared();
+
+protected:
+    /// The same, but an owner that is made here destroys it where its last holder lets go.
+    QSharedPointer<QObject> owned();
+    /// The owner, if there is one: for an operation that is not called through a delegate, and in which the component
+    /// may be exchanged.
+    QSharedPointer<QObject> held() const;
 
 private:
     Q_DISABLE_COPY(ZOwned)
+    friend class ZDelegate;
+
+    QSharedPointer<QObject> own(QSharedPointer<QObject> (*makeOwner)(QObject *));
 };

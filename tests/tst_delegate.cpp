@@ -250,6 +250,7 @@ private Q_SLOTS:
     void anObjectKnowsItsOwnerAfterItWasGiven();
     void aComponentOfTheApplicationIsNotKeptByWhatItGave();
     void whateverElseIsReturnedIsLeftAsItIs();
+    void aLenderLeavesNothingAsItIs();
 };
 
 void tst_Delegate::eachDelegate()
@@ -797,6 +798,13 @@ void tst_Delegate::whateverElseIsReturnedIsLeftAsItIs()
     QVERIFY(isLeft<std::vector<bool>>());
     QVERIFY(isLeft<std::filesystem::path>()); // which consists of paths
     QVERIFY(isLeft<Tree>());
+}
+
+void tst_Delegate::aLenderLeavesNothingAsItIs()
+{
+    std::optional<QSharedPointer<int>> nothing;
+    ZLender(QSharedPointer<QObject>::create()).lend(nothing);
+    QVERIFY(!nothing);
 }
 
 QTEST_GUILESS_MAIN(tst_Delegate)

@@ -14,6 +14,7 @@
 #include <zdefaultlogger.h>
 
 #include <functional>
+#include <thread>
 
 namespace {
 
@@ -202,6 +203,8 @@ private Q_SLOTS:
     void bindOfAnInvalidDelegateFilesNothing();
     void bindOfTheFiledDelegateKeepsItsComponent();
     void theComponentBeforeDiesWithItsReference();
+    void theComponentBeforeOutlivesTheInjectionThatExchangedIt();
+    void theComponentBeforeDiesWithoutTheLock();
     void theComponentBeforeMayCallTheEmitterAsItDies();
 
     void theEndReleasesTheLastThatCameFirst();
@@ -610,6 +613,42 @@ void tst_Emitter::theComponentBeforeDiesWithItsReference()
     QVERIFY(!first);
     emitter.bind0(greeting(new Speaker(QString()))); // dropped at once
     QVERIFY(!second);
+}
+
+void tst_Emitter::theComponentBeforeOutlivesTheInjectionThatExchangedIt()
+{
+    const Wiring wiring;
+    const QPointer<QObject> before = new Speaker(QString());
+    wiring->bind0(greeting(before));
+    bool wasThere = false;
+    Busy outer, inner;
+    inner.m_work = [&](ZEmitter *emitter) { emitter->bind0(greeting(new Speaker(QString()))); };
+    outer.m_work = [&](ZEmitter *emitter) {
+        emitter->inject0(&inner);
+        wasThere = before;
+    };
+    wiring->inject0(&outer);
+    QVERIFY(wasThere);
+    QVERIFY(!before);
+}
+
+void tst_Emitter::theComponentBeforeDiesWithoutTheLock()
+{
+    const Wiring wiring;
+    const QPointer<QObject> before = new Speaker(QString());
+    bool isFree = false;
+    connect(before, &QObject::destroyed, this, [&] {
+        std::thread([&] { // waits for us if we hold the lock, and we for it
+            Guest guest;
+            isFree = wiring->inject0(&guest);
+        })
+            .join();
+    });
+    wiring->bind0(greeting(before));
+    Busy busy;
+    busy.m_work = [](ZEmitter *emitter) { emitter->bind0(greeting(new Speaker(QString()))); };
+    wiring->inject0(&busy);
+    QVERIFY(isFree);
 }
 
 void tst_Emitter::theComponentBeforeMayCallTheEmitterAsItDies()

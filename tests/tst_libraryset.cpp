@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "gate.h"
 #include "greeter.h"
+#include "hooks.h"
 #include "journal.h"
 #include "pluginfolder.h"
 #include "testcase.h"
@@ -77,6 +78,7 @@ private Q_SLOTS:
     void loadInjectsTheRootWhenThereIsAnEmitter();
     void loadKnowsTheLibraryBeforeTheRootIsInjected();
     void loadWithoutALibraryFails();
+    void loadFailsForAWriterThatThrows();
     void rootIsSharedAndDeletedWithItsLastHolder();
     void rootIsMadeAnewAndKnowsItsLibrary();
     void thereIsNoRootWithoutAZObject();
@@ -91,6 +93,9 @@ private Q_SLOTS:
     void fileLeavesWhenItsSetDiesOnAnotherThread();
     void loaderIsDeletedOnceItsFileIsUnloaded();
     void rootThatIsHeldKeepsTheFileUntilItIsGone();
+    void fileMayBeUnloadedByTheSlot();
+    void whatTheApplicationHasLoadedIsUnloadedByTheSlot();
+    void rootOfASetOnAThreadThatHasEndedMayGoAnywhere();
     void sharedRootKeepsItsLibraryAndGoesBeforeIt();
     void sharedRootMayBeDroppedOnAnyThread();
     void rootIsNotSharedOnceItsLibraryIsGone();
@@ -255,6 +260,20 @@ void tst_LibrarySet::loadWithoutALibraryFails()
     QVERIFY(!rootOf(empty));
 }
 
+void tst_LibrarySet::loadFailsForAWriterThatThrows()
+{
+    Hooks hooks;
+    hooks.written = [] { throw 1; };
+    Wiring wiring;
+    const auto journal = Journal::bind(wiring.emitter());
+    EmptySet set;
+    const auto library =
+        Library::create(QSharedPointer<QPluginLoader>::create(pluginFile(QStringLiteral("mortal"))), &set);
+    QVERIFY(!ZLibrary::load(library, wiring.emitter()));
+    hooks.written = {};
+    QVERIFY(ZLibrary::load(library, wiring.emitter()));
+}
+
 void tst_LibrarySet::rootIsSharedAndDeletedWithItsLastHolder()
 {
     const PluginFolder folder;
@@ -376,14 +395,14 @@ void tst_LibrarySet::libraryMayOutliveItsSetOnAnotherThread()
 void tst_LibrarySet::fileLeavesWhenItsSetDiesBeforeTheEventLoopRuns()
 {
     const PluginFolder folder;
-    Journal journal;
     QScopedPointer<EmptySet> set(new EmptySet);
-    set->getSetZLogger(&journal);
     loadPlain(*set, folder, QStringLiteral("libfoo")).clear();
-    journal.take();
+    const QPointer<QObject> root = QPluginLoader(folder.filePath(QStringLiteral("libfoo.so"))).instance();
+    QVERIFY(root);
     set.reset();
+    QVERIFY(!root); // its file stays for what it may have posted for deletion
+    settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
-    QCOMPARE(journal.take(), QStringList{QStringLiteral("zdefault 1: unloaded: libfoo")});
 }
 
 void tst_LibrarySet::fileLeavesWhenItsSetDiesOnAnotherThread()
@@ -423,6 +442,50 @@ void tst_LibrarySet::rootThatIsHeldKeepsTheFileUntilItIsGone()
 
     root.clear();
     settle();
+    QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
+}
+
+void tst_LibrarySet::fileMayBeUnloadedByTheSlot()
+{
+    EmptySet set;
+    const auto loader = QSharedPointer<QPluginLoader>::create(pluginFile(QStringLiteral("plain")));
+    Library library = Library::create(loader, &set);
+    QVERIFY(ZLibrary::load(library, nullptr));
+    const QPointer<QObject> root = loader->instance();
+    library.clear();
+    set.unloadSlot(loader);
+    QVERIFY(!root); // its file waits for what it may have posted for deletion
+    settle();
+    QVERIFY(!isMapped(pluginFile(QStringLiteral("plain"))));
+}
+
+void tst_LibrarySet::whatTheApplicationHasLoadedIsUnloadedByTheSlot()
+{
+    Journal journal;
+    EmptySet set;
+    set.getSetZLogger(&journal);
+    const auto loader = QSharedPointer<QPluginLoader>::create(pluginFile(QStringLiteral("plain")));
+    loader->setLoadHints({});
+    QVERIFY(loader->load());
+    set.unloadSlot(loader);
+    QCOMPARE(journal.take(), QStringList{QStringLiteral("zdefault 1: unloaded: libplain")});
+    QVERIFY(!isMapped(pluginFile(QStringLiteral("plain"))));
+}
+
+void tst_LibrarySet::rootOfASetOnAThreadThatHasEndedMayGoAnywhere()
+{
+    const PluginFolder folder;
+    QScopedPointer<EmptySet> set;
+    Library library;
+    std::thread([&] {
+        set.reset(new EmptySet);
+        library = loadPlain(*set, folder, QStringLiteral("libfoo"));
+    }).join();
+    QSharedPointer<ZObject> root = rootOf(library);
+    QVERIFY(root->thread() != thread());
+    root.clear();
+    library.clear();
+    settle(); // by the application, since nobody runs that thread's events
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
 }
 

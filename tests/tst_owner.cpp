@@ -124,6 +124,7 @@ private Q_SLOTS:
     void endsOnceIfNobodyTakesIt();
     void hasNoOwnerAnewAsItEnds();
     void pointerThatOwnsNothingIsNotItsOwner();
+    void whatIsNoObjectIsNotShared();
 };
 
 void tst_Owner::eachAnnouncingClass()
@@ -313,6 +314,8 @@ void tst_Owner::pointerThatOwnsNothingIsNotItsOwner()
     delegate.clear();
     QVERIFY(!component);
 }
+
+void tst_Owner::whatIsNoObjectIsNotShared() { QVERIFY(!ZOwned().shared()); }
 
 QTEST_GUILESS_MAIN(tst_Owner)
 

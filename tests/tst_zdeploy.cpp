@@ -366,7 +366,7 @@ void tst_ZDeploy::refusesASourceThatIsBeingWritten()
 void tst_ZDeploy::refusesASourceThatChangesMeanwhile()
 {
     const Place place;
-    const QByteArray content = contentOf(plugin("plain"));
+    const QByteArray content = contentOf(plugin("plain")) + QByteArray(1 << 20, '\0'); // it takes its time
     const QString source = place.write(QStringLiteral("libplain.so"), content);
     QProcess process;
     process.setProcessEnvironment(slowDisk());

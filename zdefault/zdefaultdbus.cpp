@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdefaultdbus.h"
 
+#include "zparking.h"
 #include "ztypename.h"
 #include "zwiring.h"
 
@@ -131,6 +132,7 @@ void ZDefaultDbus::forEachAlive(Call call)
 {
     QVector<QSharedPointer<ZDbusSubscriber>> held; // to the end: we may be the last, and a destructor may call the bus
     QStringList gone;
+    const ZParking parking; // what is called may run an event loop
     const QMutexLocker locker(&m_mutex);
     const auto forgetGone = qScopeGuard([&] { // after the walk, also after one that a subscriber's exception ends
         for (const QString &key : qAsConst(gone))

@@ -2,24 +2,15 @@
 #include "zdefaultemitter.h"
 
 #include "zemitterlock.h"
+#include "zstaying.h"
 #include "ztypename.h"
 
 #include <QMetaProperty>
-#include <QMutexLocker>
 #include <QPointer>
-
-#include <dlfcn.h>
 
 namespace {
 
-/// Sees to it that the file in which the class of `delegate` lies never leaves memory. It does nothing to the
-/// application's own code; a plugin's stays.
-void keepCodeOf(const ZDelegate *delegate)
-{
-    Dl_info file;
-    if (dladdr(*reinterpret_cast<void *const *>(delegate), &file)) // where its table of virtual functions lies
-        dlopen(file.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
-}
+thread_local int heldHere = 0; // locks of emitters that this thread has
 
 } // namespace
 
@@ -52,11 +43,16 @@ QSharedPointer<ZReference> ZDefaultEmitter::bind0(QSharedPointer<ZDelegate> dele
     if (interfaceType == QMetaType::UnknownType)
         return {};
 
-    const QMutexLocker locker(&m_mutex);
+    const ZEmitterLock lock(this);
     const QSharedPointer<ZDelegate> filed = m_delegates.value(interfaceType);
-    if (filed)
-        return filed->replace(*delegate);
-    keepCodeOf(delegate.data()); // it is filed for good, whatever becomes of those who brought it
+    if (filed) {
+        const QSharedPointer<ZReference> previous = filed->replace(*delegate);
+        ZParking::park(previous);
+        return previous;
+    }
+    // It is filed for good, whatever becomes of those who brought it: so is its class, with its virtual functions.
+    zKeepInMemory(*reinterpret_cast<void *const *>(delegate.data()),
+                  QStringLiteral("it brought the first delegate of an interface"));
     m_delegates.insert(interfaceType, delegate);
     m_order.append(interfaceType);
     return {};
@@ -78,7 +74,7 @@ QObject *ZDefaultEmitter::inject0(QObject *object)
     if (!object)
         return nullptr;
 
-    const QMutexLocker locker(&m_mutex);
+    const ZEmitterLock lock(this);
     if (m_delegates.isEmpty())
         return object;
     const QPointer<QObject> alive(object); // one that announces itself where nobody takes it dies in its writer
@@ -102,16 +98,27 @@ ZEmitterLock::ZEmitterLock(ZEmitter *emitter)
         m_emitter = delegate->hold(qobject_interface_iid<ZEmitter *>()).component;
         component = qobject_cast<ZDefaultEmitter *>(m_emitter.data());
     }
-    if (!component)
-        return;
-    m_mutex = &component->m_mutex;
-    m_mutex->lock();
+    if (component)
+        lock(component);
 }
+
+ZEmitterLock::ZEmitterLock(ZDefaultEmitter *emitter) { lock(emitter); }
 
 ZEmitterLock::~ZEmitterLock()
 {
-    if (m_mutex)
-        m_mutex->unlock();
+    if (!m_mutex)
+        return;
+    --heldHere;
+    m_mutex->unlock();
+}
+
+bool ZEmitterLock::isHeldHere() { return heldHere > 0; }
+
+void ZEmitterLock::lock(ZDefaultEmitter *emitter)
+{
+    m_mutex = &emitter->m_mutex;
+    m_mutex->lock();
+    ++heldHere;
 }
 
 ZEmitterDelegate::ZEmitterDelegate(QObject *object) : ZDelegate(refer(object)) { provide<ZEmitter>(this); }

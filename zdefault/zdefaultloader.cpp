@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdefaultloader.h"
 
+#include "zcaught.h"
 #include "zdeployment.h"
-#include "zemitterlock.h"
+#include "zparking.h"
 #include "ztexts.h"
 #include "ztypename.h"
 #include "zwiring.h"
@@ -13,6 +14,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMutexLocker>
+#include <QPointer>
 #include <QThread>
 
 #include <algorithm>
@@ -68,10 +70,11 @@ void prependToPath(const QStringList &folders)
 
 QStringList drops(const QDir &hot) { return hot.entryList({DropPattern}); }
 
-/// Qt takes watchers and timers down on their own thread only; a call on another may have held the loader last.
-void destroy(QObject *helper)
+/// Qt takes watchers and timers down on their own thread only; a call on another may have held the loader last. And one
+/// `isSending` a signal still needs itself.
+void destroy(QObject *helper, bool isSending)
 {
-    if (helper->thread() == QThread::currentThread())
+    if (helper->thread() == QThread::currentThread() && !isSending)
         delete helper;
     else
         helper->deleteLater();
@@ -91,40 +94,40 @@ ZDefaultLoader::ZDefaultLoader() : m_watcher(new QFileSystemWatcher), m_deployme
 
 ZDefaultLoader::~ZDefaultLoader()
 {
-    destroy(m_watcher);
-    destroy(m_deployment);
+    destroy(m_watcher, m_isNotified);
+    destroy(m_deployment, m_isNotified);
 }
 
 QSharedPointer<ZLibrary> ZDefaultLoader::loaded0(QString name)
 {
-    const QMutexLocker locker(&m_mutex);
-    const QSharedPointer<ZLibrarySet> set = m_sets.value(basen(name));
+    const QSharedPointer<ZLibrarySet> set = setOf(basen(name));
     return set ? set->loaded(name) : QSharedPointer<ZLibrary>();
 }
 
 QSharedPointer<ZLibrary> ZDefaultLoader::load0(QString name)
 {
-    if (!name.contains(QLatin1Char('.'))) { // what is there need not wait for those who inject
+    const ZParking parking;                 // the plugin may take our place
+    if (!name.contains(QLatin1Char('.'))) { // what is there need not wait for those who load
         if (QSharedPointer<ZLibrary> library = ZDefaultLoader::loaded0(name))
             return library;
     }
     const QString key = zDeepCopy(basen(name));
-    const ZEmitterLock emitterFirst(m_emitter);
-    QSharedPointer<ZLibrarySet> set;
-    {
+    QSharedPointer<ZLibrarySet> set = setOf(key);
+    if (!set) { // made without our lock: it is injected
+        const auto made = QSharedPointer<ZLibrarySet>::create(name, m_emitter, thread());
         const QMutexLocker locker(&m_mutex);
-        set = m_sets.value(key);
-        if (!set) {
-            if (m_beingMade.contains(key)) // a plugin asks for itself while it is injected for the first time
-                return {};
-            m_beingMade.insert(key);
-            set = QSharedPointer<ZLibrarySet>::create(name, m_deployed, m_emitter);
-            set->moveToThread(thread()); // the caller's may have no event loop to unload files
-            m_beingMade.remove(key);
-            m_sets.insert(key, set);
-        }
+        QSharedPointer<ZLibrarySet> &entry = m_sets[key];
+        if (!entry) // else another thread was quicker
+            entry = made;
+        set = entry;
     }
     return set->load(name, m_deployed, m_emitter);
+}
+
+QSharedPointer<ZLibrarySet> ZDefaultLoader::setOf(const QString &key) const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_sets.value(key);
 }
 
 ZLogger *ZDefaultLoader::getSetZLogger(ZLogger *logger)
@@ -173,20 +176,37 @@ QString ZDefaultLoader::basen(const QString &name) { return zBeforeDot(undecorat
 
 void ZDefaultLoader::directoryChangedSlot(QString n)
 {
-    m_log.log(LineKind, [&] { return QStringLiteral("hot-deploy folder changed: %1").arg(n); });
-    if (m_deployed.isEmpty())
-        return;
-    const QDir hot(n);
-    const QStringList entries = drops(hot);
-    for (const QString &entry : entries)
-        take(hot, entry);
+    outlive([&] {
+        m_log.log(LineKind, [&] { return QStringLiteral("hot-deploy folder changed: %1").arg(n); });
+        if (m_deployed.isEmpty())
+            return;
+        const QDir hot(n);
+        const QStringList entries = drops(hot);
+        for (const QString &entry : entries)
+            take(hot, entry);
+    });
 }
 
 void ZDefaultLoader::lookAgain(const QString &source)
 {
-    const QFileInfo file(source);
-    if (drops(file.dir()).contains(file.fileName()))
-        take(file.dir(), file.fileName());
+    outlive([&] {
+        const QFileInfo file(source);
+        if (drops(file.dir()).contains(file.fileName()))
+            take(file.dir(), file.fileName());
+    });
+}
+
+/// Does `deed`, in which a plugin that is loaded may take our place, and after which we may be gone.
+template <class Deed>
+void ZDefaultLoader::outlive(Deed deed)
+{
+    QSharedPointer<QObject> self = held();
+    const QPointer<ZDefaultLoader> guard(this);
+    m_isNotified = sender();
+    zCaught(deed); // the logger may throw
+    self.clear();
+    if (guard)
+        m_isNotified = false;
 }
 
 void ZDefaultLoader::take(const QDir &hot, const QString &entry)

@@ -14,7 +14,6 @@
 #include <QFileSystemWatcher>
 #include <QHash>
 #include <QMutex>
-#include <QSet>
 
 class ZDeployment;
 
@@ -26,8 +25,8 @@ ZDEFAULT_EXPORT const char *zDefaultLoaderTypeName();
  * hot-deploy folder.
  *
  * Ownership: the emitter's, once announced. Owns one library set per plugin; keeps no library.
- * Thread:    any; the hot-deploy folder is watched on its own, which needs an event loop. The first load of a plugin
- *            makes other loads wait, while the emitter injects the plugin's root.
+ * Thread:    any; the hot-deploy folder is watched on its own, which needs an event loop, and on which the roots of the
+ *            plugins live. A load makes others of the same plugin wait.
  * Failure:   a null library; the reason is in the log.
  */
 class ZDEFAULT_EXPORT ZDefaultLoader : public QObject, public ZLoader, public ZOwned
@@ -69,9 +68,13 @@ public Q_SLOTS:
 
 private:
     void apply(const QJsonObject &section);
+    template <class Deed>
+    void outlive(Deed deed);
+    void deployAll(const QString &n);
     void lookAgain(const QString &source);
     void take(const QDir &hot, const QString &entry);
     void deploy(const QDir &hot, const QString &source, const QString &target);
+    QSharedPointer<ZLibrarySet> setOf(const QString &key) const;
 
     ZLogger *m_logger = nullptr;
     ZEmitter *m_emitter = nullptr;
@@ -79,9 +82,9 @@ private:
     QString m_deployed; // absolute
     QFileSystemWatcher *const m_watcher;
     ZDeployment *const m_deployment;
+    bool m_isNotified = false;                          // by one of these two, at this moment
     QHash<QString, QSharedPointer<ZLibrarySet>> m_sets; // by base name
-    QSet<QString> m_beingMade;
-    QRecursiveMutex m_mutex; // guards m_sets and m_beingMade; a plugin may load another while it is injected
+    mutable QMutex m_mutex;                             // guards m_sets
     ZNamedLogger m_log;
 };
 

@@ -126,7 +126,7 @@ ZDbus *ZDefaultScheduler::getSetZDbus(ZDbus *dbus)
 ZEmitter *ZDefaultScheduler::getSetZEmitter(ZEmitter *emitter)
 {
     if (zKeepFirst(m_emitter, emitter)) {
-        const QSharedPointer<QObject> self = shared();
+        const QSharedPointer<QObject> self = owned();
         if (m_dbus)
             m_dbus->bind0(QUrl(QStringLiteral("//ZScheduler")), qSharedPointerDynamicCast<ZDbusSubscriber>(self));
         emitter->bind0(QSharedPointer<ZSchedulerDelegate>::create(self));
@@ -155,7 +155,7 @@ bool ZDefaultScheduler::shutdown()
 {
     const QSharedPointer<ZThreadPool> threads = pool();
     if (m_emitter) { // may let go of the last share in this object, but for the one held here
-        const QSharedPointer<QObject> self = shared();
+        const QSharedPointer<QObject> self = owned();
         m_emitter->bind0(QSharedPointer<ZSchedulerDelegate>::create(QSharedPointer<QObject>()));
     }
     return threads && threads->waitAll(100);

@@ -38,7 +38,7 @@ ZDelegate::operator QVariant() const { return m_value; }
 QSharedPointer<ZReference> ZDelegate::refer(QObject *object)
 {
     if (auto *owned = dynamic_cast<ZOwned *>(object))
-        return refer(owned->shared());
+        return refer(isFromPlugin(object) ? owned->shared() : owned->owned());
     return refer(zOwn(object));
 }
 

@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "zparking.h"
+
 #include <QMutex>
 #include <QObject>
 #include <QSharedPointer>
 
+class ZDefaultEmitter;
 class ZEmitter;
 
 /**
- * Keeps everybody else from injecting, while it lives. A thread that injects may load a plugin, and one that loads a
- * plugin injects it: so who loads takes the emitter's lock first, whoever they are.
+ * Keeps everybody else from injecting and binding, while it lives. What is exchanged meanwhile dies after it.
  *
  * Ownership: keeps the emitter alive.
  * Thread:    any.
@@ -19,11 +21,17 @@ class ZEmitterLock
 {
 public:
     explicit ZEmitterLock(ZEmitter *emitter);
+    explicit ZEmitterLock(ZDefaultEmitter *emitter);
     ~ZEmitterLock();
+
+    /// Whether this thread has one, of whatever emitter. It must not wait for a thread that may want to inject.
+    static bool isHeldHere();
 
 private:
     Q_DISABLE_COPY(ZEmitterLock)
+    void lock(ZDefaultEmitter *emitter);
 
+    const ZParking m_parking;
     QSharedPointer<QObject> m_emitter; // if it is reached through its delegate
     QRecursiveMutex *m_mutex = nullptr;
 };

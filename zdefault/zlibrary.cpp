@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zlibrary.h"
 
+#include "zcaught.h"
 #include "zconfig.h"
 #include "zcontext.h"
 #include "zdbus.h"
@@ -14,6 +15,7 @@
 #include "zscheduler.h"
 #include "ztempfile.h"
 #include "zthreadpoolset.h"
+#include "zversions.h"
 
 namespace {
 
@@ -35,7 +37,7 @@ void registerInterfaceTypes()
 } // namespace
 
 ZLibrary::ZLibrary(QSharedPointer<QPluginLoader> loader, ZLibrarySet *set)
-    : m_loader(std::move(loader)), m_unloader(set ? set->m_unloader : QSharedPointer<ZUnloader>::create(nullptr))
+    : m_loader(std::move(loader)), m_versions(set ? set->m_versions : QSharedPointer<ZVersions>::create(nullptr))
 {
     qRegisterMetaType<QSharedPointer<QPluginLoader>>(); // others may queue a call of unloadSlot, in which it travels
 }
@@ -43,29 +45,42 @@ ZLibrary::ZLibrary(QSharedPointer<QPluginLoader> loader, ZLibrarySet *set)
 ZLibrary::~ZLibrary()
 {
     if (m_loader)
-        m_unloader->queue(m_loader);
+        m_versions->queue(m_loader, m_isTwin);
 }
 
 bool ZLibrary::load(QSharedPointer<ZLibrary> library, ZEmitter *emitter)
 {
     if (!library || !library->m_loader)
         return false;
-    registerInterfaceTypes();
-    ZObject *root = ZPluginFile::load(*library->m_loader);
-    if (!root)
-        return false;
-    root->setLibrary(library);
-    if (emitter)
-        emitter->inject0(root);
-    return true;
+    const ZPluginFile::Root root = library->makeRoot();
+    return root.object && library->start(root.object, emitter).isNull();
 }
 
 ZLibrary::operator QSharedPointer<ZObject>()
 {
     if (!m_loader)
         return {};
-    QSharedPointer<ZObject> root = ZPluginFile::root(*m_loader);
+    QSharedPointer<ZObject> root;
+    zCaught([&] { root = ZPluginFile::root(*m_loader, m_versions->thread()); });
     if (root && !root->m_isRoot.loadAcquire()) // made anew, since the one before it was deleted
         root->setLibrary(sharedFromThis());
     return root;
+}
+
+/// Loads the file. The code of the plugin that runs meanwhile runs without a lock.
+ZPluginFile::Root ZLibrary::makeRoot()
+{
+    registerInterfaceTypes();
+    ZPluginFile::Root root;
+    const QString thrown = zCaught([&] { root = ZPluginFile::load(*m_loader, m_versions->thread()); });
+    if (!thrown.isNull())
+        root.reason = thrown;
+    return root;
+}
+
+/// Makes `root` this library's, and injects it. Answers what it has thrown; null if nothing.
+QString ZLibrary::start(ZObject *root, ZEmitter *emitter)
+{
+    root->setLibrary(sharedFromThis());
+    return emitter ? zCaught([&] { emitter->inject0(root); }) : QString();
 }

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zlibraryset.h"
 
+#include "zcaught.h"
 #include "zemitter.h"
 #include "zemitterlock.h"
+#include "zparking.h"
 #include "zpluginfile.h"
 #include "ztexts.h"
+#include "zversions.h"
 #include "zwiring.h"
 
 #include <QDir>
@@ -12,51 +15,103 @@
 #include <QMutexLocker>
 #include <QThread>
 
+#include <utility>
+
 namespace {
 constexpr int LineKind = 1;
 const QChar Dot = QLatin1Char('.');
 } // namespace
 
-ZLibrarySet::ZLibrarySet(const QString &name, const QString &folder, ZEmitter *emitter)
-    : m_unloader(QSharedPointer<ZUnloader>::create(this))
+/// While it lives no other thread loads, but one that injects: whoever loads will want to inject as well.
+class ZLibrarySet::Turn
 {
+public:
+    explicit Turn(QRecursiveMutex &mutex) : m_mutex(ZEmitterLock::isHeldHere() ? nullptr : &mutex)
+    {
+        if (m_mutex)
+            m_mutex->lock();
+    }
+    ~Turn()
+    {
+        if (m_mutex)
+            m_mutex->unlock();
+    }
+
+private:
+    Q_DISABLE_COPY(Turn)
+    const ZParking m_parking;
+    QRecursiveMutex *const m_mutex;
+};
+
+/// Notes that this thread loads `name`. False where it does already: a plugin asks for itself while it is injected.
+class ZLibrarySet::BeingLoaded
+{
+public:
+    BeingLoaded(ZLibrarySet *set, const QString &name) : m_set(set), m_entry(QThread::currentThreadId(), name)
+    {
+        const QMutexLocker locker(&m_set->m_mutex);
+        m_isFirst = !m_set->m_beingLoaded.contains(m_entry);
+        m_set->m_beingLoaded.insert(m_entry);
+    }
+    ~BeingLoaded()
+    {
+        const QMutexLocker locker(&m_set->m_mutex);
+        if (m_isFirst)
+            m_set->m_beingLoaded.remove(m_entry);
+    }
+
+    explicit operator bool() const { return m_isFirst; }
+
+private:
+    Q_DISABLE_COPY(BeingLoaded)
+    ZLibrarySet *const m_set;
+    const QPair<Qt::HANDLE, QString> m_entry;
+    bool m_isFirst;
+};
+
+ZLibrarySet::ZLibrarySet(const QString &name, const QString &folder, ZEmitter *emitter)
+    : ZLibrarySet(name, emitter, QThread::currentThread())
+{
+    loadFirst(folder, emitter);
+}
+
+ZLibrarySet::ZLibrarySet(const QString &name, ZEmitter *emitter, QThread *thread)
+    : m_versions(QSharedPointer<ZVersions>::create(this)),
+      m_first(zDeepCopy(name.indexOf(Dot) > 0 ? zBeforeDot(name) : name))
+{
+    moveToThread(thread);
     if (emitter)
-        emitter->inject0(this);
-    loadAll(name.indexOf(Dot) > 0 ? zBeforeDot(name) : name, folder, emitter);
+        zCaught([&] { emitter->inject0(this); }); // the logger may throw, here and wherever it is told something
 }
 
 ZLibrarySet::~ZLibrarySet()
 {
-    if (QThread::currentThread() == thread()) { // else the application's event loop does it
-        // Not by posted events: the application object may be gone, and nothing is delivered then.
-        while (const QSharedPointer<QPluginLoader> loader = m_unloader->next())
-            unloadSlot(loader);
-    }
-    m_unloader->forgetSet();
+    if (QThread::currentThread() == thread()) // else the event loop does it
+        m_versions->unloadQueued();           // not by posted events: the application object may be gone
+    m_versions->forgetSet();
 }
 
 QSharedPointer<ZLibrary> ZLibrarySet::load(const QString &name, const QString &folder, ZEmitter *emitter)
 {
-    const ZEmitterLock emitterFirst(emitter);
-    const QMutexLocker locker(&m_mutex);
-    const bool plain = !name.contains(Dot);
-    if (plain ? !m_libraries.isEmpty() : m_libraries.contains(name))
-        return loaded(zBeforeDot(name));
-    if (m_beingLoaded.contains(name)) // a plugin asks for itself while it is injected
+    const Turn turn(m_turn);
+    if (isLoadingFirst()) // a plugin asks for one of its versions while it is injected for the first time
         return {};
-    m_beingLoaded.insert(name);
-    QSharedPointer<ZLibrary> library = plain ? loadAll(name, folder, emitter) : loadOne(name, folder, emitter);
-    m_beingLoaded.remove(name);
-    return library;
+    loadFirst(folder, emitter);
+    const bool plain = !name.contains(Dot);
+    if (plain ? !m_versions->isEmpty() : m_versions->contains(name))
+        return loaded(zBeforeDot(name));
+    const BeingLoaded mark(this, name);
+    if (!mark)
+        return {};
+    return plain ? loadAll(name, folder, emitter) : loadFile(name, emitter, false);
 }
 
 QSharedPointer<ZLibrary> ZLibrarySet::loadAll(const QString &name, const QString &folder, ZEmitter *emitter)
 {
-    const ZEmitterLock emitterFirst(emitter);
-    const QMutexLocker locker(&m_mutex);
+    const Turn turn(m_turn);
     const auto loadIfNeeded = [&](const QString &base) {
         const QSharedPointer<ZLibrary> library = loaded(base);
-        return library ? library : loadOne(base, folder, emitter);
+        return library ? library : loadFile(base, emitter, false);
     };
     QSharedPointer<ZLibrary> result = loadIfNeeded(name);
     const QStringList versions =
@@ -69,62 +124,68 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadAll(const QString &name, const QString
 QSharedPointer<ZLibrary> ZLibrarySet::loadOne(const QString &name, const QString &folder, ZEmitter *emitter)
 {
     Q_UNUSED(folder) // the library paths tell where to look
-    const QSharedPointer<QPluginLoader> loader = ZPluginFile::find(name);
-    auto library = QSharedPointer<ZLibrary>::create(loader, this);
-    if (!ZLibrary::load(library, emitter)) {
-        m_log.warn(LineKind, QStringLiteral("failed to load %1: %2").arg(name, ZPluginFile::error(*loader)));
-        return {};
-    }
-    {
-        const QMutexLocker locker(&m_mutex);
-        m_libraries.insert(zDeepCopy(name), library);
-        if (name.contains(Dot))
-            m_libraries.insert(zBeforeDot(name), library);
-    }
-    m_log.log(LineKind, [&] { return QStringLiteral("loaded: %1").arg(name); });
-    return library;
+    return loadFile(name, emitter, true);
 }
 
-QSharedPointer<ZLibrary> ZLibrarySet::loaded(const QString &name)
-{
-    const QMutexLocker locker(&m_mutex);
-    return m_libraries.value(name).toStrongRef();
-}
+QSharedPointer<ZLibrary> ZLibrarySet::loaded(const QString &name) { return m_versions->newest(name); }
 
 ZLogger *ZLibrarySet::getSetZLogger(ZLogger *logger)
 {
-    if (zKeepFirst(m_logger, logger))
+    if (zKeepFirst(m_logger, logger)) {
         m_log = ZNamedLogger(logger, QStringLiteral("zdefault"));
+        m_versions->setLog(m_log);
+    }
     return m_logger;
 }
 
 void ZLibrarySet::unloadSlot(QSharedPointer<QPluginLoader> loader)
 {
-    if (!loader)
-        return;
-    m_unloader->takeUp(loader);
-    const QString base = QFileInfo(loader->fileName()).completeBaseName();
-    bool unloaded = false;
-    {
-        const QMutexLocker locker(&m_mutex); // also through the unload: nobody may load the same file meanwhile
-        forgetDead(base);
-        unloaded = ZPluginFile::unload(loader, m_unloader);
-    }
-    if (unloaded)
-        m_log.log(LineKind, [&] { return QStringLiteral("unloaded: %1").arg(base); });
-    else
-        m_log.warn(LineKind, QStringLiteral("failed to unload: %1").arg(base));
+    if (loader)
+        m_versions->unload(loader);
 }
 
-void ZLibrarySet::forgetDead(const QString &base)
+/// What a set is made for, unless that has been done: all versions are loaded, and what nobody takes hold of goes
+/// again.
+void ZLibrarySet::loadFirst(const QString &folder, ZEmitter *emitter)
 {
-    if (base.contains(Dot))
-        m_libraries.remove(base);
-    const QString key = zBeforeDot(base);
-    const QList<QWeakPointer<ZLibrary>> newestFirst = m_libraries.values(key);
-    m_libraries.remove(key);
-    for (auto library = newestFirst.crbegin(); library != newestFirst.crend(); ++library) {
-        if (*library)
-            m_libraries.insert(key, *library);
+    QString first;
+    {
+        const QMutexLocker locker(&m_mutex);
+        first = std::exchange(m_first, QString());
     }
+    if (first.isNull())
+        return;
+    const BeingLoaded mark(this, QString());
+    loadAll(first, folder, emitter);
+}
+
+bool ZLibrarySet::isLoadingFirst()
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_beingLoaded.contains({QThread::currentThreadId(), QString()});
+}
+
+/// Loads one file, but not `onceMore` what another thread has loaded meanwhile.
+QSharedPointer<ZLibrary> ZLibrarySet::loadFile(const QString &name, ZEmitter *emitter, bool onceMore)
+{
+    const auto library = QSharedPointer<ZLibrary>::create(ZPluginFile::find(name), this);
+    const ZPluginFile::Root root = library->makeRoot();
+    QString failure = root.reason;
+    if (root.object) {
+        const ZEmitterLock emitterLock(emitter);
+        const QSharedPointer<ZLibrary> other = onceMore ? QSharedPointer<ZLibrary>() : loaded(name);
+        library->m_isTwin = !other.isNull();
+        if (other)
+            return other;
+        failure = library->start(root.object, emitter);
+        if (failure.isNull())
+            m_versions->add(name, library);
+    }
+    zCaught([&] {
+        if (failure.isNull())
+            m_log.log(LineKind, [&] { return QStringLiteral("loaded: %1").arg(name); });
+        else
+            m_log.warn(LineKind, QStringLiteral("failed to load %1: %2").arg(name, failure));
+    });
+    return failure.isNull() ? library : QSharedPointer<ZLibrary>();
 }

@@ -6,11 +6,10 @@
 #include "zlogger.h"
 #include "znamedlogger.h"
 
-#include <QMultiMap>
 #include <QMutex>
 #include <QObject>
+#include <QPair>
 #include <QSet>
-#include <QWeakPointer>
 
 class ZEmitter;
 
@@ -22,8 +21,9 @@ class ZEmitter;
  *
  * Ownership: remembers libraries weakly; whoever asked for one keeps it loaded. Not owned: the emitter and the logger,
  *            which must live as long as the set.
- * Thread:    any. Files are unloaded by the event loop of the set's own thread.
- * Failure:   a null library, and "failed to load %1: %2" in the log.
+ * Thread:    any. The roots of the plugins live on the set's own thread, and files are unloaded by its event loop. A
+ *            load makes others of the same set wait, but not one from within an injection, for which it may wait
+ * itself. Failure:   a null library, and "failed to load %1: %2" in the log, also for what a plugin throws.
  */
 class ZDEFAULT_EXPORT ZLibrarySet : public QObject
 {
@@ -34,6 +34,8 @@ public:
     /// Injects itself with `emitter`, if there is one, and loads what there is of the plugin called `name`. What
     /// nobody else has taken hold of by then is unloaded again.
     ZLibrarySet(const QString &name, const QString &folder, ZEmitter *emitter);
+    /// The same, but lives on `thread`, and loads only when it is first asked to.
+    ZLibrarySet(const QString &name, ZEmitter *emitter, QThread *thread);
     ~ZLibrarySet() override;
 
     /// The library called `name`. A plain name is loaded, with all its versions, only while the set is empty; a name
@@ -56,12 +58,18 @@ public Q_SLOTS:
 
 private:
     friend class ZLibrary;
-    void forgetDead(const QString &base);
+    class Turn;
+    class BeingLoaded;
+
+    void loadFirst(const QString &folder, ZEmitter *emitter);
+    bool isLoadingFirst();
+    QSharedPointer<ZLibrary> loadFile(const QString &name, ZEmitter *emitter, bool onceMore);
 
     ZLogger *m_logger = nullptr;
-    QMultiMap<QString, QWeakPointer<ZLibrary>> m_libraries; // newest first under one name
-    QSet<QString> m_beingLoaded;
-    QRecursiveMutex m_mutex; // guards both, and makes loads wait for each other
     ZNamedLogger m_log;
-    const QSharedPointer<ZUnloader> m_unloader;
+    const QSharedPointer<ZVersions> m_versions;
+    QRecursiveMutex m_turn;                         // one thread loads at a time
+    QMutex m_mutex;                                 // guards what follows
+    QString m_first;                                // to be loaded before anything else; null once it is
+    QSet<QPair<Qt::HANDLE, QString>> m_beingLoaded; // which name by which thread; a null one for all
 };

@@ -9,18 +9,24 @@
 
 namespace {
 
-/// The deleter of a pointer that keeps a root and its library. It deletes nothing itself: what counts is that its
-/// members go in this order's reverse, the root before the library that holds its code.
-struct KeepLibraryLonger
+/// A root and its library. Members are destroyed in reverse order: first the root, then the library that has its code.
+struct Holding
 {
     QSharedPointer<ZLibrary> library;
     QSharedPointer<ZObject> root;
-    ZOwnLine line;
-
-    void operator()(QObject *) const {}
 };
 
-/// Guards every root's library: another set may load the same file while the plugin runs.
+/// The deleter of what `shared()` gives. A plain pointer, since Qt calls a copy of the deleter, and destroys the
+/// deleter itself only afterwards.
+struct LetGoAtHome
+{
+    Holding *holding;
+    ZOwnLine line;
+
+    void operator()(QObject *root) const { zLetGoAtHome(root, std::shared_ptr<Holding>(holding)); }
+};
+
+/// Guards every root's library and share: another set may load the same file while the plugin runs.
 QBasicMutex libraryMutex;
 
 } // namespace
@@ -41,8 +47,15 @@ QSharedPointer<QObject> ZObject::shared()
         return ZOwned::shared();
     const QSharedPointer<ZLibrary> library = *this;
     const QSharedPointer<ZObject> root = library ? QSharedPointer<ZObject>(*library) : QSharedPointer<ZObject>();
-    return root ? QSharedPointer<QObject>(static_cast<QObject *>(root.data()), KeepLibraryLonger{library, root, {}})
-                : QSharedPointer<QObject>();
+    if (!root)
+        return {};
+    const QMutexLocker locker(&libraryMutex);
+    QSharedPointer<QObject> share = m_share.toStrongRef();
+    if (!share) {
+        share = {static_cast<QObject *>(root.data()), LetGoAtHome{new Holding{library, root}, {}}};
+        m_share = share;
+    }
+    return share;
 }
 
 void ZObject::setLibrary(const QWeakPointer<ZLibrary> &library)

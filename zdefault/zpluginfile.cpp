@@ -2,15 +2,24 @@
 #include "zpluginfile.h"
 
 #include "zelffile.h"
-#include "zlibraryset.h"
+#include "zeventloop.h"
 #include "zobject.h"
 #include "zpluginmetadata.h"
+#include "zsingleshots.h"
+#include "zstaying.h"
+#include "zversions.h"
 
-#include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QHash>
 #include <QJsonObject>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QPointer>
 #include <QSet>
+#include <QThread>
+#include <QVector>
+#include <QWaitCondition>
 #include <QWeakPointer>
 
 #include <algorithm>
@@ -21,10 +30,16 @@
 
 namespace {
 
+constexpr int PatienceMs = 1000; // with a root that is being destroyed
+
+/// By default Qt would answer that it has unloaded a file, and keep it mapped for good; and a function that is nowhere
+/// to be found would end the process when it is first called.
+constexpr QLibrary::LoadHints Hints = QLibrary::ResolveAllSymbolsHint;
+
 struct Waiting
 {
     QSharedPointer<QPluginLoader> loader;
-    QSharedPointer<ZUnloader> unloader;
+    QSharedPointer<ZVersions> versions;
 };
 
 /// The loaders that have a share in a file.
@@ -32,6 +47,8 @@ struct Users
 {
     QSet<const QPluginLoader *> staying;
     QSet<const QPluginLoader *> leaving; // their libraries are gone, but they cannot be unloaded yet
+
+    int count() const { return staying.size() + leaving.size(); }
 };
 
 /// What is loaded once, under however many names. Two names of one file, such as a link and what it points to, are two
@@ -41,11 +58,12 @@ struct File
     dev_t device;
     ino_t number;
     QHash<QString, Users> users; // by the name under which they have it
+    QPointer<QObject> root;
     QWeakPointer<ZObject> owner;
-    bool isOwned = false;     // from the owner's coming until the root's destructor has returned
-    QVector<Waiting> waiting; // some of those that are leaving
-
-    bool isLosingRoot() const { return isOwned && owner.isNull(); }
+    bool isOwned = false;              // from the owner's coming until the root's destructor has returned
+    Qt::HANDLE worker = nullptr;       // the thread that loads the file, destroys its root, or unloads it
+    QHash<QThread *, bool> deletingOn; // where roots have posted deletions; true if one more root has since then
+    QVector<Waiting> waiting;          // some of those that are leaving
 
     bool isNeededUnderAnotherName(const QString &name) const
     {
@@ -56,34 +74,24 @@ struct File
         return false;
     }
 
+    /// Whether Qt must not unload it under `name` now: it would delete the root as well.
+    bool isInUse(const QString &name) const
+    {
+        return worker || isOwned || !deletingOn.isEmpty() || isNeededUnderAnotherName(name);
+    }
+
     bool isUsedBy(const QPluginLoader &loader) const
     {
         const Users all = users.value(loader.fileName());
         return all.staying.contains(&loader) || all.leaving.contains(&loader);
     }
-
-    void forget(const QPluginLoader &loader)
-    {
-        Users &all = users[loader.fileName()];
-        all.leaving.remove(&loader);
-        if (all.staying.isEmpty() && all.leaving.isEmpty())
-            users.remove(loader.fileName());
-    }
-
-    /// Has those who wait try again.
-    void wake()
-    {
-        const QVector<Waiting> all = std::exchange(waiting, {});
-        for (const Waiting &each : all)
-            each.unloader->queue(each.loader);
-    }
 };
 
-// Neither is ever destroyed: what lives to the end of the process may still come here.
+// None of these is ever destroyed: what lives to the end of the process may still come here.
 
-QRecursiveMutex &mutex()
+QMutex &mutex()
 {
-    static auto &instance = *new QRecursiveMutex; // what a plugin runs when it is loaded or unloaded may load another
+    static auto &instance = *new QMutex;
     return instance;
 }
 
@@ -93,7 +101,13 @@ std::list<File> &files() // guarded by mutex()
     return instance;
 }
 
-/// The record of the file that `loader` has, or would have; null if it is not loaded.
+QWaitCondition &changed() // some file has no worker any more, or no dying root
+{
+    static auto &instance = *new QWaitCondition;
+    return instance;
+}
+
+/// The record of the file that `loader` has, or would have; null if nobody works on it or has it.
 File *fileOf(const QPluginLoader &loader)
 {
     const QString name = loader.fileName();
@@ -111,19 +125,108 @@ File *fileOf(const QPluginLoader &loader)
     return nullptr;
 }
 
-/// Notes that `loader` has a share in its file.
-void note(const QPluginLoader &loader)
+File *fileOrNew(const QPluginLoader &loader)
 {
-    File *file = fileOf(loader);
-    if (!file) {
-        struct stat status = {};
-        stat(QFile::encodeName(loader.fileName()).constData(), &status);
-        files().push_back({status.st_dev, status.st_ino, {}, {}, false, {}});
-        file = &files().back();
-    }
-    if (!file->isUsedBy(loader))
-        file->users[loader.fileName()].staying.insert(&loader);
+    if (File *file = fileOf(loader))
+        return file;
+    struct stat status = {};
+    stat(QFile::encodeName(loader.fileName()).constData(), &status);
+    files().push_back({});
+    files().back().device = status.st_dev;
+    files().back().number = status.st_ino;
+    return &files().back();
 }
+
+void forgetUnused(File *file)
+{
+    for (auto name = file->users.begin(); name != file->users.end();)
+        name = name->count() == 0 ? file->users.erase(name) : std::next(name);
+    if (file->users.isEmpty() && !file->worker)
+        files().remove_if([&](const File &each) { return &each == file; });
+}
+
+/// The end of a change to `file`, which may be gone afterwards. Answers those that were waiting for one.
+QVector<Waiting> endChange(File *file)
+{
+    QVector<Waiting> waiting = std::exchange(file->waiting, {});
+    forgetUnused(file);
+    changed().wakeAll();
+    return waiting;
+}
+
+void postResume(const QVector<Waiting> &waiting)
+{
+    for (const Waiting &each : waiting)
+        each.versions->postResume(each.loader);
+}
+
+/// Makes the calling thread the one that works on the file of a loader, to the end of its own life.
+class Work
+{
+public:
+    explicit Work(const QPluginLoader &loader)
+    {
+        QVector<QSharedPointer<ZObject>> owners; // let go without the lock: each may be the last
+        const QMutexLocker locker(&mutex());
+        const QDeadlineTimer patience(PatienceMs);
+        while (!m_file) {
+            File *file = fileOrNew(loader);
+            owners.append(file->owner);
+            const bool isLosingRoot = file->isOwned && !owners.last();
+            if (!file->worker && !isLosingRoot) {
+                file->worker = QThread::currentThreadId();
+                file->users[loader.fileName()]; // found by its name from now on, whatever becomes of the file on disk
+                m_owner = owners.last();
+                m_file = file;
+            } else if (file->worker == QThread::currentThreadId() || (isLosingRoot && patience.hasExpired())) {
+                m_obstacle = isLosingRoot ? QStringLiteral("its root object is being destroyed")
+                                          : QStringLiteral("it is being loaded or unloaded");
+                return;
+            } else {
+                changed().wait(&mutex(), isLosingRoot ? patience : QDeadlineTimer(QDeadlineTimer::Forever));
+            }
+        }
+    }
+    ~Work()
+    {
+        if (!m_file)
+            return;
+        QMutexLocker locker(&mutex());
+        m_file->worker = nullptr;
+        const QVector<Waiting> waiting = endChange(m_file);
+        locker.unlock();
+        postResume(waiting);
+    }
+
+    /// Why the file cannot be worked on; null if it can.
+    QString obstacle() const { return m_obstacle; }
+    /// The owner of the root, kept meanwhile; null if it has none.
+    QSharedPointer<ZObject> owner() const { return m_owner; }
+
+    /// Notes that `loader` has loaded the file.
+    void share(const QPluginLoader &loader) const
+    {
+        const QMutexLocker locker(&mutex());
+        if (!m_file->isUsedBy(loader))
+            m_file->users[loader.fileName()].staying.insert(&loader);
+    }
+
+    void setRoot(QObject *root) const
+    {
+        const QMutexLocker locker(&mutex());
+        m_file->root = root;
+    }
+
+    /// Gives the root its one owner, if it has none.
+    void own(ZObject *root);
+
+private:
+    Q_DISABLE_COPY(Work)
+
+    QString m_obstacle;
+    QSharedPointer<ZObject> m_owner;
+    File *m_file = nullptr;
+};
 
 /// What keeps a file that Qt would go on to load from being loaded; empty if nothing does.
 QString refusal(const QPluginLoader &loader)
@@ -140,12 +243,94 @@ QString refusal(const QPluginLoader &loader)
     return part.isEmpty() ? QString() : QStringLiteral("the file is damaged: %1").arg(part);
 }
 
-void destroy(ZObject *root, File *file)
+/// The file stays until what a root has posted for deletion on `thread` has been deleted.
+void awaitDeletions(File *file, QThread *thread)
 {
-    delete root; // without the lock: this is the plugin's code
-    const QMutexLocker locker(&mutex());
+    zAfterDeletions(thread, [file, thread] {
+        QMutexLocker locker(&mutex());
+        if (std::exchange(file->deletingOn[thread], false)) {
+            awaitDeletions(file, thread);
+            return;
+        }
+        file->deletingOn.remove(thread);
+        const QVector<Waiting> waiting = endChange(file);
+        locker.unlock();
+        for (const Waiting &each : waiting)
+            each.versions->resume(each.loader);
+    });
+}
+
+/// Where a root that ends here, and has lived on the thread `home`, may have posted something for deletion.
+QSet<QThread *> whereItPosts(QThread *home)
+{
+    QSet<QThread *> threads;
+    QThread *here = QThread::currentThread();
+    if (here == home || here->loopLevel() > 0 || zIsMain(here))
+        threads.insert(here);
+    if (home != here && zHasEventLoop(home))
+        threads.insert(home);
+    return threads;
+}
+
+/// Destroys the root of `file`, which is marked as losing it.
+void destroy(QObject *root, File *file)
+{
+    QMutexLocker locker(&mutex());
+    file->worker = QThread::currentThreadId();
+    locker.unlock();
+    QThread *home = root->thread();
+    delete root; // without a lock: this is the plugin's code
+    locker.relock();
+    const QSet<QThread *> threads = whereItPosts(home);
+    for (QThread *thread : threads) {
+        if (file->deletingOn.contains(thread)) {
+            file->deletingOn[thread] = true;
+        } else {
+            file->deletingOn.insert(thread, false);
+            awaitDeletions(file, thread);
+        }
+    }
+    file->worker = nullptr;
     file->isOwned = false;
-    file->wake();
+    const QVector<Waiting> waiting = endChange(file);
+    locker.unlock();
+    postResume(waiting);
+}
+
+void Work::own(ZObject *root)
+{
+    const QMutexLocker locker(&mutex());
+    if (m_owner)
+        return;
+    m_owner = QSharedPointer<ZObject>(root, [file = m_file](ZObject *object) { destroy(object, file); });
+    m_file->owner = m_owner;
+    m_file->isOwned = true;
+}
+
+ZPluginFile::Root loadRoot(QPluginLoader &loader, QThread *home, bool own)
+{
+    if (loader.fileName().isEmpty())
+        return {{}, {}, loader.errorString()};
+    Work work(loader);
+    if (!work.obstacle().isNull())
+        return {{}, {}, work.obstacle()};
+    loader.setLoadHints(Hints);
+    const QString reason = refusal(loader);
+    if (!reason.isEmpty())
+        return {{}, {}, reason};
+    if (!loader.load()) // takes a share in the file, which instance() does not
+        return {{}, {}, loader.errorString()};
+    work.share(loader);
+    QObject *root = loader.instance();
+    work.setRoot(root);
+    auto *object = qobject_cast<ZObject *>(root);
+    if (!object)
+        return {{}, {}, loader.errorString()};
+    if (home && root->thread() == QThread::currentThread())
+        root->moveToThread(home);
+    if (own)
+        work.own(object);
+    return {object, work.owner(), {}};
 }
 
 /// The deleter of a loader. Of a file that nobody has unloaded, and whose loader is gone, Qt destroys the root as the
@@ -158,113 +343,66 @@ void release(QPluginLoader *loader)
         delete loader;
 }
 
-void unloadByApplication(const QSharedPointer<QPluginLoader> &loader)
-{
-    QCoreApplication *application = QCoreApplication::instance();
-    if (!application)
-        return;
-    const auto unloader = QSharedPointer<ZUnloader>::create(nullptr);
-    QMetaObject::invokeMethod(
-        application, [loader, unloader] { ZPluginFile::unload(loader, unloader); }, Qt::QueuedConnection);
-}
-
 } // namespace
-
-void ZUnloader::queue(const QSharedPointer<QPluginLoader> &loader)
-{
-    const QMutexLocker locker(&m_mutex);
-    if (!m_set) {
-        unloadByApplication(loader);
-        return;
-    }
-    m_queued.append(loader);
-    // Not by the slot's name, which Qt would ask the set for: it may be in its destructor, waiting for our lock.
-    QMetaObject::invokeMethod(
-        m_set, [set = m_set, loader] { set->unloadSlot(loader); }, Qt::QueuedConnection);
-}
-
-QSharedPointer<QPluginLoader> ZUnloader::next()
-{
-    const QMutexLocker locker(&m_mutex);
-    return m_queued.value(0);
-}
-
-void ZUnloader::takeUp(const QSharedPointer<QPluginLoader> &loader)
-{
-    const QMutexLocker locker(&m_mutex);
-    m_queued.removeOne(loader);
-}
-
-void ZUnloader::forgetSet()
-{
-    const QMutexLocker locker(&m_mutex);
-    m_set = nullptr;
-    const QVector<QSharedPointer<QPluginLoader>> queued = std::exchange(m_queued, {});
-    for (const QSharedPointer<QPluginLoader> &loader : queued)
-        unloadByApplication(loader);
-}
 
 QSharedPointer<QPluginLoader> ZPluginFile::find(const QString &name)
 {
-    const QMutexLocker locker(&mutex());
-    return QSharedPointer<QPluginLoader>(new QPluginLoader(name), release);
+    const QSharedPointer<QPluginLoader> loader(new QPluginLoader, release);
+    loader->setLoadHints(Hints); // before the name: they become those of the file, which another thread may be loading
+    loader->setFileName(name);
+    return loader;
 }
 
-ZObject *ZPluginFile::load(QPluginLoader &loader)
+ZPluginFile::Root ZPluginFile::load(QPluginLoader &loader, QThread *home) { return loadRoot(loader, home, false); }
+
+QSharedPointer<ZObject> ZPluginFile::root(QPluginLoader &loader, QThread *home)
 {
-    const QMutexLocker locker(&mutex());
-    const File *file = fileOf(loader);
-    if (file && file->isLosingRoot()) // which Qt would hand out
-        return nullptr;
-    // By default Qt would answer that it has unloaded the file, and keep it mapped for good; and a function that is
-    // nowhere to be found would end the process when it is first called.
-    loader.setLoadHints(QLibrary::ResolveAllSymbolsHint);
-    if (!refusal(loader).isEmpty() || !loader.load()) // load() takes a share in the file, which instance() does not
-        return nullptr;
-    note(loader);
-    return qobject_cast<ZObject *>(loader.instance());
+    {
+        const QMutexLocker locker(&mutex());
+        const File *file = fileOf(loader);
+        if (file && file->isOwned)
+            return file->owner.toStrongRef();
+    }
+    return loadRoot(loader, home, true).owner;
 }
 
-QString ZPluginFile::error(const QPluginLoader &loader)
+ZPluginFile::Unloading ZPluginFile::unload(const QSharedPointer<QPluginLoader> &loader,
+                                           const QSharedPointer<ZVersions> &versions, bool isEvent)
 {
-    const QMutexLocker locker(&mutex());
-    const QString reason = refusal(loader);
-    return reason.isEmpty() ? loader.errorString() : reason;
-}
-
-QSharedPointer<ZObject> ZPluginFile::root(QPluginLoader &loader)
-{
-    const QMutexLocker locker(&mutex());
-    const File *before = fileOf(loader);
-    if (before && before->isOwned)
-        return before->owner.toStrongRef();
-    ZObject *object = load(loader);
-    if (!object)
-        return {};
-    File *file = fileOf(loader);
-    QSharedPointer<ZObject> owner(object, [file](ZObject *root) { destroy(root, file); });
-    file->owner = owner;
-    file->isOwned = true;
-    return owner;
-}
-
-bool ZPluginFile::unload(const QSharedPointer<QPluginLoader> &loader, const QSharedPointer<ZUnloader> &unloader)
-{
-    const QMutexLocker locker(&mutex());
     const QString name = loader->fileName();
+    QMutexLocker locker(&mutex());
     File *file = fileOf(*loader);
-    if (!file || !file->isUsedBy(*loader)) // it did not load
-        return loader->unload();
+    if (!file || !file->isUsedBy(*loader)) { // it did not load
+        locker.unlock();
+        return {loader->unload() ? Unloading::Done : Unloading::Failed, {}};
+    }
     file->users[name].staying.remove(loader.data());
     file->users[name].leaving.insert(loader.data());
-    if (file->isOwned || file->isNeededUnderAnotherName(name)) { // Qt would delete the root under those who use it
-        file->waiting.append({loader, unloader});
-        return false;
+    while (!file->isInUse(name) && file->users[name].count() == 1 && file->root) {
+        file->isOwned = true; // by us, to destroy it
+        QObject *root = file->root;
+        locker.unlock();
+        destroy(root, file);
+        if (isEvent)
+            zDeletePosted();
+        locker.relock();
     }
-    const bool unloaded = loader->unload();
-    file->forget(*loader);
-    file->wake();
-    if (file->users.isEmpty())
-        files().remove_if([&](const File &each) { return &each == file; });
-    return unloaded;
+    if (file->isInUse(name)) { // Qt would delete the root under those who use it
+        file->waiting.append({loader, versions});
+        return {Unloading::Later, {}};
+    }
+    file->worker = QThread::currentThreadId();
+    locker.unlock();
+    zForgetTimers(name);
+    const bool isUnloaded = loader->unload(); // without a lock: this may run the plugin's code
+    const QString reason = isUnloaded ? zReasonToStay(name) : QString();
+    locker.relock();
+    file->worker = nullptr;
+    file->users[name].leaving.remove(loader.data());
+    const QVector<Waiting> waiting = endChange(file);
+    locker.unlock();
+    postResume(waiting);
+    if (!isUnloaded)
+        return {Unloading::Failed, {}};
+    return {reason.isNull() ? Unloading::Done : Unloading::Stays, reason};
 }

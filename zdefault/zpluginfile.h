@@ -1,58 +1,59 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QMutex>
 #include <QPluginLoader>
 #include <QSharedPointer>
-#include <QVector>
 
-class ZLibrarySet;
+QT_BEGIN_NAMESPACE
+class QThread;
+QT_END_NAMESPACE
+
 class ZObject;
-
-/**
- * Where the files of a set go to be unloaded. The set and its libraries share it, since either may die first.
- *
- * Ownership: the set's and its libraries'.
- * Thread:    any.
- * Failure:   none; without a set the application object's event loop does the work.
- */
-class ZUnloader
-{
-public:
-    explicit ZUnloader(ZLibrarySet *set) : m_set(set) {}
-
-    /// Has the set unload the file of `loader` from its event loop.
-    void queue(const QSharedPointer<QPluginLoader> &loader);
-    /// What the set has to take up next; null if nothing.
-    QSharedPointer<QPluginLoader> next();
-    /// Called by the set when it takes up what was queued.
-    void takeUp(const QSharedPointer<QPluginLoader> &loader);
-    /// Called by the set's destructor. What it has not taken up goes to the application object.
-    void forgetSet();
-
-private:
-    QMutex m_mutex; // guards both; m_set, so that it does not die while it is sent to
-    ZLibrarySet *m_set;
-    QVector<QSharedPointer<QPluginLoader>> m_queued; // what is posted to the set dies with it
-};
+class ZVersions;
 
 /**
  * All that is done to a plugin's file. Qt keeps one record for a file in the whole process, on which loading, making
- * the root object and unloading race: so they come one at a time, for all sets.
+ * the root object and unloading race: so a file is worked on by one thread at a time, whoever's set it is for.
+ *
+ * What a plugin runs meanwhile runs without a lock, and may load or let go whatever it likes: but not its own file.
  */
 namespace ZPluginFile {
+
+/// A root object, or the reason why there is none.
+struct Root
+{
+    ZObject *object = nullptr;
+    QSharedPointer<ZObject> owner; ///< null if it has none
+    QString reason;
+};
+
+/// What has become of a file that was to be unloaded.
+struct Unloading
+{
+    enum Result
+    {
+        Done,   ///< it has left memory
+        Stays,  ///< Qt has unloaded it, and yet it is in memory
+        Failed, ///< somebody else has loaded it, or it never was
+        Later   ///< somebody uses it: `ZVersions::resume` is called when that is over
+    } result;
+    QString reason; ///< to stay
+};
 
 /// A loader for the file that is called `name`; nothing is loaded yet. What is loaded with it and not unloaded again
 /// stays to the end of the process.
 QSharedPointer<QPluginLoader> find(const QString &name);
-/// Loads the file and returns its root object; null if either fails, or the root is no `ZObject`.
-ZObject *load(QPluginLoader &loader);
-/// Why `load` failed: Qt's reason, unless the file was not given to Qt.
-QString error(const QPluginLoader &loader);
-/// The root as its one owner has it; null if there is none, or it is being destroyed.
-QSharedPointer<ZObject> root(QPluginLoader &loader);
-/// Unloads the file: true if it has left memory. While somebody holds its root it stays, and is queued again
-/// when the root is gone.
-bool unload(const QSharedPointer<QPluginLoader> &loader, const QSharedPointer<ZUnloader> &unloader);
+
+/// Loads the file and answers its root object, which is moved to the thread `home` as it is made. Waits for another
+/// thread that works on the file, but only for a while for a root that is being destroyed: it may wait for us. Throws
+/// what the root's constructor throws.
+Root load(QPluginLoader &loader, QThread *home);
+
+/// The root as its one owner has it; null if there is none, or it is being destroyed. Throws as `load` does.
+QSharedPointer<ZObject> root(QPluginLoader &loader, QThread *home);
+
+/// Destroys a root that nobody owns and, once all that it has posted for deletion has been deleted, unloads the file:
+/// at once, if the caller `isEvent`, called by the event loop and nobody else.
+Unloading unload(const QSharedPointer<QPluginLoader> &loader, const QSharedPointer<ZVersions> &versions, bool isEvent);
 
 } // namespace ZPluginFile

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zeventloop.h"
+
+#include "zparking.h"
+
+#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
+#include <QEvent>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QObject>
+#include <QPointer>
+#include <QSet>
+#include <QThread>
+#include <QTimer>
+
+#include <atomic>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr int LongestChain = 100; // of deletions, each of which posts the next; nothing tells where one ends
+constexpr int PauseMs = 20;
+
+class Errand;
+
+QBasicMutex pendingMutex;
+
+/// Those that have not been delivered. Never destroyed: an application that ends leaves some of them behind.
+QSet<Errand *> &pending() // guarded by pendingMutex
+{
+    static auto &instance = *new QSet<Errand *>;
+    return instance;
+}
+
+/// Something that is done once, by whoever comes first.
+class Deed
+{
+public:
+    explicit Deed(std::function<void()> deed) : m_deed(std::move(deed)) {}
+
+    void operator()()
+    {
+        if (!m_isTaken.exchange(true))
+            std::exchange(m_deed, nullptr)();
+    }
+
+private:
+    std::atomic_bool m_isTaken{false};
+    std::function<void()> m_deed;
+};
+
+/// Takes a deed to another thread, where it is done in an event, or else as this is deleted.
+class Errand : public QObject
+{
+public:
+    explicit Errand(std::shared_ptr<Deed> deed) : m_deed(std::move(deed))
+    {
+        const QMutexLocker locker(&pendingMutex);
+        pending().insert(this);
+    }
+    ~Errand() override
+    {
+        {
+            const QMutexLocker locker(&pendingMutex);
+            pending().remove(this);
+        }
+        (*m_deed)();
+    }
+
+    bool event(QEvent *event) override
+    {
+        if (event->type() != QEvent::User)
+            return QObject::event(event);
+        m_isUnderWay = true;
+        deliver();
+        return true;
+    }
+
+    bool isUnderWay() const { return m_isUnderWay; }
+
+private:
+    void deliver()
+    {
+        if (ZParking::isOpen()) { // in a nested event loop: what dies here might wait for a lock that we have
+            QTimer::singleShot(PauseMs, this, [this] { deliver(); });
+            return;
+        }
+        (*m_deed)();
+        deleteLater();
+    }
+
+    const std::shared_ptr<Deed> m_deed;
+    bool m_isUnderWay = false;
+};
+
+using Deeds = std::vector<std::function<void()>>;
+thread_local Deeds *afterwards = nullptr; // what is to be done after the deletions that are under way on this thread
+
+/// Does `deed` once all that can be deleted now has been deleted.
+void deleteThenDo(std::function<void()> deed)
+{
+    if (afterwards) {
+        afterwards->push_back(std::move(deed));
+        return;
+    }
+    // What was posted outside a nested event loop waits for its end.
+    if (QThread::currentThread()->loopLevel() > 1 || ZParking::isOpen()) {
+        QTimer::singleShot(PauseMs, [deed] { deleteThenDo(deed); });
+        return;
+    }
+    Deeds deeds{std::move(deed)};
+    afterwards = &deeds;
+    for (int i = 0; i < LongestChain; ++i)
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    afterwards = nullptr;
+    for (const auto &each : deeds)
+        each();
+}
+
+/// Deletes what can be deleted until `last` is gone, which a program that calls processEvents() by hand would not do.
+void deleteUntilGone(const QPointer<QObject> &last)
+{
+    deleteThenDo([last] {
+        if (last)
+            QTimer::singleShot(PauseMs, [last] { deleteUntilGone(last); });
+    });
+}
+
+} // namespace
+
+bool zIsMain(const QThread *thread)
+{
+    const QCoreApplication *application = QCoreApplication::instance();
+    return application && application->thread() == thread;
+}
+
+bool zHasEventLoop(QThread *thread)
+{
+    return thread && QAbstractEventDispatcher::instance(thread); // which a thread has while it runs
+}
+
+void zPost(QThread *thread, std::function<void()> deed)
+{
+    const auto shared = std::make_shared<Deed>(std::move(deed));
+    auto *errand = new Errand(shared);
+    errand->moveToThread(thread);
+    if (zIsMain(thread)) {
+        QCoreApplication::postEvent(errand, new QEvent(QEvent::User));
+        return;
+    }
+    // A thread that ends delivers nothing but deletions.
+    const auto deleteErrand = [errand = QPointer<Errand>(errand)] {
+        if (errand && !errand->isUnderWay())
+            delete errand;
+    };
+    auto *last = new Errand(std::make_shared<Deed>(deleteErrand));
+    last->moveToThread(thread);
+    QCoreApplication::postEvent(errand, new QEvent(QEvent::User));
+    last->deleteLater();
+    if (thread->isFinished()) // and may have delivered the last of them before
+        (*shared)();
+}
+
+void zAfterDeletions(QThread *thread, std::function<void()> deed)
+{
+    // Qt deletes what is posted for deletion only where control has returned to whence it was posted. So one more is
+    // posted at the same place, to come after the others.
+    auto *last = new Errand(std::make_shared<Deed>([deed = std::move(deed)] { deleteThenDo(deed); }));
+    const QPointer<QObject> watched = last;
+    last->moveToThread(thread);
+    last->deleteLater();
+    zPost(thread, [watched] { deleteUntilGone(watched); });
+}
+
+void zDeletePosted()
+{
+    deleteThenDo([] {});
+}
+
+void zLetGoAtHome(QObject *object, std::shared_ptr<void> held)
+{
+    QThread *home = object->thread();
+    if (home != QThread::currentThread() && zHasEventLoop(home))
+        zPost(home, [object, held = std::move(held)]() mutable { zLetGoAtHome(object, std::move(held)); });
+}
