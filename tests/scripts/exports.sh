@@ -17,10 +17,11 @@ functions=(
 )
 
 exported() {
-    # Not ours: the sanitizers' marks, and what a build without optimisation leaves of Qt's inline functions.
+    # Not ours: the sanitizers' marks, and what a build without optimisation leaves of inline functions of Qt's and the
+    # standard library's.
     nm -D --defined-only --demangle "$1" | cut -d' ' -f3- | grep -v -e '^__' -e '^_init$' -e '^_fini$' |
         sed -E 's/^(vtable for|typeinfo for|typeinfo name for|VTT for|(non-)?virtual thunk to) //; s/^guard variable for //' |
-        sed -E 's/^(zDefault[A-Za-z]+)\(\)$/\1/; s/^([A-Za-z_]+)::.*/\1/' | grep -v '^Q' | sort -u
+        sed -E 's/^(zDefault[A-Za-z]+)\(\)$/\1/; s/^([A-Za-z_]+)::.*/\1/' | grep -v -e '^Q' -e '^std$' -e '^void ' | sort -u
 }
 
 diff <(printf '%s\n' "${classes[@]}" "${functions[@]}" | sort -u) <(exported "$1")
