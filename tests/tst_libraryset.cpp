@@ -95,6 +95,7 @@ private Q_SLOTS:
     void rootThatIsHeldKeepsTheFileUntilItIsGone();
     void fileMayBeUnloadedByTheSlot();
     void whatTheApplicationHasLoadedIsUnloadedByTheSlot();
+    void rootMayLiveAndEndOnAThreadWithoutAnEventLoop();
     void rootOfASetOnAThreadThatHasEndedMayGoAnywhere();
     void sharedRootKeepsItsLibraryAndGoesBeforeIt();
     void sharedRootMayBeDroppedOnAnyThread();
@@ -470,6 +471,20 @@ void tst_LibrarySet::whatTheApplicationHasLoadedIsUnloadedByTheSlot()
     set.unloadSlot(loader);
     QCOMPARE(journal.take(), QStringList{QStringLiteral("zdefault 1: unloaded: libplain")});
     QVERIFY(!isMapped(pluginFile(QStringLiteral("plain"))));
+}
+
+void tst_LibrarySet::rootMayLiveAndEndOnAThreadWithoutAnEventLoop()
+{
+    const PluginFolder folder;
+    Library library;
+    std::thread([&] {
+        EmptySet set;
+        library = loadPlain(set, folder, QStringLiteral("libfoo"));
+        rootOf(library).clear();
+    }).join();
+    library.clear();
+    settle(); // there is nobody who would delete anything on that thread
+    QVERIFY(!isMapped(folder.filePath(QStringLiteral("libfoo.so"))));
 }
 
 void tst_LibrarySet::rootOfASetOnAThreadThatHasEndedMayGoAnywhere()

@@ -265,7 +265,7 @@ QSet<QThread *> whereItPosts(QThread *home)
 {
     QSet<QThread *> threads;
     QThread *here = QThread::currentThread();
-    if (here == home || here->loopLevel() > 0 || zIsMain(here))
+    if (here->loopLevel() > 0 || zIsMain(here) || (here == home && zHasEventLoop(here)))
         threads.insert(here);
     if (home != here && zHasEventLoop(home))
         threads.insert(home);
