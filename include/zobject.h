@@ -7,6 +7,7 @@
 #include <QAtomicInteger>
 #include <QObject>
 #include <QSharedPointer>
+#include <QVector>
 #include <QWeakPointer>
 #include <QtPlugin>
 
@@ -50,7 +51,7 @@ private:
 
     void setLibrary(const QWeakPointer<ZLibrary> &library);
 
-    QWeakPointer<ZLibrary> m_library;
+    QVector<QWeakPointer<ZLibrary>> m_libraries; // of this object, the newest last
     QWeakPointer<QObject> m_share;
     QAtomicInteger<bool> m_isRoot = false; // its code lies in a library, be that gone or not
 };

@@ -105,6 +105,7 @@ void tst_Lifetimes::componentsEndWhereTheyLive_data()
     QTest::newRow("a component without an event loop at home") << QStringList{"ends elsewhere"} << QString();
     QTest::newRow("a component whose thread has ended") << QStringList{"ends elsewhere", "ends elsewhere"} << QString();
     QTest::newRow("a component ends with the thread it lives on") << QStringList{"ends at home"} << elsewhere;
+    QTest::newRow("a root ends with the thread it lives on") << QStringList{"the root ends"} << elsewhere;
     QTest::newRow("a root lives where the loader does")
         << QStringList{"loaded: mortal", "the root ends", "the event loop has ended"} << elsewhere;
     QTest::newRow("one count for all shares") << QStringList{"alive"} << QString();
@@ -124,6 +125,8 @@ void tst_Lifetimes::operationsFinishThoughTheirServiceIsReplaced_data()
     QTest::newRow("the logger is replaced by what reads its lines") << QStringList{"one", "two"} << QString();
     QTest::newRow("the context is replaced by a value that it drops") << QStringList{"dropped"} << QString();
     QTest::newRow("the bus is replaced by what it calls") << QStringList{"handled", "another bus"} << QString();
+    QTest::newRow("job pools are replaced under a job") << QStringList{"done"} << QString();
+    QTest::newRow("one of two libraries of a root goes") << QStringList{"two", "shared"} << QString();
     QTest::newRow("the scheduler is replaced by its own command") << QStringList{"withdrawn"} << QString();
 }
 

@@ -18,6 +18,7 @@
 #include <QThread>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -94,6 +95,7 @@ ZDefaultLoader::ZDefaultLoader() : m_watcher(new QFileSystemWatcher), m_deployme
 
 ZDefaultLoader::~ZDefaultLoader()
 {
+    disconnect(m_watcher, nullptr, this, nullptr); // which may be sending on its own thread
     destroy(m_watcher, m_isNotified);
     destroy(m_deployment, m_isNotified);
 }
@@ -202,11 +204,11 @@ void ZDefaultLoader::outlive(Deed deed)
 {
     QSharedPointer<QObject> self = held();
     const QPointer<ZDefaultLoader> guard(this);
-    m_isNotified = sender();
+    const bool wasNotified = std::exchange(m_isNotified, m_isNotified || sender());
     zCaught(deed); // the logger may throw
     self.clear();
     if (guard)
-        m_isNotified = false;
+        m_isNotified = wasNotified;
 }
 
 void ZDefaultLoader::take(const QDir &hot, const QString &entry)
@@ -223,6 +225,8 @@ void ZDefaultLoader::take(const QDir &hot, const QString &entry)
         deploy(hot, entry, deployed.filePath(entry));
         return;
     }
+    if (!file.exists() && !file.isSymLink()) // it has been deployed in an event loop that the plugin before it has run
+        return;
     // A name that is taken is looked for under the stamped name, which only a file of just that name answers to: the
     // newcomer stays where it is, and the log says so.
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmsszzz"));

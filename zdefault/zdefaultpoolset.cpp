@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zdefaultpoolset.h"
 
+#include "zeventloop.h"
 #include "ztypename.h"
 #include "zwiring.h"
 
 #include <QReadLocker>
+#include <QThread>
 #include <QWriteLocker>
+
+#include <utility>
 
 template <class Pool>
 template <class... Arguments>
@@ -31,6 +35,15 @@ QSharedPointer<Pool> ZNamedPools<Pool>::find(const QString &name, Arguments... a
     return pool;
 }
 
+template <class Pool>
+void ZNamedPools<Pool>::letGoOn(QThread *home)
+{
+    const QThread *here = QThread::currentThread();
+    const bool mayBeOwn = here->inherits("QThreadPoolThread") || here->inherits("ZSchedulerThread");
+    if (mayBeOwn && zHasEventLoop(home))
+        zPost(home, [pools = std::exchange(m_pools, {})] {});
+}
+
 const char *zDefaultJobPoolSetTypeName() { return zTypeName<ZDefaultJobPoolSet>("ZDefaultJobPoolSet*"); }
 
 const char *zDefaultThreadPoolSetTypeName() { return zTypeName<ZDefaultThreadPoolSet>("ZDefaultThreadPoolSet*"); }
@@ -39,6 +52,8 @@ const char *const ZDefaultJobPoolSet::TypeName = zDefaultJobPoolSetTypeName();
 const char *const ZDefaultThreadPoolSet::TypeName = zDefaultThreadPoolSetTypeName();
 
 ZDefaultJobPoolSet::ZDefaultJobPoolSet() = default;
+
+ZDefaultJobPoolSet::~ZDefaultJobPoolSet() { m_pools.letGoOn(thread()); }
 
 QSharedPointer<ZJobPool> ZDefaultJobPoolSet::find0(const QString &name, int maxThreads, int expiryTimeout)
 {
@@ -51,6 +66,8 @@ ZEmitter *ZDefaultJobPoolSet::getSetZEmitter(ZEmitter *emitter)
 }
 
 ZDefaultThreadPoolSet::ZDefaultThreadPoolSet() = default;
+
+ZDefaultThreadPoolSet::~ZDefaultThreadPoolSet() { m_pools.letGoOn(thread()); }
 
 QSharedPointer<ZThreadPool> ZDefaultThreadPoolSet::find0(const QString &name) { return m_pools.find(name); }
 

@@ -11,6 +11,7 @@
 
 #include <QHash>
 #include <QReadWriteLock>
+#include <QThread>
 
 /// "ZDefaultJobPoolSet*", registered as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultJobPoolSetTypeName();
@@ -32,6 +33,10 @@ public:
     /// NUL, but looked up by all of it.
     template <class... Arguments>
     QSharedPointer<Pool> find(const QString &name, Arguments... arguments);
+
+    /// Where the caller is a thread of a pool, has the pools go on the thread `home` instead, if that has an event
+    /// loop: one of their own threads would wait for itself.
+    void letGoOn(QThread *home);
 
 private:
     QHash<QString, QSharedPointer<Pool>> m_pools;
@@ -55,6 +60,7 @@ public:
     static const char *const TypeName;
 
     Q_INVOKABLE ZDefaultJobPoolSet();
+    ~ZDefaultJobPoolSet() override;
 
     QSharedPointer<ZJobPool> find0(const QString &name, int maxThreads, int expiryTimeout) override;
 
@@ -93,6 +99,7 @@ public:
     static const char *const TypeName;
 
     Q_INVOKABLE ZDefaultThreadPoolSet();
+    ~ZDefaultThreadPoolSet() override;
 
     QSharedPointer<ZThreadPool> find0(const QString &name) override;
 

@@ -128,23 +128,9 @@ void deleteUntilGone(const QPointer<QObject> &last)
     });
 }
 
-} // namespace
-
-bool zIsMain(const QThread *thread)
+void post(QThread *thread, const std::shared_ptr<Deed> &deed)
 {
-    const QCoreApplication *application = QCoreApplication::instance();
-    return application && application->thread() == thread;
-}
-
-bool zHasEventLoop(QThread *thread)
-{
-    return thread && QAbstractEventDispatcher::instance(thread); // which a thread has while it runs
-}
-
-void zPost(QThread *thread, std::function<void()> deed)
-{
-    const auto shared = std::make_shared<Deed>(std::move(deed));
-    auto *errand = new Errand(shared);
+    auto *errand = new Errand(deed);
     errand->moveToThread(thread);
     if (zIsMain(thread)) {
         QCoreApplication::postEvent(errand, new QEvent(QEvent::User));
@@ -159,7 +145,26 @@ void zPost(QThread *thread, std::function<void()> deed)
     last->moveToThread(thread);
     QCoreApplication::postEvent(errand, new QEvent(QEvent::User));
     last->deleteLater();
-    if (thread->isFinished()) // and may have delivered the last of them before
+}
+
+} // namespace
+
+bool zIsMain(const QThread *thread)
+{
+    const QCoreApplication *application = QCoreApplication::instance();
+    return application && application->thread() == thread;
+}
+
+bool zHasEventLoop(QThread *thread)
+{
+    return thread && !thread->isFinished() && QAbstractEventDispatcher::instance(thread);
+}
+
+void zPost(QThread *thread, std::function<void()> deed)
+{
+    const auto shared = std::make_shared<Deed>(std::move(deed));
+    post(thread, shared);
+    if (thread->isFinished()) // and may have delivered the last before
         (*shared)();
 }
 
@@ -171,7 +176,7 @@ void zAfterDeletions(QThread *thread, std::function<void()> deed)
     const QPointer<QObject> watched = last;
     last->moveToThread(thread);
     last->deleteLater();
-    zPost(thread, [watched] { deleteUntilGone(watched); });
+    post(thread, std::make_shared<Deed>([watched] { deleteUntilGone(watched); }));
 }
 
 void zDeletePosted()

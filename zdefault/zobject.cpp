@@ -7,6 +7,8 @@
 #include <QMutex>
 #include <QMutexLocker>
 
+#include <algorithm>
+
 namespace {
 
 /// A root and its library. Members are destroyed in reverse order: first the root, then the library that has its code.
@@ -38,7 +40,11 @@ ZObject::~ZObject() = default;
 ZObject::operator QSharedPointer<ZLibrary>() const
 {
     const QMutexLocker locker(&libraryMutex);
-    return m_library.toStrongRef();
+    for (auto library = m_libraries.crbegin(); library != m_libraries.crend(); ++library) {
+        if (QSharedPointer<ZLibrary> alive = library->toStrongRef())
+            return alive;
+    }
+    return {};
 }
 
 QSharedPointer<QObject> ZObject::shared()
@@ -61,6 +67,8 @@ QSharedPointer<QObject> ZObject::shared()
 void ZObject::setLibrary(const QWeakPointer<ZLibrary> &library)
 {
     const QMutexLocker locker(&libraryMutex);
-    m_library = library;
+    const auto isGone = [](const QWeakPointer<ZLibrary> &each) { return each.isNull(); };
+    m_libraries.erase(std::remove_if(m_libraries.begin(), m_libraries.end(), isGone), m_libraries.end());
+    m_libraries.append(library);
     m_isRoot.storeRelease(true);
 }

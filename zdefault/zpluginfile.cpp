@@ -2,6 +2,7 @@
 #include "zpluginfile.h"
 
 #include "zelffile.h"
+#include "zemitterlock.h"
 #include "zeventloop.h"
 #include "zobject.h"
 #include "zpluginmetadata.h"
@@ -24,13 +25,14 @@
 
 #include <algorithm>
 #include <list>
+#include <memory>
 #include <utility>
 
 #include <sys/stat.h>
 
 namespace {
 
-constexpr int PatienceMs = 1000; // with a root that is being destroyed
+constexpr int PatienceMs = 1000; // with a root that is being destroyed, and within an injection
 
 /// By default Qt would answer that it has unloaded a file, and keep it mapped for good; and a function that is nowhere
 /// to be found would end the process when it is first called.
@@ -62,6 +64,7 @@ struct File
     QWeakPointer<ZObject> owner;
     bool isOwned = false;              // from the owner's coming until the root's destructor has returned
     Qt::HANDLE worker = nullptr;       // the thread that loads the file, destroys its root, or unloads it
+    int starting = 0;                  // loads that have got the root, and are injecting it
     QHash<QThread *, bool> deletingOn; // where roots have posted deletions; true if one more root has since then
     QVector<Waiting> waiting;          // some of those that are leaving
 
@@ -77,7 +80,7 @@ struct File
     /// Whether Qt must not unload it under `name` now: it would delete the root as well.
     bool isInUse(const QString &name) const
     {
-        return worker || isOwned || !deletingOn.isEmpty() || isNeededUnderAnotherName(name);
+        return worker || isOwned || starting > 0 || !deletingOn.isEmpty() || isNeededUnderAnotherName(name);
     }
 
     bool isUsedBy(const QPluginLoader &loader) const
@@ -141,7 +144,7 @@ void forgetUnused(File *file)
 {
     for (auto name = file->users.begin(); name != file->users.end();)
         name = name->count() == 0 ? file->users.erase(name) : std::next(name);
-    if (file->users.isEmpty() && !file->worker)
+    if (file->users.isEmpty() && !file->worker && file->starting == 0)
         files().remove_if([&](const File &each) { return &each == file; });
 }
 
@@ -173,17 +176,19 @@ public:
             File *file = fileOrNew(loader);
             owners.append(file->owner);
             const bool isLosingRoot = file->isOwned && !owners.last();
+            // A constructor may wait for an emitter that we have.
+            const bool isImpatient = isLosingRoot || ZEmitterLock::isHeldHere();
             if (!file->worker && !isLosingRoot) {
                 file->worker = QThread::currentThreadId();
                 file->users[loader.fileName()]; // found by its name from now on, whatever becomes of the file on disk
                 m_owner = owners.last();
                 m_file = file;
-            } else if (file->worker == QThread::currentThreadId() || (isLosingRoot && patience.hasExpired())) {
+            } else if (file->worker == QThread::currentThreadId() || (isImpatient && patience.hasExpired())) {
                 m_obstacle = isLosingRoot ? QStringLiteral("its root object is being destroyed")
                                           : QStringLiteral("it is being loaded or unloaded");
                 return;
             } else {
-                changed().wait(&mutex(), isLosingRoot ? patience : QDeadlineTimer(QDeadlineTimer::Forever));
+                changed().wait(&mutex(), isImpatient ? patience : QDeadlineTimer(QDeadlineTimer::Forever));
             }
         }
     }
@@ -219,6 +224,8 @@ public:
 
     /// Gives the root its one owner, if it has none.
     void own(ZObject *root);
+    /// Keeps the root as it is until the answer is let go.
+    std::shared_ptr<void> start() const;
 
 private:
     Q_DISABLE_COPY(Work)
@@ -265,7 +272,7 @@ QSet<QThread *> whereItPosts(QThread *home)
 {
     QSet<QThread *> threads;
     QThread *here = QThread::currentThread();
-    if (here->loopLevel() > 0 || zIsMain(here) || (here == home && zHasEventLoop(here)))
+    if (here->loopLevel() > 0 || zIsMain(here))
         threads.insert(here);
     if (home != here && zHasEventLoop(home))
         threads.insert(home);
@@ -276,6 +283,13 @@ QSet<QThread *> whereItPosts(QThread *home)
 void destroy(QObject *root, File *file)
 {
     QMutexLocker locker(&mutex());
+    if (file->starting > 0) { // another thread is injecting it: it is nobody's again
+        file->isOwned = false;
+        const QVector<Waiting> waiting = endChange(file);
+        locker.unlock();
+        postResume(waiting);
+        return;
+    }
     file->worker = QThread::currentThreadId();
     locker.unlock();
     QThread *home = root->thread();
@@ -307,30 +321,43 @@ void Work::own(ZObject *root)
     m_file->isOwned = true;
 }
 
+std::shared_ptr<void> Work::start() const
+{
+    const QMutexLocker locker(&mutex());
+    ++m_file->starting;
+    return {nullptr, [file = m_file](void *) {
+                QMutexLocker endLocker(&mutex());
+                --file->starting;
+                const QVector<Waiting> waiting = endChange(file);
+                endLocker.unlock();
+                postResume(waiting);
+            }};
+}
+
 ZPluginFile::Root loadRoot(QPluginLoader &loader, QThread *home, bool own)
 {
     if (loader.fileName().isEmpty())
-        return {{}, {}, loader.errorString()};
+        return {{}, {}, {}, loader.errorString()};
     Work work(loader);
     if (!work.obstacle().isNull())
-        return {{}, {}, work.obstacle()};
+        return {{}, {}, {}, work.obstacle()};
     loader.setLoadHints(Hints);
     const QString reason = refusal(loader);
     if (!reason.isEmpty())
-        return {{}, {}, reason};
+        return {{}, {}, {}, reason};
     if (!loader.load()) // takes a share in the file, which instance() does not
-        return {{}, {}, loader.errorString()};
+        return {{}, {}, {}, loader.errorString()};
     work.share(loader);
     QObject *root = loader.instance();
     work.setRoot(root);
     auto *object = qobject_cast<ZObject *>(root);
     if (!object)
-        return {{}, {}, loader.errorString()};
+        return {{}, {}, {}, loader.errorString()};
     if (home && root->thread() == QThread::currentThread())
         root->moveToThread(home);
     if (own)
         work.own(object);
-    return {object, work.owner(), {}};
+    return {object, work.owner(), own ? std::shared_ptr<void>() : work.start(), {}};
 }
 
 /// The deleter of a loader. Of a file that nobody has unloaded, and whose loader is gone, Qt destroys the root as the

@@ -4,6 +4,8 @@
 #include <QPluginLoader>
 #include <QSharedPointer>
 
+#include <memory>
+
 QT_BEGIN_NAMESPACE
 class QThread;
 QT_END_NAMESPACE
@@ -24,6 +26,7 @@ struct Root
 {
     ZObject *object = nullptr;
     QSharedPointer<ZObject> owner; ///< null if it has none
+    std::shared_ptr<void> start;   ///< while it is held nobody destroys the root; let go before the owner
     QString reason;
 };
 

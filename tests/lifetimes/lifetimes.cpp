@@ -23,6 +23,7 @@
 #include <zdefaultlogger.h>
 #include <zdefaultpoolset.h>
 #include <zdefaultscheduler.h>
+#include <zjobpool.h>
 #include <zlibrary.h>
 #include <zobject.h>
 
@@ -59,6 +60,7 @@ class System : public QObject
     Q_PROPERTY(ZDbus *dbus MEMBER dbus)
     Q_PROPERTY(ZContext *context MEMBER context)
     Q_PROPERTY(ZScheduler *scheduler MEMBER scheduler)
+    Q_PROPERTY(ZJobPoolSet *jobPools MEMBER jobPools)
 
 public:
     explicit System(const QStringList &loadList = {}) : emitter(QSharedPointer<ZDefaultEmitter>::create())
@@ -94,6 +96,7 @@ public:
     ZDbus *dbus = nullptr;
     ZContext *context = nullptr;
     ZScheduler *scheduler = nullptr;
+    ZJobPoolSet *jobPools = nullptr;
 };
 
 bool isMapped(const QString &file)
@@ -377,6 +380,33 @@ void componentEndsWithTheThreadItLivesOn()
     thread.wait();
 }
 
+void rootEndsWithTheThreadItLivesOn()
+{
+    Hooks hooks;
+    System system;
+    QThread thread;
+    thread.start();
+    QObject onThread;
+    onThread.moveToThread(&thread);
+    const QSharedPointer<ZLibrary> library = system.loader->load0(QStringLiteral("libmortal.1"));
+    QSharedPointer<ZObject> root = *library;
+    runUntilMortalIsGone();
+    hooks.chain = 1; // which that thread would delete if it ran once more
+    root->moveToThread(&thread);
+    QSharedPointer<QObject> share = root->shared();
+    root.clear();
+    QSemaphore isWaiting, go;
+    QTimer::singleShot(0, &onThread, [&] {
+        isWaiting.release();
+        go.acquire();
+    });
+    isWaiting.acquire();
+    share.clear();
+    thread.quit();
+    go.release();
+    thread.wait();
+}
+
 void rootLivesWhereTheLoaderDoes()
 {
     Hooks hooks;
@@ -530,6 +560,45 @@ void busIsReplacedByWhatItCalls()
     system.dbus->bind0(QUrl(QStringLiteral("//endpoint")), endpoint);
     tell(system.dbus->invoke0(QUrl(QStringLiteral("//endpoint")), nullptr, nullptr) ? "handled" : "not handled");
     tell(system.dbus->find0(QUrl(QStringLiteral("//endpoint"))) ? "the same bus" : "another bus");
+}
+
+void jobPoolsAreReplacedUnderAJobThatAsksForOne()
+{
+    struct Job : ZJob
+    {
+        explicit Job(std::function<void()> deed) : ZJob({}, {}), m_deed(std::move(deed)) {}
+        void run() override { m_deed(); }
+        const std::function<void()> m_deed;
+    };
+    System system;
+    auto *delegate = dynamic_cast<ZDelegate *>(system.jobPools);
+    QSemaphore asked, replaced, done;
+    auto *job = new Job([&] {
+        QSharedPointer<ZReference> held = *delegate; // as a call does
+        asked.release();
+        replaced.acquire();
+        held.clear();
+        done.release();
+    });
+    system.jobPools->find0(QStringLiteral("mine"), 1, 0)->start(QSharedPointer<ZJob>(job, [](ZJob *) {}), false, 0);
+    asked.acquire();
+    system.emitter->zemit0(ZDefaultJobPoolSet::TypeName);
+    replaced.release();
+    done.acquire();
+    QCoreApplication::processEvents();
+    tell("done");
+}
+
+void oneOfTwoLibrariesOfARootGoes()
+{
+    Hooks hooks;
+    System system;
+    const QSharedPointer<ZLibrary> first = system.loader->load0(QStringLiteral("libmortal.1"));
+    QSharedPointer<ZLibrary> second = system.loader->load0(QStringLiteral("mortal.1"));
+    const QSharedPointer<ZObject> root = *first;
+    tell(second && second != first ? "two" : "one");
+    second.clear();
+    tell(root->shared() ? "shared" : "null");
 }
 
 void schedulerIsReplacedByItsOwnCommand()
@@ -878,6 +947,7 @@ const Life lives[] = {
     {"a component without an event loop at home", componentWithoutAnEventLoopAtHomeEndsWhereItIsLetGo},
     {"a component whose thread has ended", componentWhoseThreadHasEndedEndsWhereItIsLetGo},
     {"a component ends with the thread it lives on", componentEndsWithTheThreadItLivesOn},
+    {"a root ends with the thread it lives on", rootEndsWithTheThreadItLivesOn},
     {"a root lives where the loader does", rootLivesWhereTheLoaderDoes},
     {"one count for all shares", oneCountForAllShares},
     {"the loader is replaced by what its list names", loaderIsReplacedByWhatItsListNames},
@@ -887,6 +957,8 @@ const Life lives[] = {
     {"the logger is replaced by what reads its lines", loggerIsReplacedByWhatReadsItsLines},
     {"the context is replaced by a value that it drops", contextIsReplacedByAValueThatItDrops},
     {"the bus is replaced by what it calls", busIsReplacedByWhatItCalls},
+    {"job pools are replaced under a job", jobPoolsAreReplacedUnderAJobThatAsksForOne},
+    {"one of two libraries of a root goes", oneOfTwoLibrariesOfARootGoes},
     {"the scheduler is replaced by its own command", schedulerIsReplacedByItsOwnCommand},
     {"a root ends while another thread loads", rootEndsWhileAnotherThreadLoads},
     {"a root asks for itself as it ends", rootAsksForItselfAsItEnds},
