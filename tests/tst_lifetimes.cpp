@@ -126,6 +126,9 @@ void tst_Lifetimes::operationsFinishThoughTheirServiceIsReplaced_data()
     QTest::newRow("the context is replaced by a value that it drops") << QStringList{"dropped"} << QString();
     QTest::newRow("the bus is replaced by what it calls") << QStringList{"handled", "another bus"} << QString();
     QTest::newRow("job pools are replaced under a job") << QStringList{"done"} << QString();
+    QTest::newRow("thread pools are replaced under an activity") << QStringList{"done"} << QString();
+    QTest::newRow("plugins are dropped while one is loaded")
+        << QStringList{"loaded: libother.1", "loaded: libmortal"} << QStringLiteral("failed to rename");
     QTest::newRow("one of two libraries of a root goes") << QStringList{"two", "shared"} << QString();
     QTest::newRow("the scheduler is replaced by its own command") << QStringList{"withdrawn"} << QString();
 }

@@ -10,6 +10,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QSemaphore>
+#include <QTemporaryDir>
 #include <QTemporaryFile>
 #include <QThread>
 #include <QTimer>
@@ -61,6 +62,7 @@ class System : public QObject
     Q_PROPERTY(ZContext *context MEMBER context)
     Q_PROPERTY(ZScheduler *scheduler MEMBER scheduler)
     Q_PROPERTY(ZJobPoolSet *jobPools MEMBER jobPools)
+    Q_PROPERTY(ZThreadPoolSet *threadPools MEMBER threadPools)
 
 public:
     explicit System(const QStringList &loadList = {}) : emitter(QSharedPointer<ZDefaultEmitter>::create())
@@ -97,6 +99,7 @@ public:
     ZContext *context = nullptr;
     ZScheduler *scheduler = nullptr;
     ZJobPoolSet *jobPools = nullptr;
+    ZThreadPoolSet *threadPools = nullptr;
 };
 
 bool isMapped(const QString &file)
@@ -589,6 +592,65 @@ void jobPoolsAreReplacedUnderAJobThatAsksForOne()
     tell("done");
 }
 
+void threadPoolsAreReplacedUnderAnActivity()
+{
+    struct Activity : ZScheduledActivity
+    {
+        explicit Activity(std::function<void()> deed)
+            : ZScheduledActivity(QSharedPointer<ZPeriodicSchedule>::create(1)), m_deed(std::move(deed))
+        {}
+        bool run() override
+        {
+            m_deed();
+            return false;
+        }
+        const std::function<void()> m_deed;
+    };
+    System system;
+    auto *delegate = dynamic_cast<ZDelegate *>(system.threadPools);
+    QSemaphore asked, replaced, done;
+    system.scheduler->schedule0(QSharedPointer<Activity>::create([&] {
+        QSharedPointer<ZReference> held = *delegate; // as a call does
+        asked.release();
+        replaced.acquire();
+        held.clear();
+        done.release();
+    }));
+    asked.acquire();
+    system.emitter->zemit0(ZDefaultThreadPoolSet::TypeName);
+    replaced.release();
+    done.acquire();
+    QCoreApplication::processEvents();
+    tell("done");
+}
+
+void pluginsAreDroppedWhileOneIsLoaded()
+{
+    Hooks hooks;
+    const QTemporaryDir aside;
+    const auto moveBoth = [](const QString &from, const QString &to) {
+        for (const char *name : {"/libmortal.so", "/libother.1.so"})
+            QFile::rename(from + QLatin1String(name), to + QLatin1String(name));
+    };
+    moveBoth(deployed, aside.path());
+    hooks.constructed = [&] {
+        hooks.constructed = {};
+        QFile(hotDeploy + QStringLiteral("/note")).open(QIODevice::WriteOnly); // the folder is looked at again
+        QEventLoop nested;
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, &nested, [&] {
+            if (QFileInfo::exists(deployed + QStringLiteral("/libother.1.so")))
+                nested.quit();
+        });
+        poll.start(1);
+        nested.exec();
+    };
+    System system;
+    QTimer::singleShot(0, [&] { moveBoth(aside.path(), hotDeploy); });
+    runUntil([] { return QFileInfo::exists(deployed + QStringLiteral("/libmortal.so")); });
+    runUntilMortalIsGone();
+}
+
 void oneOfTwoLibrariesOfARootGoes()
 {
     Hooks hooks;
@@ -958,6 +1020,8 @@ const Life lives[] = {
     {"the context is replaced by a value that it drops", contextIsReplacedByAValueThatItDrops},
     {"the bus is replaced by what it calls", busIsReplacedByWhatItCalls},
     {"job pools are replaced under a job", jobPoolsAreReplacedUnderAJobThatAsksForOne},
+    {"thread pools are replaced under an activity", threadPoolsAreReplacedUnderAnActivity},
+    {"plugins are dropped while one is loaded", pluginsAreDroppedWhileOneIsLoaded},
     {"one of two libraries of a root goes", oneOfTwoLibrariesOfARootGoes},
     {"the scheduler is replaced by its own command", schedulerIsReplacedByItsOwnCommand},
     {"a root ends while another thread loads", rootEndsWhileAnotherThreadLoads},
