@@ -394,7 +394,6 @@ void rootEndsWithTheThreadItLivesOn()
     const QSharedPointer<ZLibrary> library = system.loader->load0(QStringLiteral("libmortal.1"));
     QSharedPointer<ZObject> root = *library;
     runUntilMortalIsGone();
-    hooks.chain = 1; // which that thread would delete if it ran once more
     root->moveToThread(&thread);
     QSharedPointer<QObject> share = root->shared();
     root.clear();
