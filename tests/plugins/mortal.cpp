@@ -71,10 +71,12 @@ public:
     {
         if (const auto constructed = m_hooks->constructed) // a copy, since it may put another in its place
             constructed();
-        connect(&m_timer, &QTimer::timeout, this, [this] { ++m_ticks; });
         connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { m_self.clear(); });
-        if (m_hooks->ticks)
-            m_timer.start(1);
+        if (m_hooks->ticks) {
+            auto *timer = new QTimer(this);
+            connect(timer, &QTimer::timeout, this, [this] { ++m_ticks; });
+            timer->start(1);
+        }
         if (m_hooks->shoots) {
             QTimer::singleShot(100, this, [] { std::fputs("shot\n", stderr); });
             QTimer::singleShot(100, this, &Mortal::shoot);
@@ -116,7 +118,6 @@ public:
 
 private:
     Hooks *const m_hooks = Hooks::instance();
-    QTimer m_timer{this};
     int m_ticks = 0;
     QSharedPointer<QObject> m_self;
     ZJobPool m_pool{1, 0};
