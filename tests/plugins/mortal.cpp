@@ -57,7 +57,7 @@ private:
     const int m_left;
 };
 
-/// A root that lives and ends as the program's hooks say. It has a timer, which must end on its own thread.
+/// A root that lives and ends as the program's hooks say.
 class Mortal : public ZObject, public ZTempFile
 {
     Q_OBJECT
