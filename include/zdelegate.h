@@ -9,9 +9,13 @@
 #include <QSharedPointer>
 #include <QVariant>
 
+#include <atomic>
 #include <functional>
 #include <type_traits>
 #include <utility>
+
+class ZCallNote;
+class ZTarget;
 
 /**
  * The base of all delegates: stands for a component that may be exchanged while everyone who uses it keeps their
@@ -70,10 +74,9 @@ protected:
     auto forward(Operation Interface::*operation,
                  std::invoke_result_t<Operation Interface::*, Interface &, Args...> neutral, Args &&...args) const
     {
-        const auto [component, part] = hold(qobject_interface_iid<Interface *>());
-        return part ? lend(component,
-                           std::invoke(operation, static_cast<Interface *>(part), std::forward<Args>(args)...))
-                    : std::move(neutral);
+        const Call call(*this);
+        auto *const part = call.part<Interface>();
+        return part ? lend(call, std::invoke(operation, part, std::forward<Args>(args)...)) : std::move(neutral);
     }
 
     /// The same for an operation without a result.
@@ -81,34 +84,62 @@ protected:
     auto forward(Operation Interface::*operation, Args &&...args) const
         -> std::enable_if_t<std::is_void_v<std::invoke_result_t<Operation Interface::*, Interface &, Args...>>>
     {
-        const auto [component, part] = hold(qobject_interface_iid<Interface *>());
-        if (part)
-            std::invoke(operation, static_cast<Interface *>(part), std::forward<Args>(args)...);
+        const Call call(*this);
+        if (auto *const part = call.part<Interface>())
+            std::invoke(operation, part, std::forward<Args>(args)...);
     }
 
 private:
     Q_DISABLE_COPY(ZDelegate)
     friend class ZEmitterLock;
 
-    struct Target
+    /// Keeps the component that there is at its beginning to its end: the time of one call.
+    class ZDEFAULT_EXPORT Call
     {
-        QSharedPointer<QObject> component;
-        void *part;
+    public:
+        explicit Call(const ZDelegate &delegate);
+        ~Call()
+        {
+            if (m_target)
+                end();
+        }
+
+        /// The component as an `Interface`; null if there is none, or if it lacks the interface.
+        template <class Interface>
+        Interface *part() const
+        {
+            return m_component
+                       ? static_cast<Interface *>(m_component->qt_metacast(qobject_interface_iid<Interface *>()))
+                       : nullptr;
+        }
+        /// To be asked for only where there is a part.
+        const QSharedPointer<QObject> &component() const;
+
+    private:
+        Q_DISABLE_COPY(Call)
+        static ZTarget *share(const ZDelegate &delegate);
+        void end();
+
+        ZTarget *m_target = nullptr;
+        ZCallNote *m_note = nullptr; // which keeps the target; where there is none, this is a share of it
+        QObject *m_component = nullptr;
     };
-    Target hold(const char *identifier) const;
 
     template <class Result>
-    static Result lend(const QSharedPointer<QObject> &component, Result result)
+    static Result lend(const Call &call, Result result)
     {
         if constexpr (ZLender::isLent<Result>()) {
-            if (isFromPlugin(component.data()))
-                ZLender(component).lend(result);
+            if (isFromPlugin(call.component().data()))
+                ZLender(call.component()).lend(result);
         }
         return result;
     }
     static bool isFromPlugin(const QObject *component);
 
+    static ZTarget *target(const QSharedPointer<ZReference> &reference);
+
     mutable QMutex m_mutex;
     QSharedPointer<ZReference> m_reference;
     QVariant m_value;
+    std::atomic<ZTarget *> m_target; // of the reference; null if that has no component
 };

@@ -95,7 +95,9 @@ ZEmitterLock::ZEmitterLock(ZEmitter *emitter)
 {
     auto *component = dynamic_cast<ZDefaultEmitter *>(emitter);
     if (auto *delegate = dynamic_cast<ZEmitterDelegate *>(emitter)) {
-        m_emitter = delegate->hold(qobject_interface_iid<ZEmitter *>()).component;
+        const ZDelegate::Call call(*delegate);
+        if (call.part<ZEmitter>())
+            m_emitter = call.component();
         component = qobject_cast<ZDefaultEmitter *>(m_emitter.data());
     }
     if (component)

@@ -16,15 +16,14 @@ ZReference::~ZReference() = default;
 
 bool ZReference::isNull() const { return m_object.isNull(); }
 
-ZDelegate::ZDelegate(QSharedPointer<ZReference> reference) : m_reference(std::move(reference)) {}
+ZDelegate::ZDelegate(QSharedPointer<ZReference> reference)
+    : m_reference(std::move(reference)), m_target(target(m_reference))
+{}
 
-ZDelegate::~ZDelegate() = default;
-
-QSharedPointer<ZReference> ZDelegate::replace(QSharedPointer<ZReference> reference)
+ZDelegate::~ZDelegate()
 {
-    const QMutexLocker locker(&m_mutex);
-    m_reference.swap(reference);
-    return reference;
+    while (replace({})) { // a component may put another one in its place as it ends
+    }
 }
 
 ZDelegate::operator QSharedPointer<ZReference>()
@@ -45,14 +44,6 @@ QSharedPointer<ZReference> ZDelegate::refer(QObject *object)
 QSharedPointer<ZReference> ZDelegate::refer(QSharedPointer<QObject> object)
 {
     return QSharedPointer<ZReference>::create(std::move(object));
-}
-
-ZDelegate::Target ZDelegate::hold(const char *identifier) const
-{
-    const QMutexLocker locker(&m_mutex);
-    if (!m_reference || !m_reference->m_object)
-        return {};
-    return {m_reference->m_object, m_reference->m_object->qt_metacast(identifier)};
 }
 
 bool ZDelegate::isFromPlugin(const QObject *component)
