@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A call through a delegate: alone, and from two threads.
+// A call through a delegate: alone, and from many threads; and the exchange of what it calls.
 #include <benchmark/benchmark.h>
 
 #include <QMutex>
@@ -7,10 +7,9 @@
 #include <QObject>
 #include <QSharedPointer>
 
-#include <algorithm>
-#include <array>
-#include <cstdlib>
-#include <iterator>
+#include <atomic>
+#include <string>
+#include <thread>
 
 #include <pthread.h>
 #include <sched.h>
@@ -67,8 +66,30 @@ public:
     int add(int number) override { return forward(&Adder::add, 0, number); }
 };
 
-/// What the rules of a forwarded call demand: a strong copy and the interface taken under a lock, then the call.
-class alignas(128) Floor : public Adder
+/// The least that keeps a component for the time of a call without a place that threads share: its note written, read
+/// against, and taken back, and the component asked for the interface.
+class Floor : public Adder
+{
+public:
+    int add(int number) override
+    {
+        QObject *const component = m_component.load(std::memory_order_relaxed);
+        note.store(component, std::memory_order_seq_cst);
+        if (m_component.load(std::memory_order_seq_cst) != component)
+            return 0;
+        const int result = static_cast<Adder *>(component->qt_metacast(qobject_interface_iid<Adder *>()))->add(number);
+        QObject *noted = component;
+        note.compare_exchange_strong(noted, nullptr, std::memory_order_release, std::memory_order_acquire);
+        return result;
+    }
+
+private:
+    alignas(128) inline static thread_local std::atomic<QObject *> note{nullptr};
+    std::atomic<QObject *> m_component{new Sum};
+};
+
+/// A call that copies a strong pointer under a lock: what all threads write to lies in two places.
+class alignas(128) LockAndCount : public Adder
 {
 public:
     int add(int number) override
@@ -82,49 +103,34 @@ public:
         }
         return part ? static_cast<Adder *>(part)->add(number) : 0;
     }
+    QSharedPointer<QObject> replace(QSharedPointer<QObject> component)
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_component.swap(component);
+        return component;
+    }
 
 private:
     QMutex m_mutex;
     QSharedPointer<QObject> m_component{new Sum};
 };
 
-/// A heap that has been in use hands out small blocks side by side: the next two share a cache line.
-void useHeap()
+constexpr int MostThreads = 8;
+
+/// One of each, for each thread.
+template <class Callee>
+Callee &at(int index)
 {
-    constexpr size_t countsOfOnePointer = 24;
-    static void *blocks[16];
-    for (void *&block : blocks)
-        block = malloc(countsOfOnePointer);
-    const auto line = [](void *block) { return reinterpret_cast<quintptr>(block) / 64; };
-    const auto pair =
-        std::adjacent_find(std::begin(blocks), std::end(blocks), [&](void *a, void *b) { return line(a) == line(b); });
-    if (pair == std::end(blocks))
-        return;
-    free(pair[0]);
-    free(pair[1]);
-    pair[0] = pair[1] = nullptr;
+    static Callee callees[MostThreads];
+    return callees[index];
 }
-
-using Delegates = std::array<QSharedPointer<AdderDelegate>, 2>;
-
-/// Two delegates made one after the other, as an application makes them.
-Delegates makeDelegates()
+template <>
+AdderDelegate &at(int index)
 {
-    useHeap();
-    return {QSharedPointer<AdderDelegate>::create(new Sum), QSharedPointer<AdderDelegate>::create(new Sum)};
-}
-
-AdderDelegate &delegate(int index)
-{
-    static const Delegates delegates = makeDelegates();
-    return *delegates[size_t(index)];
-}
-
-/// Two floors that lie so far apart that they share no cache line.
-Floor &floorAt(int index)
-{
-    static Floor floors[32];
-    return floors[index * 31];
+    static AdderDelegate *const callees[MostThreads] = {
+        new AdderDelegate(new Sum), new AdderDelegate(new Sum), new AdderDelegate(new Sum), new AdderDelegate(new Sum),
+        new AdderDelegate(new Sum), new AdderDelegate(new Sum), new AdderDelegate(new Sum), new AdderDelegate(new Sum)};
+    return *callees[index];
 }
 
 void call(benchmark::State &state, Adder &adder)
@@ -134,8 +140,11 @@ void call(benchmark::State &state, Adder &adder)
         benchmark::DoNotOptimize(number = adder.add(number));
 }
 
-void ours(benchmark::State &state) { call(state, delegate(0)); }
-void floor(benchmark::State &state) { call(state, floorAt(0)); }
+template <class Callee>
+void alone(benchmark::State &state)
+{
+    call(state, at<Callee>(0));
+}
 
 /// Keeps the thread on a processor of its own: on a busy machine two would else take turns on one, and never meet.
 class Pinned
@@ -156,16 +165,32 @@ private:
 };
 
 template <class Callee>
-void together(benchmark::State &state, Callee &callee)
+void onOne(benchmark::State &state)
 {
-    const Pinned pinned(size_t(state.thread_index()));
-    call(state, callee);
+    const Pinned pinned(size_t(state.thread_index()) % std::thread::hardware_concurrency());
+    call(state, at<Callee>(0));
 }
 
-void oursShared(benchmark::State &state) { together(state, delegate(0)); }
-void floorShared(benchmark::State &state) { together(state, floorAt(0)); }
-void oursApart(benchmark::State &state) { together(state, delegate(state.thread_index())); }
-void floorApart(benchmark::State &state) { together(state, floorAt(state.thread_index())); }
+template <class Callee>
+void onOneEach(benchmark::State &state)
+{
+    const Pinned pinned(size_t(state.thread_index()) % std::thread::hardware_concurrency());
+    call(state, at<Callee>(state.thread_index()));
+}
+
+/// What is measured is the processors' time for a call. A fixed number of them, or threads that start and wait would be
+/// measured with it.
+template <class Callee>
+void registerThreads(const char *what)
+{
+    for (const int threads : {1, 2, 4, 8}) {
+        const std::string rest = std::string(what) + "/" + std::to_string(threads);
+        for (auto *bench :
+             {benchmark::RegisterBenchmark(("threads on one delegate/" + rest).c_str(), onOne<Callee>),
+              benchmark::RegisterBenchmark(("threads on a delegate each/" + rest).c_str(), onOneEach<Callee>)})
+            bench->Threads(threads)->Iterations(300000);
+    }
+}
 
 void virtualCall(benchmark::State &state)
 {
@@ -198,8 +223,9 @@ void invokeMethod(benchmark::State &state)
     }
 }
 
-BENCHMARK(ours)->Name("forwarded call/ours");
-BENCHMARK(floor)->Name("forwarded call/floor");
+BENCHMARK(alone<AdderDelegate>)->Name("forwarded call/ours");
+BENCHMARK(alone<Floor>)->Name("forwarded call/floor");
+BENCHMARK(alone<LockAndCount>)->Name("forwarded call/peer: lock and count");
 BENCHMARK(virtualCall)->Name("forwarded call/peer: virtual call");
 BENCHMARK(qtSignal)->Name("forwarded call/peer: Qt direct signal");
 BENCHMARK(invokeMethod)->Name("forwarded call/peer: invokeMethod by name");
@@ -250,10 +276,12 @@ void pocoEvent(benchmark::State &state)
 BENCHMARK(pocoEvent)->Name("forwarded call/peer: POCO event");
 #endif
 
-BENCHMARK(oursShared)->Name("two threads, one delegate/ours")->Threads(2)->UseRealTime();
-BENCHMARK(floorShared)->Name("two threads, one delegate/floor")->Threads(2)->UseRealTime();
-BENCHMARK(oursApart)->Name("two threads, two delegates/ours")->Threads(2)->UseRealTime();
-BENCHMARK(floorApart)->Name("two threads, two delegates/floor")->Threads(2)->UseRealTime();
+const bool areThreadsRegistered = [] {
+    registerThreads<AdderDelegate>("ours");
+    registerThreads<Floor>("floor");
+    registerThreads<LockAndCount>("peer: lock and count");
+    return true;
+}();
 
 } // namespace
 

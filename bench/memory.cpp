@@ -7,6 +7,8 @@
 #include <QMutex>
 #include <QObject>
 #include <QPluginLoader>
+#include <QSemaphore>
+#include <QThread>
 
 #include <deque>
 #include <memory>
@@ -62,6 +64,8 @@ void measure(benchmark::State &state, int count, Make make)
 
 constexpr int Endpoints = 100000;
 constexpr int Components = 10000;
+constexpr int Threads = 200;
+constexpr unsigned SmallStack = 128 * 1024;
 constexpr int Versions = 200;
 
 class Subscriber : public ZDbusSubscriber
@@ -109,6 +113,55 @@ void componentFloor(benchmark::State &state)
     });
 }
 
+/// Threads that have started, and call once each time they are told to. None ends before the program: another one would
+/// get its notes, and take nothing.
+class Callers
+{
+public:
+    Callers()
+    {
+        for (int i = 0; i < Threads; ++i) {
+            m_threads.emplace_back(QThread::create([this] {
+                benchmark::DoNotOptimize(std::make_unique<int>(0)); // a thread's first piece of memory costs for itself
+                m_started.release();
+                m_go.acquire();
+                benchmark::DoNotOptimize(m_delegate.version());
+                m_called.release();
+                m_end.acquire();
+            }));
+            m_threads.back()->setStackSize(SmallStack);
+            m_threads.back()->start();
+        }
+        m_started.acquire(Threads);
+    }
+    ~Callers()
+    {
+        m_end.release(Threads);
+        for (const auto &thread : m_threads)
+            thread->wait();
+    }
+    void call()
+    {
+        m_go.release(Threads);
+        m_called.acquire(Threads);
+    }
+
+private:
+    Q_DISABLE_COPY(Callers)
+    TellerDelegate m_delegate{QSharedPointer<QObject>(new Component)};
+    std::vector<std::unique_ptr<QThread>> m_threads;
+    QSemaphore m_started, m_go, m_called, m_end;
+};
+
+void threadThatCalls(benchmark::State &state)
+{
+    static std::deque<Callers> callers;
+    Callers &next = callers.emplace_back();
+    measure(state, 1, [&](int) { next.call(); });
+    for (const char *const counter : {"bytes", "resident"})
+        state.counters[counter].value /= Threads;
+}
+
 void version(benchmark::State &state)
 {
     const PluginFolder folder;
@@ -144,6 +197,7 @@ BENCHMARK(endpoint)->Name("memory of an endpoint/ours")->Iterations(1);
 BENCHMARK(endpointFloor)->Name("memory of an endpoint/floor")->Iterations(1);
 BENCHMARK(component)->Name("memory of a component with its delegate/ours")->Iterations(1);
 BENCHMARK(componentFloor)->Name("memory of a component with its delegate/floor")->Iterations(1);
+BENCHMARK(threadThatCalls)->Name("memory of a thread that has called/ours")->Iterations(1);
 BENCHMARK(version)->Name("memory of a loaded version/ours")->Iterations(1);
 BENCHMARK(versionFloor)->Name("memory of a loaded version/floor")->Iterations(1);
 

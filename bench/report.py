@@ -81,15 +81,20 @@ def peers(whats):
     return {what[len("peer: "):]: figure for what, figure in whats.items() if what.startswith("peer: ")}
 
 
-def missed(goal, ours, floor):
-    """Whether a goal that is a number is missed: '1.05 x floor' or '5 ns'."""
-    match = re.match(r"([\d.]+) (x|ns|us|ms|s)\b", goal)
+def missed(goal, ours, whats, arguments):
+    """Whether a goal is missed that begins with a number: '5 ns', '0.6 x lock and count', or '1.15 x one thread', which
+    is what ours takes with the argument 1."""
+    match = re.match(r"([\d.]+) (x|ns|us|ms|s)\b ?([^;]*)", goal)
     if not match:
         return False
     limit = float(match[1])
-    if match[2] == "x":
-        return floor is not None and ours.median > limit * floor.median
-    return ours.median > limit * NANOSECONDS[match[2]]
+    if match[2] != "x":
+        return ours.median > limit * NANOSECONDS[match[2]]
+    if match[3] == "one thread":
+        other = arguments.get("1", {}).get("ours")
+    else:
+        other = whats.get(match[3]) or whats.get("peer: " + match[3])
+    return other is not None and ours.median > limit * other.median
 
 
 def rows(table, goals):
@@ -107,7 +112,7 @@ def rows(table, goals):
             if argument:
                 label += f", {int(argument):,}" if argument.isdigit() else f", {argument}"
             ratio = f"{ours.median / floor.median:.2f}" if ours and floor and floor.median else ""
-            shown = f"**{goal}**" if ours and missed(goal, ours, floor) else goal
+            shown = f"**{goal}**" if ours and missed(goal, ours, whats, arguments) else goal
             cells = [label, ours.text() if ours else "", floor.text() if floor else "", ratio, shown, "; ".join(others)]
             yield "| " + " | ".join(cells) + " |"
 

@@ -13,7 +13,8 @@ ZAllCallNotes allNotes;
 QBasicMutex freeMutex;
 ZCallNotes *freeNotes = nullptr; // of threads that have ended
 
-// Looked at by each call. The library is linked to programs, or loaded once and for good: the faster way to find it will do.
+// Looked at by each call. The library is linked to programs, or loaded once and for good: the faster way to find it
+// will do.
 thread_local ZCallNotes *ownNotes [[gnu::tls_model("initial-exec")]] = nullptr;
 thread_local bool hasEnded = false; // its own objects are being destroyed
 

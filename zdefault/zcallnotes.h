@@ -9,8 +9,8 @@
 
 class QObject;
 
-/// The component behind a delegate from one exchange to the next. It lets its share of the component go with the last of
-/// its own shares: the delegate has one, and calls that an exchange has caught running have one each.
+/// The component behind a delegate from one exchange to the next. It lets its share of the component go with the last
+/// of its own shares: the delegate has one, and calls that an exchange has caught running have one each.
 class ZTarget
 {
 public:
@@ -119,7 +119,8 @@ public:
     void add(ZCallNotes *notes)
     {
         notes->next = m_first.load(std::memory_order_relaxed);
-        while (!m_first.compare_exchange_weak(notes->next, notes, std::memory_order_seq_cst, std::memory_order_relaxed)) {
+        while (
+            !m_first.compare_exchange_weak(notes->next, notes, std::memory_order_seq_cst, std::memory_order_relaxed)) {
         }
     }
 

@@ -2,7 +2,6 @@
 #include "zdelegate.h"
 
 #include "zobject.h"
-#include "zown.h"
 #include "zowned.h"
 
 #include <QMutexLocker>
@@ -38,7 +37,7 @@ QSharedPointer<ZReference> ZDelegate::refer(QObject *object)
 {
     if (auto *owned = dynamic_cast<ZOwned *>(object))
         return refer(isFromPlugin(object) ? owned->shared() : owned->owned());
-    return refer(zOwn(object));
+    return refer(QSharedPointer<QObject>(object));
 }
 
 QSharedPointer<ZReference> ZDelegate::refer(QSharedPointer<QObject> object)

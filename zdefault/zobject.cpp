@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zobject.h"
 
+#include "zeventloop.h"
 #include "zlibrary.h"
-#include "zown.h"
 
 #include <QMutex>
 #include <QMutexLocker>
@@ -23,7 +23,6 @@ struct Holding
 struct LetGoAtHome
 {
     Holding *holding;
-    ZOwnLine line;
 
     void operator()(QObject *root) const { zLetGoAtHome(root, std::shared_ptr<Holding>(holding)); }
 };
@@ -58,7 +57,7 @@ QSharedPointer<QObject> ZObject::shared()
     const QMutexLocker locker(&libraryMutex);
     QSharedPointer<QObject> share = m_share.toStrongRef();
     if (!share) {
-        share = {static_cast<QObject *>(root.data()), LetGoAtHome{new Holding{library, root}, {}}};
+        share = {static_cast<QObject *>(root.data()), LetGoAtHome{new Holding{library, root}}};
         m_share = share;
     }
     return share;

@@ -140,8 +140,8 @@ struct Ending
     void (*end)();
 };
 const Ending endings[] = {
-    {"static objects", staticObjects},     {"objects of a thread", objectsOfAThread},
-    {"keys of a thread", keysOfAThread},   {"exit within a call", exitWithinACall},
+    {"static objects", staticObjects},    {"objects of a thread", objectsOfAThread},
+    {"keys of a thread", keysOfAThread},  {"exit within a call", exitWithinACall},
     {"exit under calls", exitUnderCalls}, {"fork", fork},
 };
 
