@@ -16,12 +16,16 @@
 #include <thread>
 #include <vector>
 
+#include <pthread.h>
+
 namespace {
 
 constexpr int LongTime = 30000;
 constexpr int Deeper = 20; // than a thread has notes
+constexpr int Many = 40;   // threads, more than have their notes side by side
 
-std::atomic_int aligned{0}; // pieces of memory with an alignment of their own that were asked for
+std::atomic_int aligned{0};      // pieces of memory with an alignment of their own that were asked for
+std::atomic_bool isShort{false}; // they are refused
 
 /// A component that holds calls up.
 class Held
@@ -54,7 +58,7 @@ public:
 void *operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t &) noexcept
 {
     ++aligned;
-    return std::aligned_alloc(std::size_t(alignment), size);
+    return isShort ? nullptr : std::aligned_alloc(std::size_t(alignment), size);
 }
 void operator delete(void *memory, std::align_val_t) noexcept { std::free(memory); }
 
@@ -74,7 +78,9 @@ private Q_SLOTS:
     void aReferenceMayBeBehindTwoDelegates();
     void aReferenceMayComeBack();
     void aComponentThatThrowsWhileItIsAskedIsLetGo();
+    void threadsThatHaveEndedTakeNoMemory_data();
     void threadsThatHaveEndedTakeNoMemory();
+    void callsAreAnsweredThoughThereIsNoMemoryForNotes();
     void idleThreadsKeepNothing();
     void everybodyCallsAndExchanges();
     void programsCallAsTheyEnd_data();
@@ -241,32 +247,69 @@ void tst_Calls::aComponentThatThrowsWhileItIsAskedIsLetGo()
     QVERIFY(!thrower);
 }
 
+void tst_Calls::threadsThatHaveEndedTakeNoMemory_data()
+{
+    QTest::addColumn<bool>("callsFirstAsItEnds");
+    QTest::newRow("called while they ran") << false;
+    QTest::newRow("called first as they ended") << true;
+}
+
 void tst_Calls::threadsThatHaveEndedTakeNoMemory()
 {
-    constexpr int atOnce = 10;
-    CounterDelegate delegate({});
+    QFETCH(bool, callsFirstAsItEnds);
+    static CounterDelegate delegate({}); // for the key's destructor, which can be given but one pointer
     delegate.replace(counting(1));
+    pthread_key_t key;
+    QCOMPARE(pthread_key_create(&key, [](void *) { delegate.count(0); }), 0);
     const auto run = [&] {
-        QSemaphore called, goOn;
+        QSemaphore started, goOn;
         std::vector<std::thread> threads;
-        for (int i = 0; i < atOnce; ++i) {
+        for (int i = 0; i < Many; ++i) {
             threads.emplace_back([&] {
-                delegate.count(0);
-                called.release();
+                if (callsFirstAsItEnds)
+                    pthread_setspecific(key, &delegate);
+                else
+                    delegate.count(0);
+                started.release();
                 goOn.acquire();
             });
         }
-        called.acquire(atOnce);
-        goOn.release(atOnce);
+        started.acquire(Many);
+        goOn.release(Many);
         for (std::thread &thread : threads)
             thread.join();
     };
     run();
     const int before = aligned;
-    QVERIFY(before >= atOnce);
+    QVERIFY(before > 0);
     for (int i = 0; i < 20; ++i)
         run();
     QCOMPARE(aligned.load(), before);
+    pthread_key_delete(key);
+    delegate.replace({});
+}
+
+void tst_Calls::callsAreAnsweredThoughThereIsNoMemoryForNotes()
+{
+    constexpr int moreThanEver = 4 * Many;
+    Held held;
+    CounterDelegate delegate({});
+    delegate.replace(held.reference(1));
+    isShort = true;
+    std::atomic_int answers{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < moreThanEver; ++i)
+        threads.emplace_back([&] { answers += delegate.count(0); });
+    const bool allInside = held.waitFor(moreThanEver);
+    isShort = false;
+    delegate.replace({});
+    QCOMPARE(Component::alive.load(), 1);
+    held.release(moreThanEver);
+    for (std::thread &thread : threads)
+        thread.join();
+    QVERIFY(allInside);
+    QCOMPARE(answers.load(), moreThanEver);
+    QCOMPARE(Component::alive.load(), 0);
 }
 
 void tst_Calls::idleThreadsKeepNothing()

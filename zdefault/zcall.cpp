@@ -2,55 +2,42 @@
 #include "zcallnotes.h"
 #include "zdelegate.h"
 
-#include <QMutex>
 #include <QMutexLocker>
 
-#include <new>
+#include <pthread.h>
 
 namespace {
 
 ZAllCallNotes allNotes;
-QBasicMutex freeMutex;
-ZCallNotes *freeNotes = nullptr; // of threads that have ended
 
 // Looked at by each call. The library is linked to programs, or loaded once and for good: the faster way to find it
 // will do.
 thread_local ZCallNotes *ownNotes [[gnu::tls_model("initial-exec")]] = nullptr;
-thread_local bool hasEnded = false; // its own objects are being destroyed
+thread_local bool hasEnded = false;
 
-/// Passes the notes of a thread on when it ends.
-struct Farewell
+/// Passes the notes of a thread on when it ends: what calls after that must do with shares. It is no object of the
+/// thread, since calls may come after the end of those, and such objects cannot be refused where memory is short.
+void passOn(void *notes)
 {
-    ~Farewell()
-    {
-        const QMutexLocker locker(&freeMutex);
-        ownNotes->nextFree = freeNotes;
-        freeNotes = ownNotes;
-        ownNotes = nullptr;
-        hasEnded = true;
-    }
-};
+    ownNotes = nullptr;
+    hasEnded = true;
+    static_cast<ZCallNotes *>(notes)->block->giveBack(static_cast<ZCallNotes *>(notes));
+}
 
-/// Gives the calling thread notes; null if it is too late or no memory is left for that: then a share must do.
+pthread_key_t endOfThread;
+const bool hasKey = pthread_key_create(&endOfThread, passOn) == 0; // there are so many for a process
+
+/// Gives the calling thread notes; null if that cannot be, and then a share must do.
 ZCallNotes *enlist()
 {
-    if (hasEnded)
+    if (hasEnded || !hasKey)
         return nullptr;
-    {
-        const QMutexLocker locker(&freeMutex);
-        ownNotes = freeNotes;
-        if (ownNotes)
-            freeNotes = ownNotes->nextFree;
+    ZCallNotes *const notes = allNotes.take();
+    if (notes && pthread_setspecific(endOfThread, notes) != 0) { // no memory
+        notes->block->giveBack(notes);
+        return nullptr;
     }
-    if (!ownNotes) {
-        ownNotes = new (std::nothrow) ZCallNotes;
-        if (!ownNotes)
-            return nullptr;
-        allNotes.add(ownNotes);
-    }
-    static thread_local const Farewell farewell;
-    Q_UNUSED(farewell)
-    return ownNotes;
+    return ownNotes = notes;
 }
 
 } // namespace
