@@ -67,9 +67,9 @@ protected:
         m_value = QVariant::fromValue(self);
     }
 
-    /// Calls `operation` on the component, which is found by the interface's identifier and kept alive meanwhile.
-    /// Returns `neutral` if there is none. Shared pointers that a plugin's component returns, in containers too, keep
-    /// the plugin (`ZLender`).
+    /// Calls `operation`, which `Interface` itself declares, on the component, which is found by the interface's
+    /// identifier and kept alive meanwhile. Returns `neutral` if there is none. Shared pointers that a plugin's
+    /// component returns, in containers too, keep the plugin (`ZLender`).
     template <class Interface, class Operation, class... Args>
     auto forward(Operation Interface::*operation,
                  std::invoke_result_t<Operation Interface::*, Interface &, Args...> neutral, Args &&...args) const
