@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commandline.h"
+
+#include <QCommandLineParser>
+#include <QJsonDocument>
+
+namespace {
+
+const char description[] =
+    "Runs the plugins that a configuration names, until it is told to stop (SIGINT or SIGTERM).\n"
+    "\n"
+    "CONFIG.json holds one JSON object. Its section \"logger\" switches what is written to stderr. Its section\n"
+    "\"loader\" names the plugins to load (\"load-list\"), the folder that they are loaded from (\"deployed\") and "
+    "the\n"
+    "folder that is watched for new ones (\"hot-deploy\"); a relative folder is taken from the folder in which the\n"
+    "program zhost itself lies, not from the working directory. Its section \"filesystem\" says where temporary files\n"
+    "are made. Its list \"schedule\" has bus calls that are made on a timetable, such as\n"
+    "\n"
+    "  {\"url\": \"//report/daily\", \"every\": 60000, \"from\": \"08:00:00\", \"to\": \"18:30:00\", \"repeat\": "
+    "true}\n"
+    "\n"
+    "of which \"every\" is in milliseconds; without \"from\" and \"to\" it goes on all day. A repeated call goes on "
+    "until\n"
+    "nobody handles it.\n"
+    "\n"
+    "The bus endpoint //zhost/printd tells what is wired and what runs.\n"
+    "\n"
+    "Exit status: 0 stopped as told, --check found nothing, --call was handled; 1 something had to be left running,\n"
+    "--check found something wrong, --call was not handled; 2 the command line or the configuration file cannot be "
+    "used.";
+
+struct Parser : QCommandLineParser
+{
+    Parser()
+    {
+        setApplicationDescription(QString::fromLatin1(description));
+        addOptions({check, call, in});
+        addPositionalArgument(QStringLiteral("CONFIG.json"), QStringLiteral("The configuration."));
+    }
+
+    const QCommandLineOption help = addHelpOption();
+    const QCommandLineOption version = addVersionOption();
+    const QCommandLineOption check{QStringLiteral("check"),
+                                   QStringLiteral("Read the configuration, say what is wrong with it, start nothing.")};
+    const QCommandLineOption call{QStringLiteral("call"),
+                                  QStringLiteral("Start, call the bus once, print the answer as JSON, and stop."),
+                                  QStringLiteral("URL")};
+    const QCommandLineOption in{QStringLiteral("in"), QStringLiteral("The request that --call hands over: an object."),
+                                QStringLiteral("JSON")};
+};
+
+/// Reads the call and its request; answers why they cannot be used, null if they can.
+QString readCall(const Parser &parser, CommandLine *result)
+{
+    if (!parser.isSet(parser.call))
+        return parser.isSet(parser.in) ? QStringLiteral("--in goes with --call") : QString();
+    result->isCall = true;
+    result->url = QUrl(parser.value(parser.call), QUrl::StrictMode);
+    if (result->url.isEmpty() || !result->url.isValid())
+        return QStringLiteral("--call needs a URL, as //host/path");
+    const QJsonDocument request = QJsonDocument::fromJson(parser.value(parser.in).toUtf8());
+    if (parser.isSet(parser.in) && !request.isObject())
+        return QStringLiteral("--in needs a JSON object");
+    result->request = request.object();
+    return {};
+}
+
+} // namespace
+
+CommandLine CommandLine::read(const QStringList &arguments)
+{
+    CommandLine result;
+    Parser parser;
+    if (!parser.parse(arguments))
+        result.error = parser.errorText();
+    else if (parser.isSet(parser.help))
+        result.text = parser.helpText();
+    else if (parser.isSet(parser.version))
+        result.text = QStringLiteral("zhost " ZHOST_VERSION);
+    else if (parser.positionalArguments().size() != 1)
+        result.error = QStringLiteral("name one configuration file; see zhost --help");
+    else
+        result.error = readCall(parser, &result);
+    if (!result.error.isEmpty() || !result.text.isEmpty())
+        return result;
+    result.file = parser.positionalArguments().constFirst();
+    result.isCheck = parser.isSet(parser.check);
+    return result;
+}

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/// How the program ends; told in its help and in the operator's guide.
+enum ExitCode
+{
+    Success = 0,
+    Wrong = 1,
+    Unusable = 2
+};
