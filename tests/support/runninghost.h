@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "folder.h"
+#include "program.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+
+#include <csignal>
+
+constexpr int Patience = 30000; // milliseconds: a busy machine may take seconds for what is done in one
+
+inline QJsonObject loaderOf(const Folder &deployed, const Folder &hotDeploy, const QStringList &names = {})
+{
+    return {
+        {QStringLiteral("logger"), QJsonObject{{QStringLiteral("debug"), 1},
+                                               {QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), 3}}}}},
+        {QStringLiteral("loader"), QJsonObject{{QStringLiteral("deployed"), deployed.path()},
+                                               {QStringLiteral("hot-deploy"), hotDeploy.path()},
+                                               {QStringLiteral("load-list"), QJsonArray::fromStringList(names)}}}};
+}
+
+/// Of the section "schedule".
+inline QJsonObject entry(const char *url, bool repeat = true)
+{
+    return {
+        {QStringLiteral("url"), QLatin1String(url)}, {QStringLiteral("every"), 1}, {QStringLiteral("repeat"), repeat}};
+}
+
+/// A host that runs until it is told to stop. What it writes is collected.
+class Running
+{
+public:
+    /// `deed` is for the plugin "unruly", or for the one whose variable is named.
+    explicit Running(const QJsonObject &configuration, const QString &deed = QString(),
+                     const QString &variable = QStringLiteral("UNRULY"))
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(variable, deed);
+        m_host.setProcessEnvironment(environment);
+        m_folder.write(QStringLiteral("config.json"), QJsonDocument(configuration).toJson());
+        m_host.setProcessChannelMode(QProcess::MergedChannels);
+        m_host.start(QStringLiteral(ZHOST), {m_folder.filePath(QStringLiteral("config.json"))});
+    }
+
+    ~Running()
+    {
+        m_host.kill();
+        m_host.waitForFinished();
+    }
+
+    bool hasWritten(const QString &text)
+    {
+        m_written += QString::fromUtf8(m_host.readAll());
+        return m_written.contains(text);
+    }
+
+    /// Tells it to stop, and waits for that.
+    void stop()
+    {
+        signal(SIGTERM);
+        m_host.waitForFinished(120000);
+        hasWritten(QString());
+    }
+    bool hasEndedWell() const
+    {
+        return m_host.state() == QProcess::NotRunning && m_host.exitStatus() == QProcess::NormalExit &&
+               m_host.exitCode() == 0;
+    }
+
+    QString written() const { return m_written; }
+    void signal(int number) { ::kill(static_cast<pid_t>(m_host.processId()), number); }
+    QProcess &process() { return m_host; }
+
+private:
+    Folder m_folder;
+    QProcess m_host;
+    QString m_written;
+};
