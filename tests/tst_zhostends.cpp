@@ -13,9 +13,15 @@ private Q_SLOTS:
     void secondSignalEndsAtOnce();
     void signalDuringTheStartIsHeardAfterIt();
     void secondSignalEndsAStartThatHangs();
-    void pluginMayQuit_data();
-    void pluginMayQuit();
-    void pluginMayExit();
+    void saysThatAPluginHasQuit_data();
+    void saysThatAPluginHasQuit();
+    void namesThePluginThatCallsExit_data();
+    void namesThePluginThatCallsExit();
+    void namesThePluginThatCallsExitDuringTheStop();
+    void callIsNotMadeWhenAPluginEndsTheHost_data();
+    void callIsNotMadeWhenAPluginEndsTheHost();
+    void stopIsForcedHalfAMinuteAfterTheSignal_data();
+    void stopIsForcedHalfAMinuteAfterTheSignal();
     void pluginMayNeedTheEventLoopToDie();
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere_data();
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere();
@@ -88,14 +94,14 @@ void tst_ZHostEnds::secondSignalEndsAStartThatHangs()
     QCOMPARE(host.process().exitStatus(), QProcess::CrashExit);
 }
 
-void tst_ZHostEnds::pluginMayQuit_data()
+void tst_ZHostEnds::saysThatAPluginHasQuit_data()
 {
     QTest::addColumn<bool>("atStart");
     QTest::newRow("while the host starts") << true;
     QTest::newRow("when it is dropped") << false;
 }
 
-void tst_ZHostEnds::pluginMayQuit()
+void tst_ZHostEnds::saysThatAPluginHasQuit()
 {
     QFETCH(bool, atStart);
     const Folder deployed, hotDeploy;
@@ -109,18 +115,88 @@ void tst_ZHostEnds::pluginMayQuit()
     QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
     QVERIFY(host.hasWritten(QStringLiteral("loaded: libunruly\n")));
     QVERIFY(host.hasWritten(QStringLiteral("unloaded: libunruly\n")));
-    QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
-    QCOMPARE(host.process().exitCode(), 0);
+    QVERIFY2(host.hasWritten(QStringLiteral("zhost: ended by quit(), called by a plugin\n")),
+             qPrintable(host.written()));
+    QCOMPARE(host.exitCode(), 3);
 }
 
-void tst_ZHostEnds::pluginMayExit()
+void tst_ZHostEnds::namesThePluginThatCallsExit_data()
+{
+    QTest::addColumn<QString>("deed");
+    QTest::newRow("as it is loaded") << "exit";
+    QTest::newRow("on a thread of its own") << "exit on a thread";
+}
+
+void tst_ZHostEnds::namesThePluginThatCallsExit()
+{
+    QFETCH(QString, deed);
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}), deed);
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
+    const QString file = deployed.filePath(QStringLiteral("libunruly.so"));
+    QVERIFY2(host.hasWritten(QStringLiteral("zhost: ended by exit(0), called by %1\n").arg(file)),
+             qPrintable(host.written()));
+    QCOMPARE(host.exitCode(), 3);
+}
+
+void tst_ZHostEnds::namesThePluginThatCallsExitDuringTheStop()
 {
     const Folder deployed, hotDeploy;
     QVERIFY(deployed.drop(QStringLiteral("unruly")));
-    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}), QStringLiteral("exit"));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}), QStringLiteral("exit when asked to quit"));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed: ")), Patience);
+    host.stop();
+    const QString file = deployed.filePath(QStringLiteral("libunruly.so"));
+    QVERIFY2(host.hasWritten(QStringLiteral("zhost: ended by exit(0), called by %1\n").arg(file)),
+             qPrintable(host.written()));
+    QCOMPARE(host.exitCode(), 3);
+}
+
+void tst_ZHostEnds::callIsNotMadeWhenAPluginEndsTheHost_data()
+{
+    QTest::addColumn<QString>("deed");
+    QTest::newRow("quit") << "quit";
+    QTest::newRow("exit") << "exit";
+}
+
+void tst_ZHostEnds::callIsNotMadeWhenAPluginEndsTheHost()
+{
+    QFETCH(QString, deed);
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}), {{QStringLiteral("UNRULY"), deed}},
+                 {QStringLiteral("--call"), QStringLiteral("//zhost/printd")});
     QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
-    QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
-    QCOMPARE(host.process().exitCode(), 3);
+    QVERIFY2(host.hasWritten(QStringLiteral("zhost: ended by %1(").arg(deed)), qPrintable(host.written()));
+    QVERIFY2(!host.hasWritten(QStringLiteral("endpoints")), qPrintable(host.written()));
+    QCOMPARE(host.exitCode(), 3);
+}
+
+void tst_ZHostEnds::stopIsForcedHalfAMinuteAfterTheSignal_data()
+{
+    QTest::addColumn<QString>("deed");
+    QTest::newRow("the start hangs") << "read";
+    QTest::newRow("a plugin that hears of the end hangs") << "hang when asked to quit";
+}
+
+void tst_ZHostEnds::stopIsForcedHalfAMinuteAfterTheSignal()
+{
+    QFETCH(QString, deed);
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
+    const QString others = QString::fromLocal8Bit(qgetenv("LD_PRELOAD"));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}),
+                 {{QStringLiteral("UNRULY"), deed},
+                  {QStringLiteral("LD_PRELOAD"), QStringLiteral(HASTY_ALARM " ") + others},
+                  {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0")}},
+                 {});
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("unruly: here\n")), Patience);
+    host.signal(SIGTERM);
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
+    QVERIFY2(host.hasWritten(QStringLiteral("zhost: something does not end; ended by force\n")),
+             qPrintable(host.written()));
+    QCOMPARE(host.exitCode(), 1);
 }
 
 void tst_ZHostEnds::pluginMayNeedTheEventLoopToDie()

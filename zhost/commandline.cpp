@@ -6,28 +6,24 @@
 
 namespace {
 
-const char description[] =
-    "Runs the plugins that a configuration names, until it is told to stop (SIGINT or SIGTERM).\n"
-    "\n"
-    "CONFIG.json holds one JSON object. Its section \"logger\" switches what is written to stderr. Its section\n"
-    "\"loader\" names the plugins to load (\"load-list\"), the folder that they are loaded from (\"deployed\") and "
-    "the\n"
-    "folder that is watched for new ones (\"hot-deploy\"); a relative folder is taken from the folder in which the\n"
-    "program zhost itself lies, not from the working directory. Its section \"filesystem\" says where temporary files\n"
-    "are made. Its list \"schedule\" has bus calls that are made on a timetable, such as\n"
-    "\n"
-    "  {\"url\": \"//report/daily\", \"every\": 60000, \"from\": \"08:00:00\", \"to\": \"18:30:00\", \"repeat\": "
-    "true}\n"
-    "\n"
-    "of which \"every\" is in milliseconds; without \"from\" and \"to\" it goes on all day. A repeated call goes on "
-    "until\n"
-    "nobody handles it.\n"
-    "\n"
-    "The bus endpoint //zhost/printd tells what is wired and what runs.\n"
-    "\n"
-    "Exit status: 0 stopped as told, --check found nothing, --call was handled; 1 something had to be left running,\n"
-    "--check found something wrong, --call was not handled; 2 the command line or the configuration file cannot be "
-    "used.";
+const char description[] = R"(Runs the plugins that a configuration names, until it is told to stop (SIGINT or SIGTERM).
+
+CONFIG.json holds one JSON object. Its section "logger" switches what is written to stderr. Its section
+"loader" names the plugins to load ("load-list"), the folder that they are loaded from ("deployed") and the
+folder that is watched for new ones ("hot-deploy"); a relative folder is taken from the folder in which the
+program zhost itself lies, not from the working directory. Its section "filesystem" says where temporary files
+are made. Its list "schedule" has bus calls that are made on a timetable, such as
+
+  {"url": "//report/daily", "every": 60000, "from": "08:00:00", "to": "18:30:00", "repeat": true}
+
+of which "every" is in milliseconds; without "from" and "to" it goes on all day. A repeated call goes on until
+nobody handles it.
+
+The bus endpoint //zhost/printd tells what is wired and what runs.
+
+Exit status: 0 stopped as told, --check found nothing, --call was handled; 1 something had to be left running,
+--check found something wrong, --call was not handled; 2 the command line or the configuration file cannot be
+used; 3 a plugin has ended the program by exit() or quit().)";
 
 struct Parser : QCommandLineParser
 {

@@ -6,5 +6,6 @@ enum ExitCode
 {
     Success = 0,
     Wrong = 1,
-    Unusable = 2
+    Unusable = 2,
+    EndedByPlugin = 3
 };

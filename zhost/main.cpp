@@ -2,6 +2,7 @@
 #include "commandline.h"
 #include "configuration.h"
 #include "exitcode.h"
+#include "exitguard.h"
 #include "host.h"
 #include "say.h"
 #include "stopsignals.h"
@@ -15,8 +16,6 @@
 #include <optional>
 
 namespace {
-
-constexpr unsigned StopSeconds = 30; // a stop that takes longer is ended by force
 
 int refuse(const QString &reason)
 {
@@ -52,25 +51,33 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
 {
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &QCoreApplication::quit);
+    const ExitGuard exitGuard;
     std::optional<Host> host;
-    QTimer begin; // by the event loop, since a plugin may quit before all are loaded
-    begin.setSingleShot(true);
-    QObject::connect(&begin, &QTimer::timeout, [&] {
+    std::optional<int> called;
+    // Each by the event loop: a plugin may quit before all are loaded, and then nothing is called.
+    QTimer::singleShot(0, [&] {
         host.emplace(configuration.object);
-        if (commandLine.isCall)
-            QCoreApplication::exit(callOnce(*host, commandLine));
+        if (!commandLine.isCall)
+            return;
+        QTimer::singleShot(0, [&] {
+            called = callOnce(*host, commandLine);
+            QCoreApplication::quit();
+        });
     });
-    begin.start(0);
-    const int exitCode = QCoreApplication::exec();
+    QCoreApplication::exec();
 
-    endWithin(StopSeconds);
+    boundStop();
+    const bool isDone = StopSignals::isStopWanted() || called;
+    if (!isDone)
+        complain(QStringLiteral("ended by quit(), called by a plugin"));
+    const int exitCode = isDone ? called.value_or(Success) : EndedByPlugin;
     const QStringList running = host ? host->stop() : QStringList();
     if (running.isEmpty())
         return exitCode;
     for (const QString &name : running)
         complain(QStringLiteral("left running: %1").arg(name));
     std::fflush(stdout);
-    std::_Exit(Wrong); // what still runs uses all that would be destroyed on the way out
+    std::_Exit(exitCode == Success ? Wrong : exitCode); // what still runs uses all that would be destroyed on the way
 }
 
 } // namespace

@@ -14,7 +14,12 @@
 namespace {
 
 constexpr int numbers[] = {SIGINT, SIGTERM};
-volatile std::sig_atomic_t writeEnd = -1; // all that a signal handler can reach, and may use
+constexpr unsigned StopSeconds = 30;
+
+// All that a signal handler can reach, and may use.
+volatile std::sig_atomic_t writeEnd = -1;
+volatile std::sig_atomic_t isReceived = false;
+volatile std::sig_atomic_t isBounded = false;
 
 void restoreDefault()
 {
@@ -25,7 +30,9 @@ void restoreDefault()
 void handle(int)
 {
     const int error = errno;
+    isReceived = true;
     restoreDefault();
+    boundStop();
     const char byte = 0;
     if (write(writeEnd, &byte, 1) != 1) // cannot be told to the event loop
         _exit(EXIT_FAILURE);
@@ -65,13 +72,18 @@ StopSignals::~StopSignals()
     close(writeEnd);
 }
 
-void endWithin(unsigned seconds)
+bool StopSignals::isStopWanted() { return isReceived; }
+
+void boundStop()
 {
+    if (isBounded)
+        return;
+    isBounded = true;
     std::signal(SIGALRM, [](int) {
         const char line[] = "zhost: something does not end; ended by force\n";
         if (write(STDERR_FILENO, line, sizeof line - 1) >= 0)
             _exit(EXIT_FAILURE);
         _exit(EXIT_FAILURE);
     });
-    alarm(seconds);
+    alarm(StopSeconds);
 }

@@ -15,6 +15,9 @@ public:
     StopSignals();
     ~StopSignals() override;
 
+    /// Whether one of them has come, be it heard of yet or not.
+    static bool isStopWanted();
+
 Q_SIGNALS:
     void received();
 
@@ -23,5 +26,7 @@ private:
     QSocketNotifier *m_notifier = nullptr;
 };
 
-/// Ends the process with exit status 1, and a line on stderr, unless it has ended by itself within so many seconds.
-void endWithin(unsigned seconds);
+/// Ends the process with exit status 1, and a line on stderr, unless it has ended by itself within half a minute from
+/// the first call on. A signal that is turned into a Qt signal does so, too: the event loop may hang. May be called by
+/// a signal handler.
+void boundStop();

@@ -9,8 +9,20 @@
 
 #include <cstdlib>
 
+#include <thread>
+
 #include <poll.h>
 #include <unistd.h>
+
+namespace {
+
+void waitForEver()
+{
+    while (true)
+        pause();
+}
+
+} // namespace
 
 /// Does to its host what the environment's UNRULY says.
 class Unruly : public ZObject
@@ -37,10 +49,18 @@ public:
         logger->info0(QStringLiteral("unruly: here"));
         if (m_deed == "wait")
             connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { m_self.clear(); });
-        if (m_deed == "wait" || m_deed == "exit")
+        if (m_deed == "wait" || m_deed == "exit" || m_deed.endsWith("asked to quit"))
             m_self = shared();
         if (m_deed == "exit")
-            std::exit(3);
+            std::exit(0);
+        if (m_deed == "exit on a thread") {
+            std::thread([] { std::exit(0); }).detach();
+            waitForEver();
+        }
+        if (m_deed == "exit when asked to quit")
+            connect(qApp, &QCoreApplication::aboutToQuit, qApp, [] { std::exit(0); });
+        if (m_deed == "hang when asked to quit")
+            connect(qApp, &QCoreApplication::aboutToQuit, qApp, waitForEver);
         if (m_deed == "quit")
             QCoreApplication::quit();
         if (m_deed == "read") { // keeps the start busy until somebody writes

@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
 #include <QProcess>
 #include <QProcessEnvironment>
 
@@ -38,13 +39,17 @@ public:
     /// `deed` is for the plugin "unruly", or for the one whose variable is named.
     explicit Running(const QJsonObject &configuration, const QString &deed = QString(),
                      const QString &variable = QStringLiteral("UNRULY"))
+        : Running(configuration, {{variable, deed}}, {})
+    {}
+    Running(const QJsonObject &configuration, const QMap<QString, QString> &variables, const QStringList &options)
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(variable, deed);
+        for (auto variable = variables.begin(); variable != variables.end(); ++variable)
+            environment.insert(variable.key(), variable.value());
         m_host.setProcessEnvironment(environment);
         m_folder.write(QStringLiteral("config.json"), QJsonDocument(configuration).toJson());
         m_host.setProcessChannelMode(QProcess::MergedChannels);
-        m_host.start(QStringLiteral(ZHOST), {m_folder.filePath(QStringLiteral("config.json"))});
+        m_host.start(QStringLiteral(ZHOST), options + QStringList{m_folder.filePath(QStringLiteral("config.json"))});
     }
 
     ~Running()
@@ -66,13 +71,15 @@ public:
         m_host.waitForFinished(120000);
         hasWritten(QString());
     }
-    bool hasEndedWell() const
-    {
-        return m_host.state() == QProcess::NotRunning && m_host.exitStatus() == QProcess::NormalExit &&
-               m_host.exitCode() == 0;
-    }
+    bool hasEndedWell() const { return exitCode() == 0; }
 
     QString written() const { return m_written; }
+    /// How it has ended: -1 if it crashed, or has not ended.
+    int exitCode() const
+    {
+        const bool hasExited = m_host.state() == QProcess::NotRunning && m_host.exitStatus() == QProcess::NormalExit;
+        return hasExited ? m_host.exitCode() : -1;
+    }
     void signal(int number) { ::kill(static_cast<pid_t>(m_host.processId()), number); }
     QProcess &process() { return m_host; }
 

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/// While it lives nobody but a plugin has a reason to call `exit()`: this is said, with the plugin's file where the
+/// stack tells, and the exit status is `EndedByPlugin`, whatever the plugin had in mind. One object in a process.
+class ExitGuard
+{
+public:
+    ExitGuard();
+    ~ExitGuard();
+    ExitGuard(const ExitGuard &) = delete;
+    ExitGuard &operator=(const ExitGuard &) = delete;
+};
