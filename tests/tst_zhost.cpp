@@ -143,6 +143,8 @@ void tst_ZHost::callsOnceAndPrintsTheAnswer_data()
                                  << "zhost: nobody handled //echo/deaf\n";
     QTest::newRow("nobody there") << QStringList{"--call", "//nobody/there"} << 1 << ""
                                   << "zhost: nobody handled //nobody/there\n";
+    QTest::newRow("an exception") << QStringList{"--call", "//echo/throw"} << 1 << ""
+                                  << "zhost: //echo/throw has thrown: no more\n";
 }
 
 void tst_ZHost::callsOnceAndPrintsTheAnswer()

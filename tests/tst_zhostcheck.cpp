@@ -87,6 +87,8 @@ void tst_ZHostCheck::checkNamesWhatIsWrong_data()
         "\"schedule[0]\": \"to\" must be a time of day, as hh:mm:ss; it does not run");
     row("repeat of a wrong type", R"({"schedule": [{"url": "//a", "every": 1, "repeat": 1}]})",
         "\"schedule[0]\": \"repeat\" must be true or false; it does not run");
+    row("keep of a wrong type", R"({"schedule": [{"url": "//a", "every": 1, "keep": "yes"}]})",
+        "\"schedule[0]\": \"keep\" must be true or false; it does not run");
     row("key of an entry misspelt", R"({"schedule": [{"url": "//a", "every": 1, "repaet": true}]})",
         "\"schedule[0].repaet\": no service knows this key; the nearest known one is \"schedule[0].repeat\"");
 }
@@ -112,7 +114,7 @@ void tst_ZHostCheck::checkFindsNothingWrong_data()
     row("all keys", R"({"logger": {"debug": 0, "info": 1, "warning": 1, "critical": 1, "fatal": 0, "log": {"any": 7}},
         "loader": {"hot-deploy": "/", "deployed": "/", "add-library-path": ["/"], "add-path": ["/"], "load-list": ["a"]},
         "filesystem": {"temporary-folder": "none/yet", "temporary-fn-template": "a-XXXXXX"},
-        "schedule": [{"url": "//a/b", "every": 1, "from": "22:00:00", "to": "06:00:00", "repeat": false},
+        "schedule": [{"url": "//a/b", "every": 1, "from": "22:00:00", "to": "06:00:00", "repeat": false, "keep": true},
                      {"url": "//a", "every": 2147483647}]})");
     row("comments", R"({"#logger": 1, "loader": {"#load-list": 3}, "logger": {"log": {"#zdefault": "x"}}})");
     row("a plugin's section", R"({"heartbeat": {"period": 3}})",

@@ -17,7 +17,7 @@ are made. Its list "schedule" has bus calls that are made on a timetable, such a
   {"url": "//report/daily", "every": 60000, "from": "08:00:00", "to": "18:30:00", "repeat": true}
 
 of which "every" is in milliseconds; without "from" and "to" it goes on all day. A repeated call goes on until
-nobody handles it.
+nobody handles it; with "keep": true it goes on even then.
 
 The bus endpoint //zhost/printd tells what is wired and what runs.
 

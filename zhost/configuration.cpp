@@ -57,7 +57,12 @@ const std::vector<Key> &knownKeys()
         {"filesystem", Section, {{"temporary-folder", Text, {}}, {"temporary-fn-template", Text, {}}}},
         {"schedule",
          Timetable,
-         {{"url", Any, {}}, {"every", Any, {}}, {"from", Any, {}}, {"to", Any, {}}, {"repeat", Any, {}}}},
+         {{"url", Any, {}},
+          {"every", Any, {}},
+          {"from", Any, {}},
+          {"to", Any, {}},
+          {"repeat", Any, {}},
+          {"keep", Any, {}}}},
     };
     return keys;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host.h"
 
+#include "buscall.h"
 #include "orderlyemitter.h"
 #include "report.h"
 
@@ -59,8 +60,7 @@ Host::Host(const QJsonObject &configuration) : m_emitter(QSharedPointer<OrderlyE
 
     m_endpoint = QSharedPointer<HostEndpoint>::create(&m_services, &m_timetable);
     m_services.dbus->bind0(QUrl(QStringLiteral("//zhost")), m_endpoint);
-    const QStringList refused =
-        m_timetable.start(configuration.value(QStringLiteral("schedule")), m_services.dbus, m_services.scheduler);
+    const QStringList refused = m_timetable.start(configuration.value(QStringLiteral("schedule")), m_services);
     const QString reason = m_services.canSchedule()
                                ? QStringLiteral("no room for one more thread")
                                : QStringLiteral("nobody serves ZScheduler, or ZThreadPoolSet, which it needs");
@@ -76,7 +76,10 @@ Host::~Host()
     OrderlyEmitter::settle();
 }
 
-bool Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out) { return m_services.dbus->invoke0(url, in, out); }
+QString Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out)
+{
+    return callBus(*m_services.dbus, url, in, out);
+}
 
 QStringList Host::stop()
 {

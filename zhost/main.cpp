@@ -39,8 +39,9 @@ int callOnce(Host &host, const CommandLine &commandLine)
 {
     QJsonObject request = commandLine.request;
     QJsonObject answer;
-    if (!host.call(commandLine.url, &request, &answer)) {
-        complain(QStringLiteral("nobody handled %1").arg(commandLine.url.toString()));
+    const QString failure = host.call(commandLine.url, &request, &answer);
+    if (!failure.isNull()) {
+        complain(failure);
         return Wrong;
     }
     print(QString::fromUtf8(QJsonDocument(answer).toJson(QJsonDocument::Indented).trimmed()));

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "timetable.h"
 
+#include "buscall.h"
+#include "services.h"
+
 #include <QMutexLocker>
 
+#include <zcaught.h>
 #include <zdailywindow.h>
-#include <zdbus.h>
-#include <zscheduler.h>
 
 #include <limits>
 
@@ -65,15 +67,20 @@ TimetableEntry TimetableEntry::read(const QJsonValue &value, QStringList *proble
     if (object.contains(QStringLiteral("from")) != object.contains(QStringLiteral("to")))
         wrong("needs both \"from\" and \"to\", or neither");
 
-    const QJsonValue repeat = object.value(QStringLiteral("repeat"));
-    entry.repeat = repeat.toBool(true);
-    if (!repeat.isUndefined() && !repeat.isBool())
-        wrong("\"repeat\" must be true or false");
+    const auto flag = [&](const char *key, bool otherwise) {
+        const QJsonValue isSet = object.value(QLatin1String(key));
+        if (!isSet.isUndefined() && !isSet.isBool())
+            problems->append(QStringLiteral("\"%1\" must be true or false").arg(QLatin1String(key)));
+        return isSet.toBool(otherwise);
+    };
+    entry.repeat = flag("repeat", true);
+    entry.keep = flag("keep", false);
     return entry;
 }
 
-TimetableActivity::TimetableActivity(const TimetableEntry &entry, ZDbus *dbus)
-    : ZDbusActivity(scheduleOf(entry), dbus, entry.url, entry.repeat), m_entry(entry)
+TimetableActivity::TimetableActivity(const TimetableEntry &entry, const QString &label, ZDbus *dbus, ZLogger *logger)
+    : ZDbusActivity(scheduleOf(entry), dbus, entry.url, entry.repeat), m_entry(entry), m_label(label), m_dbus(dbus),
+      m_logger(logger)
 {}
 
 TimetableActivity::~TimetableActivity() = default;
@@ -87,7 +94,21 @@ bool TimetableActivity::wait()
 bool TimetableActivity::run()
 {
     enter(Running, QDateTime::currentDateTime());
-    return ZDbusActivity::run() || enter(Ended, {});
+    const QString failure = callBus(*m_dbus, m_entry.url, nullptr, nullptr);
+    const bool goesOn = m_entry.repeat && (failure.isNull() || m_entry.keep);
+    if (!goesOn)
+        enter(Ended, {});
+    if (!failure.isNull() && failure != m_failure) // once for a row of the same
+        warn(QStringLiteral("zhost: %1 %2: %3")
+                 .arg(m_label, goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
+    m_failure = failure;
+    return goesOn;
+}
+
+/// The logger may be a plugin's, and throw; nobody else would catch that on this thread.
+void TimetableActivity::warn(const QString &what)
+{
+    zCaught([&] { m_logger->warning0(what); });
 }
 
 bool TimetableActivity::isIdle() const
@@ -126,21 +147,22 @@ bool TimetableActivity::enter(State state, const QDateTime &time)
     return false;
 }
 
-QStringList Timetable::start(const QJsonValue &section, ZDbus *dbus, ZScheduler *scheduler)
+QStringList Timetable::start(const QJsonValue &section, const Services &services)
 {
     QStringList refused;
     const QJsonArray entries = section.toArray();
-    for (const auto &value : entries) {
+    for (int i = 0; i < entries.size(); ++i) {
         QStringList problems;
-        const TimetableEntry entry = TimetableEntry::read(value, &problems);
+        const TimetableEntry entry = TimetableEntry::read(entries.at(i), &problems);
         if (!problems.isEmpty())
             continue;
-        const auto activity = QSharedPointer<TimetableActivity>::create(entry, dbus);
+        const QString label = QStringLiteral("schedule[%1]").arg(i);
+        const auto activity = QSharedPointer<TimetableActivity>::create(entry, label, services.dbus, services.logger);
         {
             const QMutexLocker locker(&m_mutex);
             m_activities.append(activity);
         }
-        if (!scheduler->schedule0(activity) && activity->isIdle())
+        if (!services.scheduler->schedule0(activity) && activity->isIdle())
             refused.append(activity->name());
     }
     return refused;

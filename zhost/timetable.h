@@ -12,8 +12,9 @@
 
 #include <zscheduledactivity.h>
 
+class Services;
 class ZDbus;
-class ZScheduler;
+class ZLogger;
 
 /// One object of the section "schedule".
 struct TimetableEntry
@@ -23,6 +24,7 @@ struct TimetableEntry
     QTime from;    // both, or neither
     QTime to;
     bool repeat = true;
+    bool keep = false; // calls on after a call that nobody handled
 
     bool isDaily() const { return from.isValid(); }
 
@@ -30,11 +32,12 @@ struct TimetableEntry
     static TimetableEntry read(const QJsonValue &value, QStringList *problems);
 };
 
-/// A call of the bus that knows when it is due.
+/// A call of the bus that knows when it is due, and warns of its end.
 class TimetableActivity : public ZDbusActivity
 {
 public:
-    TimetableActivity(const TimetableEntry &entry, ZDbus *dbus);
+    /// `label` names it in warnings.
+    TimetableActivity(const TimetableEntry &entry, const QString &label, ZDbus *dbus, ZLogger *logger);
     ~TimetableActivity() override;
 
     bool wait() override;
@@ -54,8 +57,13 @@ private:
         Ended
     };
     bool enter(State state, const QDateTime &time);
+    void warn(const QString &what);
 
     const TimetableEntry m_entry;
+    const QString m_label;
+    ZDbus *const m_dbus;
+    ZLogger *const m_logger;
+    QString m_failure;      // of the last call, null if it was handled; its own thread's
     mutable QMutex m_mutex; // guards the two below
     State m_state = Idle;
     QDateTime m_time; // of the next run, or of the beginning of the one that runs
@@ -67,7 +75,7 @@ class Timetable
 public:
     /// Schedules every entry that can be; what is wrong with the others is for `Configuration` to tell. Answers the
     /// names of those for which there was no room.
-    QStringList start(const QJsonValue &section, ZDbus *dbus, ZScheduler *scheduler);
+    QStringList start(const QJsonValue &section, const Services &services);
     void cancel();
     QJsonArray describe() const;
 

@@ -7,7 +7,10 @@
 
 #include <QCoreApplication>
 
-/// The endpoint "//echo": answers what it is asked, and handles nothing under "/deaf".
+#include <stdexcept>
+
+/// The endpoint "//echo": answers what it is asked, handles nothing under "/deaf", and throws under "/throw" and
+/// "/odd".
 class Echo : public ZObject, public ZDbusSubscriber
 {
     Q_OBJECT
@@ -40,6 +43,10 @@ public:
     {
         if (url.path() == QLatin1String("/deaf"))
             return false;
+        if (url.path() == QLatin1String("/throw"))
+            throw std::runtime_error("no more");
+        if (url.path() == QLatin1String("/odd"))
+            throw 1;
         m_logger->info0(QStringLiteral("echo: ") + url.toString());
         if (in && out)
             out->insert(QStringLiteral("echo"), *in);
