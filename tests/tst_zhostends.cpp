@@ -2,6 +2,9 @@
 #include "runninghost.h"
 #include "testcase.h"
 
+#include <QFile>
+#include <QRegularExpression>
+
 /// How the program zhost ends.
 class tst_ZHostEnds : public TestCase
 {
@@ -27,6 +30,8 @@ private Q_SLOTS:
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere();
     void stopWaitsForWhatPluginsScheduled();
     void stopNamesWhatDoesNotEnd();
+    void runsWithoutStandardStreams();
+    void livesThroughABrokenPipe();
 };
 
 void tst_ZHostEnds::startsInOrderAndStopsWellOn_data()
@@ -266,6 +271,43 @@ void tst_ZHostEnds::stopNamesWhatDoesNotEnd()
     QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
     QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(host.process().exitCode(), 1);
+}
+
+void tst_ZHostEnds::runsWithoutStandardStreams()
+{
+    const Folder folder, deployed, hotDeploy;
+    folder.write(QStringLiteral("config.json"), QJsonDocument(loaderOf(deployed, hotDeploy)).toJson());
+    QVERIFY(hotDeploy.drop(QStringLiteral("greeter")));
+    QProcess host;
+    host.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("exec \"$0\" \"$1\" <&- >&- 2>&-"),
+                                           QStringLiteral(ZHOST), folder.filePath(QStringLiteral("config.json"))});
+    QVERIFY(host.waitForStarted());
+    QTRY_COMPARE_WITH_TIMEOUT(deployed.files(), QStringList{QStringLiteral("libgreeter.so")}, Patience);
+    for (const int descriptor : {0, 1, 2}) {
+        const QString link = QStringLiteral("/proc/%1/fd/%2").arg(host.processId()).arg(descriptor);
+        QCOMPARE(QFile::symLinkTarget(link), QStringLiteral("/dev/null"));
+    }
+    host.terminate();
+    QVERIFY(host.waitForFinished(Patience));
+    QCOMPARE(host.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(host.exitCode(), 0);
+}
+
+void tst_ZHostEnds::livesThroughABrokenPipe()
+{
+    const Folder deployed, hotDeploy;
+    Running host(loaderOf(deployed, hotDeploy));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed: ")), Patience);
+    host.signal(SIGPIPE);
+    QVERIFY(hotDeploy.drop(QStringLiteral("greeter")));
+    QTRY_COMPARE_WITH_TIMEOUT(deployed.files(), QStringList{QStringLiteral("libgreeter.so")}, Patience);
+    QFile status(QStringLiteral("/proc/%1/status").arg(host.process().processId()));
+    QVERIFY(status.open(QIODevice::ReadOnly));
+    const QRegularExpression mask(QStringLiteral("SigIgn:\\s*([0-9a-f]+)"));
+    const quint64 ignored = mask.match(QString::fromLatin1(status.readAll())).captured(1).toULongLong(nullptr, 16);
+    QCOMPARE(ignored & (1ULL << (SIGPIPE - 1)), 0ULL); // the programs that plugins start would inherit that
+    host.stop();
+    QVERIFY(host.hasEndedWell());
 }
 
 QTEST_GUILESS_MAIN(tst_ZHostEnds)

@@ -5,6 +5,7 @@
 #include "exitguard.h"
 #include "host.h"
 #include "say.h"
+#include "standardstreams.h"
 #include "stopsignals.h"
 
 #include <QCoreApplication>
@@ -85,6 +86,8 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
 
 int main(int argc, char *argv[])
 {
+    openStandardStreams();
+    outliveReaders();
     if (!qEnvironmentVariableIsSet("QT_FORCE_STDERR_LOGGING")) // some builds of Qt would write elsewhere by themselves
         qputenv("QT_FORCE_STDERR_LOGGING", "1");
     QCoreApplication application(argc, argv);
