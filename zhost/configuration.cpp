@@ -231,6 +231,15 @@ Configuration Configuration::read(const QString &file)
     return {document.object(), {}};
 }
 
+QString Configuration::folder(const QString &key) const
+{
+    const QJsonValue section = object.value(QStringLiteral("loader"));
+    const QString path = section.toObject().value(key).toString();
+    QDir dir;
+    const bool isFound = section.isObject() && ZDefaultLoader::resolve(path.isEmpty() ? key : path, dir);
+    return isFound ? dir.absolutePath() : QString();
+}
+
 QVector<Configuration::Finding> Configuration::findings() const
 {
     Check check;

@@ -14,6 +14,10 @@ struct Configuration
     /// Reads the file; fills either `object` or `error`.
     static Configuration read(const QString &file);
 
+    /// The folder that the section "loader" has under `key`, or by default, as the loader finds it; empty if there is
+    /// none.
+    QString folder(const QString &key) const;
+
     struct Finding
     {
         QString text; ///< One line.

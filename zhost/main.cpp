@@ -3,6 +3,7 @@
 #include "configuration.h"
 #include "exitcode.h"
 #include "exitguard.h"
+#include "folderlock.h"
 #include "host.h"
 #include "say.h"
 #include "standardstreams.h"
@@ -51,6 +52,9 @@ int callOnce(Host &host, const CommandLine &commandLine)
 
 int run(const CommandLine &commandLine, const Configuration &configuration)
 {
+    const FolderLock lock(configuration.folder(QStringLiteral("deployed")));
+    if (!lock.refusal().isNull())
+        return refuse(lock.refusal());
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &QCoreApplication::quit);
     const ExitGuard exitGuard;

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "folderlock.h"
+
+#include "say.h"
+
+#include <QFile>
+#include <QRegularExpression>
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace {
+
+QString contentOf(const QString &path)
+{
+    QFile file(path);
+    file.open(QIODevice::ReadOnly);
+    return QString::fromLocal8Bit(file.readAll()).trimmed();
+}
+
+/// The process that has locked the file, as the kernel lists it: "1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF".
+/// Empty if it is in another container, or the file system counts its files otherwise in that list.
+QString lockerOf(int descriptor)
+{
+    struct stat file;
+    if (fstat(descriptor, &file) != 0)
+        return {};
+    const QString place = QStringLiteral("%1:%2:%3")
+                              .arg(major(file.st_dev), 2, 16, QLatin1Char('0'))
+                              .arg(minor(file.st_dev), 2, 16, QLatin1Char('0'))
+                              .arg(file.st_ino);
+    const QRegularExpression line(QStringLiteral(": FLOCK +\\w+ +\\w+ ([1-9]\\d*) %1 ").arg(place));
+    return line.match(contentOf(QStringLiteral("/proc/locks"))).captured(1);
+}
+
+QString describe(const QString &process)
+{
+    if (process.isEmpty())
+        return QStringLiteral("another process");
+    return QStringLiteral("process %1 (%2)").arg(process, contentOf(QStringLiteral("/proc/%1/comm").arg(process)));
+}
+
+} // namespace
+
+FolderLock::FolderLock(const QString &folder)
+{
+    if (folder.isEmpty())
+        return;
+    m_descriptor = open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (m_descriptor >= 0 && flock(m_descriptor, LOCK_EX | LOCK_NB) == 0)
+        return;
+    if (m_descriptor >= 0 && errno == EWOULDBLOCK)
+        m_refusal = QStringLiteral("%1 is in use by %2").arg(folder, describe(lockerOf(m_descriptor)));
+    else
+        complain(QStringLiteral("cannot lock %1: %2").arg(folder, qt_error_string(errno)));
+}
+
+FolderLock::~FolderLock()
+{
+    if (m_descriptor >= 0)
+        close(m_descriptor);
+}
