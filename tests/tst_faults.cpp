@@ -1030,7 +1030,8 @@ void tst_Faults::hostTellsWhyItsFileCannotBeRead()
 
 void tst_Faults::hostTellsThatItCannotHearSignals()
 {
-    FailingHost host({}, QStringLiteral("pipe2 %1").arg(EMFILE));
+    const Folder deployed, hotDeploy;
+    FailingHost host(watching(deployed.path(), hotDeploy.path()), QStringLiteral("pipe2 %1").arg(EMFILE));
     host.start();
     QCOMPARE(host.end(), 1);
     QCOMPARE(host.written(), QStringLiteral("zhost: cannot make a pipe for signals: %1\n").arg(reason(EMFILE)));

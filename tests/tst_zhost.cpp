@@ -214,7 +214,9 @@ void tst_ZHost::reportsWhatIsWiredAndWhatRuns()
 void tst_ZHost::reportsInABroadcastToo()
 {
     const Result result = runOn("{}", {QStringLiteral("--call"), QStringLiteral("/printd")});
-    QCOMPARE(result.err, QStringLiteral("Can't parse loader configuration (json object required)\n"));
+    QCOMPARE(result.err, QStringLiteral("zhost: %1: \"loader\": is missing: no plugin is loaded\n"
+                                        "Can't parse loader configuration (json object required)\n")
+                             .arg(file()));
     QCOMPARE(result.exitCode, 0);
     const QJsonObject answer = QJsonDocument::fromJson(result.out.toUtf8()).object();
     QCOMPARE(answer.keys(), (QStringList{"ZScheduler", "zhost"}));

@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "finding.h"
+
 #include <QJsonObject>
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 /// The configuration file of the host.
 struct Configuration
 {
     QJsonObject object;
-    QString error; ///< One line that says why the file cannot be used; empty if it can.
+    QString error;       ///< One line that says why the file cannot be used; empty if it can.
+    QStringList doubled; ///< The paths of keys that are given more than once.
 
     /// Reads the file; fills either `object` or `error`.
     static Configuration read(const QString &file);
@@ -18,13 +22,6 @@ struct Configuration
     /// none.
     QString folder(const QString &key) const;
 
-    struct Finding
-    {
-        QString text; ///< One line.
-        bool isWrong; ///< False for a section of which only a plugin can tell.
-    };
-
-    /// What no service would understand: unknown keys, values of a wrong type, folders that are missing. The services
-    /// pass over all of it silently.
+    /// What is wrong with it, or may be. The services pass over all of it silently.
     QVector<Finding> findings() const;
 };

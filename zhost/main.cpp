@@ -13,6 +13,7 @@
 #include <QJsonDocument>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -25,16 +26,16 @@ int refuse(const QString &reason)
     return Unusable;
 }
 
-/// Says what is wrong with the configuration; false if something is.
-bool tellFindings(const QString &file, const Configuration &configuration)
+/// Says what is wrong with the configuration, and how much so at the worst.
+Finding::Weight tellFindings(const QString &file, const Configuration &configuration)
 {
-    bool isWrong = false;
-    const QVector<Configuration::Finding> findings = configuration.findings();
-    for (const Configuration::Finding &finding : findings) {
-        complain(QStringLiteral("%1: %2").arg(file, finding.text));
-        isWrong |= finding.isWrong;
+    Finding::Weight worst = Finding::Note;
+    const QVector<Finding> findings = configuration.findings();
+    for (const Finding &finding : findings) {
+        complain(QStringLiteral("%1: \"%2\": %3").arg(file, finding.path, finding.text));
+        worst = std::max(worst, finding.weight);
     }
-    return !isWrong;
+    return worst;
 }
 
 int callOnce(Host &host, const CommandLine &commandLine)
@@ -108,10 +109,13 @@ int main(int argc, char *argv[])
     const Configuration configuration = Configuration::read(commandLine.file);
     if (!configuration.error.isEmpty())
         return refuse(configuration.error);
-    const bool isRight = tellFindings(commandLine.file, configuration);
+    const Finding::Weight worst = tellFindings(commandLine.file, configuration);
+    if (worst == Finding::Unusable)
+        return Unusable;
     if (!commandLine.isCheck)
         return run(commandLine, configuration);
-    if (isRight)
-        print(QStringLiteral("%1: nothing wrong").arg(commandLine.file));
-    return isRight ? Success : Wrong;
+    if (worst == Finding::Wrong)
+        return Wrong;
+    print(printable(QStringLiteral("%1: nothing wrong").arg(commandLine.file)));
+    return Success;
 }
