@@ -94,6 +94,8 @@ void tst_ZHostCheck::checkNamesWhatIsWrong_data()
         "\"loader.load-list\": must be an array; it is ignored");
     row("element of a wrong type", R"({"loader": {"load-list": [1]}})",
         "\"loader.load-list[0]\": must be a text that is not empty; it is ignored");
+    row("remember of a wrong type", R"({"loader": {"remember": 1}})",
+        "\"loader.remember\": must be true or false; it is ignored");
     row("temporary folder of a wrong type", R"({"filesystem": {"temporary-folder": 1}})",
         "\"filesystem.temporary-folder\": must be a text that is not empty; it is ignored");
     row("schedule of a wrong type", R"({"schedule": {}})", "\"schedule\": must be an array; it is ignored");
@@ -278,7 +280,7 @@ void tst_ZHostCheck::checkFindsNothingWrong_data()
     row("empty", "{}");
     row("all keys", R"({"logger": {"debug": 0, "info": 1, "warning": 1, "critical": 1, "fatal": 0, "log": {"any": 7}},
         "loader": {"hot-deploy": "HOT-DEPLOY", "deployed": "DEPLOYED", "add-library-path": ["/"], "add-path": ["/"],
-                   "load-list": []},
+                   "load-list": [], "remember": true},
         "filesystem": {"temporary-folder": "none/yet", "temporary-fn-template": "a-XXXXXX"},
         "schedule": [{"url": "//a/b", "every": 1, "from": "06:00:00", "to": "22:00:00", "repeat": false, "keep": true},
                      {"url": "//a", "every": 2147483647}]})");

@@ -2,6 +2,7 @@
 #include "runninghost.h"
 #include "testcase.h"
 
+#include <QDir>
 #include <QFile>
 
 #include <fcntl.h>
@@ -19,11 +20,36 @@ private Q_SLOTS:
     void folderIsFreeWhenItsHostHasEnded_data();
     void folderIsFreeWhenItsHostHasEnded();
     void anyProcessMayHaveTheFolder();
+    void saysThatADropIsGoneAfterARestart_data();
+    void saysThatADropIsGoneAfterARestart();
+    void saysNothingOfWhatIsLoadedAtTheNextStart_data();
+    void saysNothingOfWhatIsLoadedAtTheNextStart();
+    void remembersWhatWasDropped_data();
+    void remembersWhatWasDropped();
+    void forgetsWhatWasRemoved();
+    void saysWhyItCannotRemember();
 };
 
 namespace {
 
 const QString IsWatching = QStringLiteral("hot-deploy folder changed: ");
+const QString IsNew = QStringLiteral(" is new, but \"load-list\" has no ");
+
+QJsonObject remembering(const Folder &deployed, const Folder &hotDeploy)
+{
+    QJsonObject configuration = loaderOf(deployed, hotDeploy);
+    QJsonObject loader = configuration.value(QStringLiteral("loader")).toObject();
+    loader.insert(QStringLiteral("remember"), true);
+    configuration.insert(QStringLiteral("loader"), loader);
+    return configuration;
+}
+
+void beforeOrAfterTheStart()
+{
+    QTest::addColumn<bool>("isRunning");
+    QTest::newRow("before the start") << false;
+    QTest::newRow("while it runs") << true;
+}
 
 } // namespace
 
@@ -85,6 +111,100 @@ void tst_ZHostFolders::anyProcessMayHaveTheFolder()
              qPrintable(host.written()));
     QCOMPARE(host.exitCode(), 2);
     close(descriptor);
+}
+
+void tst_ZHostFolders::saysThatADropIsGoneAfterARestart_data() { beforeOrAfterTheStart(); }
+
+void tst_ZHostFolders::saysThatADropIsGoneAfterARestart()
+{
+    QFETCH(bool, isRunning);
+    const Folder deployed, hotDeploy;
+    if (!isRunning)
+        QVERIFY(hotDeploy.drop(QStringLiteral("greeter.2")));
+    Running host(loaderOf(deployed, hotDeploy));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(IsWatching), Patience);
+    if (isRunning)
+        QVERIFY(hotDeploy.drop(QStringLiteral("greeter.2")));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("zhost: libgreeter.2.so is new, but \"load-list\" has no "
+                                                            "\"greeter\": the next start does not load it\n")),
+                             Patience);
+    host.stop();
+    QCOMPARE(host.written().count(IsNew), 1);
+    Running next(loaderOf(deployed, hotDeploy));
+    QTRY_VERIFY_WITH_TIMEOUT(next.hasWritten(IsWatching), Patience);
+    next.stop();
+    QVERIFY2(!next.written().contains(IsNew), qPrintable(next.written()));
+    QVERIFY2(!next.written().contains(QStringLiteral("loaded: ")), qPrintable(next.written()));
+}
+
+void tst_ZHostFolders::saysNothingOfWhatIsLoadedAtTheNextStart_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("by name") << "libgreeter.so"
+                             << "greeter";
+    QTest::newRow("by another version") << "libgreeter.2.so"
+                                        << "libgreeter.1.so";
+    QTest::newRow("in other letters") << "libGreeter.2.so"
+                                      << "greeter";
+}
+
+void tst_ZHostFolders::saysNothingOfWhatIsLoadedAtTheNextStart()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, name);
+    const Folder deployed, hotDeploy;
+    Running host(loaderOf(deployed, hotDeploy, {name}));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(IsWatching), Patience);
+    QVERIFY(hotDeploy.drop(QStringLiteral("greeter"), file));
+    QTRY_COMPARE_WITH_TIMEOUT(deployed.files().count(file), 1, Patience);
+    QVERIFY(hotDeploy.drop(QStringLiteral("keeper"))); // which is told of after it
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("libkeeper.so") + IsNew), Patience);
+    QCOMPARE(host.written().count(IsNew), 1);
+}
+
+void tst_ZHostFolders::remembersWhatWasDropped_data() { beforeOrAfterTheStart(); }
+
+void tst_ZHostFolders::remembersWhatWasDropped()
+{
+    QFETCH(bool, isRunning);
+    const Folder deployed, hotDeploy;
+    if (!isRunning)
+        QVERIFY(hotDeploy.drop(QStringLiteral("greeter.2")));
+    Running host(remembering(deployed, hotDeploy));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(IsWatching), Patience);
+    if (isRunning)
+        QVERIFY(hotDeploy.drop(QStringLiteral("greeter.2")));
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(deployed.filePath(QStringLiteral(".zhost-remembered.json"))), Patience);
+    host.stop();
+    QVERIFY2(!host.written().contains(IsNew), qPrintable(host.written()));
+    for (int i = 0; i < 2; ++i) {
+        Running next(remembering(deployed, hotDeploy));
+        QTRY_VERIFY_WITH_TIMEOUT(next.hasWritten(IsWatching), Patience);
+        QVERIFY2(next.written().contains(QStringLiteral("loaded: libgreeter.2\n")), qPrintable(next.written()));
+    }
+}
+
+void tst_ZHostFolders::forgetsWhatWasRemoved()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.write(QStringLiteral(".zhost-remembered.json"), R"(["keeper", "gone", 3])"));
+    QVERIFY(deployed.drop(QStringLiteral("keeper")));
+    Running host(remembering(deployed, hotDeploy));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(IsWatching), Patience);
+    QVERIFY2(host.written().contains(QStringLiteral("loaded: keeper\n")), qPrintable(host.written()));
+    QVERIFY2(!host.written().contains(QStringLiteral("failed to load")), qPrintable(host.written()));
+}
+
+void tst_ZHostFolders::saysWhyItCannotRemember()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(QDir().mkdir(deployed.filePath(QStringLiteral(".zhost-remembered.json"))));
+    QVERIFY(hotDeploy.drop(QStringLiteral("greeter")));
+    Running host(remembering(deployed, hotDeploy));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("zhost: cannot remember greeter: ")), Patience);
+    host.stop();
+    QVERIFY(host.hasEndedWell());
 }
 
 QTEST_GUILESS_MAIN(tst_ZHostFolders)

@@ -2,8 +2,10 @@
 #include "host.h"
 
 #include "buscall.h"
+#include "configuration.h"
 #include "orderlyemitter.h"
 #include "report.h"
+#include "warn.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -41,13 +43,14 @@ bool HostEndpoint::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
     return true;
 }
 
-Host::Host(const QJsonObject &configuration) : m_emitter(QSharedPointer<OrderlyEmitter>::create())
+Host::Host(const Configuration &configuration) : m_emitter(QSharedPointer<OrderlyEmitter>::create())
 {
     // Each service receives those that were there before it: the order of creation is the order of wiring. The loader
     // comes last, for the plugins that it loads may want any of the others. But its place is an early one: it goes
     // after the services that its plugins provide, and so can tell of their files.
     m_emitter->install(m_emitter);
-    m_emitter->zemit0(ZDefaultConfig::TypeName, Q_ARG(QJsonObject, configuration));
+    m_drops.emplace(configuration);
+    m_emitter->zemit0(ZDefaultConfig::TypeName, Q_ARG(QJsonObject, m_drops->withRemembered(configuration.object)));
     m_emitter->zemit0(ZDefaultLogger::TypeName);
     m_emitter->bind0(nobody<ZLoaderDelegate>());
     for (const char *const service :
@@ -57,19 +60,21 @@ Host::Host(const QJsonObject &configuration) : m_emitter(QSharedPointer<OrderlyE
     m_emitter->inject0(&m_services);
     m_services.ownActivities = m_services.activities();
     m_emitter->zemit0(ZDefaultLoader::TypeName);
+    m_drops->watch(m_services.logger);
 
     m_endpoint = QSharedPointer<HostEndpoint>::create(&m_services, &m_timetable);
     m_services.dbus->bind0(QUrl(QStringLiteral("//zhost")), m_endpoint);
-    const QStringList refused = m_timetable.start(configuration.value(QStringLiteral("schedule")), m_services);
+    const QStringList refused = m_timetable.start(configuration.object.value(QStringLiteral("schedule")), m_services);
     const QString reason = m_services.canSchedule()
                                ? QStringLiteral("no room for one more thread")
                                : QStringLiteral("nobody serves ZScheduler, or ZThreadPoolSet, which it needs");
     for (const QString &name : refused)
-        m_services.logger->warning0(QStringLiteral("zhost: %1: %2").arg(reason, name));
+        warn(*m_services.logger, QStringLiteral("%1: %2").arg(reason, name));
 }
 
 Host::~Host()
 {
+    m_drops.reset();
     m_endpoint.clear();
     m_emitter->end();
     m_emitter.clear();

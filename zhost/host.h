@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "drops.h"
 #include "services.h"
 #include "timetable.h"
 
@@ -11,6 +12,9 @@
 
 #include <zdbussubscriber.h>
 
+#include <optional>
+
+struct Configuration;
 class OrderlyEmitter;
 
 /// The endpoint "//zhost": answers "/printd" with a report, in a broadcast as well.
@@ -29,7 +33,7 @@ private:
 class Host
 {
 public:
-    explicit Host(const QJsonObject &configuration);
+    explicit Host(const Configuration &configuration);
     ~Host();
 
     /// Calls the bus; answers in words why the call was not handled, null if it was.
@@ -44,5 +48,6 @@ private:
     QSharedPointer<OrderlyEmitter> m_emitter;
     Services m_services;
     Timetable m_timetable;
+    std::optional<Drops> m_drops;
     QSharedPointer<HostEndpoint> m_endpoint;
 };

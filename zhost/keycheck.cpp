@@ -19,6 +19,7 @@ enum Type
 {
     Any,
     Number,
+    Flag,
     Text,
     Template,
     Folder,
@@ -53,7 +54,8 @@ const std::vector<Key> &knownKeys()
           {"deployed", Folder, {}},
           {"add-library-path", Folders, {}},
           {"add-path", Folders, {}},
-          {"load-list", Texts, {}}}},
+          {"load-list", Texts, {}},
+          {"remember", Flag, {}}}},
         {"filesystem", Section, {{"temporary-folder", Text, {}}, {"temporary-fn-template", Template, {}}}},
         {"schedule",
          Timetable,
@@ -141,6 +143,8 @@ private:
             return;
         case Number:
             return expect(value.isDouble(), path, "a number");
+        case Flag:
+            return expect(value.isBool(), path, "true or false");
         case Numbers:
             return numbers(value, path);
         case Text:

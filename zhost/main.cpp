@@ -63,7 +63,7 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     std::optional<int> called;
     // Each by the event loop: a plugin may quit before all are loaded, and then nothing is called.
     QTimer::singleShot(0, [&] {
-        host.emplace(configuration.object);
+        host.emplace(configuration);
         if (!commandLine.isCall)
             return;
         QTimer::singleShot(0, [&] {

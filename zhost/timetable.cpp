@@ -3,10 +3,10 @@
 
 #include "buscall.h"
 #include "services.h"
+#include "warn.h"
 
 #include <QMutexLocker>
 
-#include <zcaught.h>
 #include <zdailywindow.h>
 
 #include <limits>
@@ -99,16 +99,10 @@ bool TimetableActivity::run()
     if (!goesOn)
         enter(Ended, {});
     if (!failure.isNull() && failure != m_failure) // once for a row of the same
-        warn(QStringLiteral("zhost: %1 %2: %3")
-                 .arg(m_label, goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
+        warn(*m_logger, QStringLiteral("%1 %2: %3")
+                            .arg(m_label, goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
     m_failure = failure;
     return goesOn;
-}
-
-/// The logger may be a plugin's, and throw; nobody else would catch that on this thread.
-void TimetableActivity::warn(const QString &what)
-{
-    zCaught([&] { m_logger->warning0(what); });
 }
 
 bool TimetableActivity::isIdle() const

@@ -57,7 +57,6 @@ private:
         Ended
     };
     bool enter(State state, const QDateTime &time);
-    void warn(const QString &what);
 
     const TimetableEntry m_entry;
     const QString m_label;
