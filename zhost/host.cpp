@@ -45,6 +45,8 @@ bool HostEndpoint::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
 
 Host::Host(const Configuration &configuration) : m_emitter(QSharedPointer<OrderlyEmitter>::create())
 {
+    // Before any plugin can hear of it, and let go of what is called.
+    QObject::connect(qApp, &QCoreApplication::aboutToQuit, &m_services, [this] { m_timetable.cancel(); });
     // Each service receives those that were there before it: the order of creation is the order of wiring. The loader
     // comes last, for the plugins that it loads may want any of the others. But its place is an early one: it goes
     // after the services that its plugins provide, and so can tell of their files.
@@ -88,7 +90,6 @@ QString Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out)
 
 QStringList Host::stop()
 {
-    m_timetable.cancel();
     // Not over the bus: it may be withdrawn, or busy for ever, and the scheduler be a plugin's.
     m_emitter->bind0(nobody<ZSchedulerDelegate>());
 

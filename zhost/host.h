@@ -39,8 +39,8 @@ public:
     /// Calls the bus; answers in words why the call was not handled, null if it was.
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
 
-    /// Withdraws the scheduler, cancels the timetable and waits a while for what plugins have scheduled. Answers the
-    /// names of what does not end: while it runs, the host must not be destroyed.
+    /// When the application has quit, which cancels the timetable: withdraws the scheduler and waits a while for what
+    /// plugins have scheduled. Answers the names of what does not end: while it runs, the host must not be destroyed.
     QStringList stop();
 
 private:

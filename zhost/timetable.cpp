@@ -98,11 +98,17 @@ bool TimetableActivity::run()
     const bool goesOn = m_entry.repeat && (failure.isNull() || m_entry.keep);
     if (!goesOn)
         enter(Ended, {});
-    if (!failure.isNull() && failure != m_failure) // once for a row of the same
+    if (!failure.isNull() && failure != m_failure && !m_isCancelled) // once for a row of the same
         warn(*m_logger, QStringLiteral("%1 %2: %3")
                             .arg(m_label, goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
     m_failure = failure;
     return goesOn;
+}
+
+void TimetableActivity::cancel()
+{
+    m_isCancelled = true;
+    ZDbusActivity::cancel();
 }
 
 bool TimetableActivity::isIdle() const

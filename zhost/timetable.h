@@ -12,6 +12,8 @@
 
 #include <zscheduledactivity.h>
 
+#include <atomic>
+
 class Services;
 class ZDbus;
 class ZLogger;
@@ -32,7 +34,7 @@ struct TimetableEntry
     static TimetableEntry read(const QJsonValue &value, QStringList *problems);
 };
 
-/// A call of the bus that knows when it is due, and warns of its end.
+/// A call of the bus that knows when it is due, and warns of its end, unless that is wanted.
 class TimetableActivity : public ZDbusActivity
 {
 public:
@@ -42,6 +44,7 @@ public:
 
     bool wait() override;
     bool run() override;
+    void cancel() override;
 
     /// Whether nobody has begun with it yet.
     bool isIdle() const;
@@ -58,6 +61,7 @@ private:
     };
     bool enter(State state, const QDateTime &time);
 
+    std::atomic_bool m_isCancelled{false};
     const TimetableEntry m_entry;
     const QString m_label;
     ZDbus *const m_dbus;
