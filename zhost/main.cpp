@@ -5,6 +5,7 @@
 #include "exitguard.h"
 #include "folderlock.h"
 #include "host.h"
+#include "logformat.h"
 #include "say.h"
 #include "standardstreams.h"
 #include "stopsignals.h"
@@ -93,8 +94,7 @@ int main(int argc, char *argv[])
 {
     openStandardStreams();
     outliveReaders();
-    if (!qEnvironmentVariableIsSet("QT_FORCE_STDERR_LOGGING")) // some builds of Qt would write elsewhere by themselves
-        qputenv("QT_FORCE_STDERR_LOGGING", "1");
+    installLogFormat();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("zhost"));
     QCoreApplication::setApplicationVersion(QStringLiteral(ZHOST_VERSION));

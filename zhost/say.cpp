@@ -4,6 +4,10 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
 namespace {
 
 bool isControl(QChar character)
@@ -23,6 +27,15 @@ QString spelling(QChar control)
     }
 }
 
+/// systemd names the journal's stream in the environment: "DEVICE:INODE".
+bool stderrIsJournal()
+{
+    struct stat status;
+    return fstat(STDERR_FILENO, &status) == 0 &&
+           qgetenv("JOURNAL_STREAM") ==
+               QByteArray::number(qulonglong(status.st_dev)) + ':' + QByteArray::number(qulonglong(status.st_ino));
+}
+
 } // namespace
 
 QString printable(const QString &text)
@@ -35,6 +48,14 @@ QString printable(const QString &text)
     return result;
 }
 
-void complain(const QString &text) { std::fprintf(stderr, "zhost: %s\n", printable(text).toLocal8Bit().constData()); }
+void writeLine(int severity, const QString &text)
+{
+    static const bool isJournal = stderrIsJournal();
+    QByteArray line = isJournal ? '<' + QByteArray::number(severity) + '>' : QByteArray();
+    line += printable(text).toLocal8Bit() + '\n';
+    std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
+}
+
+void complain(const QString &text) { writeLine(LOG_WARNING, QStringLiteral("zhost: ") + text); }
 
 void print(const QString &text) { std::fprintf(stdout, "%s\n", text.toLocal8Bit().constData()); }

@@ -7,7 +7,10 @@
 /// stay.
 QString printable(const QString &text);
 
-/// Writes the line "zhost: TEXT" to stderr, as `printable`.
+/// Writes `text` to stderr, as `printable`. Where stderr is the journal the line begins with its severity, a number of
+/// <syslog.h>, as the journal takes it.
+void writeLine(int severity, const QString &text);
+/// Writes the line "zhost: TEXT" to stderr, as a warning.
 void complain(const QString &text);
 /// Writes `text` to stdout as it is, and ends its last line.
 void print(const QString &text);

@@ -61,6 +61,12 @@ public:
             connect(qApp, &QCoreApplication::aboutToQuit, qApp, [] { std::exit(0); });
         if (m_deed == "hang when asked to quit")
             connect(qApp, &QCoreApplication::aboutToQuit, qApp, waitForEver);
+        if (m_deed == "log") {
+            logger->debug0(QStringLiteral("as debug\tok"));
+            logger->info0(QStringLiteral("as info\nzhost: forged\x1b[2J\r\u009b1m"));
+            logger->warning0(QStringLiteral("as warning"));
+            logger->critical0(QStringLiteral("as critical"));
+        }
         if (m_deed == "quit")
             QCoreApplication::quit();
         if (m_deed == "read") { // keeps the start busy until somebody writes
