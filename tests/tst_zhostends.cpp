@@ -23,6 +23,7 @@ private Q_SLOTS:
     void namesThePluginThatCallsExitDuringTheStop();
     void callIsNotMadeWhenAPluginEndsTheHost_data();
     void callIsNotMadeWhenAPluginEndsTheHost();
+    void callThatASignalPreventsIsNotHandled();
     void stopIsForcedHalfAMinuteAfterTheSignal_data();
     void stopIsForcedHalfAMinuteAfterTheSignal();
     void pluginMayNeedTheEventLoopToDie();
@@ -176,6 +177,21 @@ void tst_ZHostEnds::callIsNotMadeWhenAPluginEndsTheHost()
     QVERIFY2(host.hasWritten(QStringLiteral("zhost: ended by %1(").arg(deed)), qPrintable(host.written()));
     QVERIFY2(!host.hasWritten(QStringLiteral("endpoints")), qPrintable(host.written()));
     QCOMPARE(host.exitCode(), 3);
+}
+
+void tst_ZHostEnds::callThatASignalPreventsIsNotHandled()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")}),
+                 {{QStringLiteral("UNRULY"), QStringLiteral("read")}},
+                 {QStringLiteral("--call"), QStringLiteral("//zhost/printd")});
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("unruly: here\n")), Patience);
+    host.signal(SIGTERM);
+    host.process().write("go on");
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
+    const bool isAnswered = host.hasWritten(QStringLiteral("endpoints")); // which of the two comes first is left open
+    QCOMPARE(host.exitCode(), isAnswered ? 0 : 1);
 }
 
 void tst_ZHostEnds::stopIsForcedHalfAMinuteAfterTheSignal_data()

@@ -78,7 +78,8 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     const bool isDone = StopSignals::isStopWanted() || called;
     if (!isDone)
         complain(QStringLiteral("ended by quit(), called by a plugin"));
-    const int exitCode = isDone ? called.value_or(Success) : EndedByPlugin;
+    const int asTold = called.value_or(commandLine.isCall ? Wrong : Success); // a signal may have come before the call
+    const int exitCode = isDone ? asTold : EndedByPlugin;
     const QStringList running = host ? host->stop() : QStringList();
     if (running.isEmpty())
         return exitCode;
