@@ -11,7 +11,8 @@ const char description[] = R"(Runs the plugins that a configuration names, until
 CONFIG.json holds one JSON object. Its section "logger" switches what is written to stderr. Its section
 "loader" names the plugins to load ("load-list"), the folder that they are loaded from ("deployed") and the
 folder that is watched for new ones ("hot-deploy"); a relative folder is taken from the folder in which the
-program zhost itself lies, not from the working directory. Its section "filesystem" says where temporary files
+program zhost itself lies, not from the working directory. With "remember": true what was dropped is loaded at
+the next start as well; else only what "load-list" names is. Its section "filesystem" says where temporary files
 are made. Its list "schedule" has bus calls that are made on a timetable, such as
 
   {"url": "//report/daily", "every": 60000, "from": "08:00:00", "to": "18:30:00", "repeat": true}
@@ -23,7 +24,7 @@ The bus endpoint //zhost/printd tells what is wired and what runs.
 
 Exit status: 0 stopped as told, --check found nothing, --call was handled; 1 something had to be left running,
 --check found something wrong, --call was not handled; 2 the command line or the configuration file cannot be
-used; 3 a plugin has ended the program by exit() or quit().)";
+used, or a program runs on the deployed folder already; 3 a plugin has ended the program by exit() or quit().)";
 
 struct Parser : QCommandLineParser
 {
