@@ -228,17 +228,17 @@ void tst_ZDeploy::picksANameThatSortsLast_data()
     };
     row("libplain.so", {}, {}, "libplain.so");
     row("libplain.so", {}, {"libother.so", "libplainer.7.so", "libplai.8.so"}, "libplain.so");
-    row("libplain.so", {}, {"libplain.so"}, "libplain.1.so");
-    row("libplain.so", {"libplain.so"}, {}, "libplain.1.so");
+    row("libplain.so", {}, {"libplain.so"}, "libplain.0001.so");
+    row("libplain.so", {"libplain.so"}, {}, "libplain.0001.so");
     row("libplain.so", {"libplain.1.so"}, {"libplain.so"}, "libplain.2.so");
     row("libplain.so", {}, {"libplain.so", "libplain.1.so", "libplain.3.so"}, "libplain.4.so");
-    row("libplain.so", {}, {"libplain.9.so"}, "libplain.90.so"); // "10" would sort before "9"
+    row("libplain.so", {}, {"libplain.9.so"}, "libplain.A00000.so"); // "10" would sort before "9"
     row("libplain.so", {}, {"libplain.90.so", "libplain.9.so"}, "libplain.91.so");
     row("libplain.so", {}, {"libplain.19.so"}, "libplain.20.so");
-    row("libplain.so", {}, {"libplain.99.so"}, "libplain.990.so");
+    row("libplain.so", {}, {"libplain.99.so"}, "libplain.A00000.so");
     row("libplain.so", {}, {"libplain.1.09.so"}, "libplain.1.10.so");
-    row("libplain.so", {}, {"libplain.1.9.so"}, "libplain.1.90.so");
-    row("libplain.so", {}, {"libplain.beta.so"}, "libplain.beta0.so");
+    row("libplain.so", {}, {"libplain.1.9.so"}, "libplain.1.A00000.so");
+    row("libplain.so", {}, {"libplain.beta.so"}, "libplain.beta0001.so");
     row("libplain.so", {}, {"libplain.2.so", "libplain.10.so"}, "libplain.3.so");
     row("libplain.so", {}, {"libplain.20250131-235959123.so"}, "libplain.20250131-235959124.so");
     row("libplain.1.2.so", {}, {}, "libplain.1.2.so");
@@ -286,7 +286,7 @@ void tst_ZDeploy::refusesAVersionThatWouldNotBeTheNewest_data()
                            << "there is a file libplain.1.2.so already";
     QTest::newRow("older") << "libplain.9.so"
                            << "10"
-                           << "libplain.10.so would sort before a version that is there; libplain.90.so would be next";
+                           << "libplain.10.so would sort before a version that is there; libplain.A00000.so would be next";
 }
 
 void tst_ZDeploy::refusesAVersionThatWouldNotBeTheNewest()
@@ -401,7 +401,7 @@ void tst_ZDeploy::severalAtOnceGetNamesOfTheirOwn()
         names << result.out.section(QLatin1Char(' '), -1).trimmed();
     }
     names.sort();
-    const QStringList expected{"libplain.1.so", "libplain.2.so", "libplain.3.so", "libplain.so"};
+    const QStringList expected{"libplain.0001.so", "libplain.0002.so", "libplain.0003.so", "libplain.so"};
     QCOMPARE(names, expected);
     QCOMPARE(place.dropped(), expected);
     for (const QString &name : names)
@@ -446,8 +446,8 @@ void tst_ZDeploy::findsTheDeployedFolderBesideWhatALinkPointsTo()
     const Folder elsewhere;
     const QString link = elsewhere.filePath(QStringLiteral("drop"));
     QVERIFY(QFile::link(place.hotDeploy(), link));
-    QCOMPARE(run({plugin("plain"), link}).out, QStringLiteral("dropped as libplain.1.so\n"));
-    QCOMPARE(place.dropped(), QStringList{QStringLiteral("libplain.1.so")});
+    QCOMPARE(run({plugin("plain"), link}).out, QStringLiteral("dropped as libplain.0001.so\n"));
+    QCOMPARE(place.dropped(), QStringList{QStringLiteral("libplain.0001.so")});
     QVERIFY(QDir(place.deployed()).removeRecursively());
     const QString reason = QStringLiteral("there is no folder %1: ").arg(QFileInfo(place.deployed()).filePath());
     QVERIFY(run({plugin("plain"), link}).err.contains(reason));
@@ -502,7 +502,7 @@ void tst_ZDeploy::aRunningHostLoadsWhatIsDropped()
     QTRY_VERIFY_WITH_TIMEOUT(hasWritten("hot-deploy folder changed"), 30000);
 
     // Each is taken away before the next comes, so the names must come from the other folder.
-    for (const char *const name : {"libplain", "libplain.1", "libplain.2"}) {
+    for (const char *const name : {"libplain", "libplain.0001", "libplain.0002"}) {
         const Result result = run({plugin("plain"), place.hotDeploy()});
         QCOMPARE(result.out, QStringLiteral("dropped as %1.so\n").arg(QLatin1String(name)));
         QTRY_VERIFY_WITH_TIMEOUT(hasWritten(QByteArray(QByteArray("loaded: ") + name + '\n').constData()), 30000);

@@ -19,6 +19,7 @@ struct PluginName
     /// Whether this one is newer than all of `files`: their plain file is the oldest, and versions are compared as
     /// texts, which is how the loader sorts them.
     bool isNewest(const QStringList &files) const;
-    /// The next name that is newer than all of `files`: without a version if there are none of this plugin.
+    /// The next name that is newer than all of `files`: without a version if there are none of this plugin. It stays
+    /// short, however many there are.
     PluginName next(const QStringList &files) const;
 };

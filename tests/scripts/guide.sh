@@ -45,8 +45,8 @@ bash -e -c "$(patience)
 $(cat "$folder/script")" 2>&1 | tee "$folder/said"
 
 grep -q '^ticker is here$' "$folder/said" || fail "the first plugin said nothing"
-grep -q '^dropped as libticker.1.so$' "$folder/said" || fail "zdeploy found another name"
-grep -q '^dropped as libscratch.1.so$' "$folder/said" || fail "zdeploy found another name"
+grep -q '^dropped as libticker.0001.so$' "$folder/said" || fail "zdeploy found another name"
+grep -q '^dropped as libscratch.0001.so$' "$folder/said" || fail "zdeploy found another name"
 grep -q 'unloaded: libscratch$' ticker/log || fail "the first version is still in memory"
 ! grep 'failed to' ticker/log || fail "the host has complained"
 calls=$(grep -Eo 'ticker: (zhost|scratch-one|scratch-two)' ticker/log | uniq | tr -d '\n')
