@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "folder.h"
+#include "place.h"
 #include "program.h"
 #include "testcase.h"
 
@@ -16,6 +17,11 @@
 
 #include <csignal>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 /// The program zdeploy, run as an operator would.
 class tst_ZDeploy : public TestCase
 {
@@ -29,6 +35,10 @@ private Q_SLOTS:
     void refusesWhatIsNoPluginOfOurs_data();
     void refusesWhatIsNoPluginOfOurs();
     void dropsACompleteCopy();
+    void dropsWhatAllMayReadAndNobodyMayWrite_data();
+    void dropsWhatAllMayReadAndNobodyMayWrite();
+    void writesControlCharactersOut_data();
+    void writesControlCharactersOut();
     void picksANameThatSortsLast_data();
     void picksANameThatSortsLast();
     void refusesAVersionThatWouldNotBeTheNewest_data();
@@ -38,6 +48,7 @@ private Q_SLOTS:
     void refusesASourceThatIsBeingWritten();
     void refusesASourceThatChangesMeanwhile();
     void severalAtOnceGetNamesOfTheirOwn();
+    void saysWhoHasTheFolder();
     void leavesNothingWhereASignalEndsIt_data();
     void leavesNothingWhereASignalEndsIt();
     void findsTheDeployedFolderBesideWhatALinkPointsTo();
@@ -50,43 +61,6 @@ private Q_SLOTS:
 namespace {
 
 Result run(const QStringList &arguments) { return runProgram(QStringLiteral(ZDEPLOY), arguments); }
-
-/// The two folders of a loader, side by side.
-class Place
-{
-public:
-    Place()
-    {
-        QDir(m_folder.path()).mkdir(QStringLiteral("hot-deploy"));
-        QDir(m_folder.path()).mkdir(QStringLiteral("deployed"));
-    }
-
-    QString hotDeploy() const { return m_folder.filePath(QStringLiteral("hot-deploy")); }
-    QString deployed() const { return m_folder.filePath(QStringLiteral("deployed")); }
-    QStringList dropped() const { return everythingIn(hotDeploy()); }
-
-    /// A file outside both folders.
-    QString write(const QString &name, const QByteArray &content) const
-    {
-        m_folder.write(name, content);
-        return m_folder.filePath(name);
-    }
-
-    static QStringList everythingIn(const QString &folder)
-    {
-        return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    }
-
-private:
-    Folder m_folder;
-};
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    file.open(QIODevice::ReadOnly);
-    return file.readAll();
-}
 
 QProcessEnvironment slowDisk()
 {
@@ -137,10 +111,14 @@ void tst_ZDeploy::refusesACommandLineThatItCannotUse_data()
     QTest::newRow("no deployed folder beside it")
         << QStringList{"libfoo.so", "/usr/lib"}
         << "there is no folder /usr/deployed: name the one to which plugins are moved with --deployed";
+    for (const char *const seconds : {"", "0", "-1", "1.5", "3601", "soon"})
+        QTest::addRow("patience \"%s\"", seconds) << QStringList{"--patience", seconds, "libfoo.so", here}
+                                                  << "--patience needs a number of seconds, 1 to 3600";
     for (const char *const version : {"", ".1", "1.", "1..2", "../x", "1/2", "1 2", "1\n"})
         QTest::addRow("version \"%s\"", version)
             << QStringList{"--as", version, "libfoo.so", here}
-            << QStringLiteral("\"%1\" is no version: letters, digits and single dots").arg(QLatin1String(version));
+            << QStringLiteral("\"%1\" is no version: letters, digits and single dots")
+                   .arg(QString(version).replace(QLatin1Char('\n'), QStringLiteral("\\x0a")));
 }
 
 void tst_ZDeploy::refusesACommandLineThatItCannotUse()
@@ -211,8 +189,58 @@ void tst_ZDeploy::dropsACompleteCopy()
     QCOMPARE(place.dropped(), QStringList{QStringLiteral("libplain.so")});
     const QString copy = place.hotDeploy() + QStringLiteral("/libplain.so");
     QCOMPARE(contentOf(copy), contentOf(source));
-    QCOMPARE(QFile::permissions(copy), QFile::permissions(source));
     QCOMPARE(Place::everythingIn(place.deployed()), QStringList());
+}
+
+void tst_ZDeploy::dropsWhatAllMayReadAndNobodyMayWrite_data()
+{
+    QTest::addColumn<int>("mode");
+    for (const int mode : {0600, 0640, 0644, 0777})
+        QTest::addRow("%o", static_cast<unsigned>(mode)) << mode;
+}
+
+void tst_ZDeploy::dropsWhatAllMayReadAndNobodyMayWrite()
+{
+    QFETCH(int, mode);
+    const Place place;
+    const QString source = place.write(QStringLiteral("libplain.so"), contentOf(plugin("plain")));
+    QCOMPARE(chmod(QFile::encodeName(source).constData(), static_cast<mode_t>(mode)), 0);
+    const mode_t mask = umask(077);
+    const Result result = run({source, place.hotDeploy()});
+    umask(mask);
+    QCOMPARE(result.err, QString());
+    struct stat status = {};
+    QCOMPARE(stat(QFile::encodeName(place.hotDeploy() + QStringLiteral("/libplain.so")).constData(), &status), 0);
+    QCOMPARE(int(status.st_mode & 07777), 0444);
+}
+
+void tst_ZDeploy::writesControlCharactersOut_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("isPlugin");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("dropped") << "libred\033c.so" << true << "dropped as libred\\x1bc.so\n";
+    QTest::newRow("refused") << "libred\033c\n.so" << false << "libred\\x1bc\\x0a.so is refused: it is no plugin";
+    QTest::newRow("two bytes") << QString("libtwo\u009b31m.so") << true << "dropped as libtwo\\x9b31m.so\n";
+    QTest::newRow("turned around") << QString("lib\u202egpj.so") << true << "dropped as lib\\u202egpj.so\n";
+    QTest::newRow("letters") << QString("libg\u00fc\u6f22.so") << true << QString("dropped as libg\u00fc\u6f22.so\n");
+}
+
+void tst_ZDeploy::writesControlCharactersOut()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, isPlugin);
+    QFETCH(QString, line);
+    const Place place;
+    const QString source = place.write(name, isPlugin ? contentOf(plugin("plain")) : QByteArray("text"));
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral(ZDEPLOY), {source, place.hotDeploy()});
+    const Result result = finish(process);
+    QCOMPARE(result.exitCode, isPlugin ? 0 : 1);
+    QVERIFY2((result.out + result.err).contains(line), qPrintable(result.out + result.err));
 }
 
 void tst_ZDeploy::picksANameThatSortsLast_data()
@@ -284,9 +312,10 @@ void tst_ZDeploy::refusesAVersionThatWouldNotBeTheNewest_data()
     QTest::newRow("taken") << "libplain.1.2.so"
                            << "1.2"
                            << "there is a file libplain.1.2.so already";
-    QTest::newRow("older") << "libplain.9.so"
-                           << "10"
-                           << "libplain.10.so would sort before a version that is there; libplain.A00000.so would be next";
+    QTest::newRow("older")
+        << "libplain.9.so"
+        << "10"
+        << "libplain.10.so would sort before a version that is there; libplain.A00000.so would be next";
 }
 
 void tst_ZDeploy::refusesAVersionThatWouldNotBeTheNewest()
@@ -406,6 +435,22 @@ void tst_ZDeploy::severalAtOnceGetNamesOfTheirOwn()
     QCOMPARE(place.dropped(), expected);
     for (const QString &name : names)
         QCOMPARE(contentOf(place.hotDeploy() + QLatin1Char('/') + name), contentOf(source));
+}
+
+void tst_ZDeploy::saysWhoHasTheFolder()
+{
+    const Place place;
+    const int descriptor = open(QFile::encodeName(place.hotDeploy()).constData(), O_RDONLY | O_CLOEXEC);
+    QCOMPARE(flock(descriptor, LOCK_EX), 0);
+    const QString source = plugin("plain");
+    const Result result = run({source, place.hotDeploy()});
+    close(descriptor);
+    const QString name = QString::fromUtf8(contentOf(QStringLiteral("/proc/self/comm"))).trimmed();
+    QCOMPARE(result.err, QStringLiteral("zdeploy: %1 is refused: %2 is being deployed to by process %3 (%4)\n")
+                             .arg(source, place.hotDeploy(), QString::number(getpid()), name));
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(place.dropped(), QStringList());
+    QCOMPARE(run({source, place.hotDeploy()}).exitCode, 0);
 }
 
 void tst_ZDeploy::leavesNothingWhereASignalEndsIt_data()

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "drop.h"
 
+#include "folderlock.h"
 #include "inspection.h"
 #include "pluginname.h"
+#include "tryout.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,7 +19,7 @@
 #include <cstdio>
 
 #include <fcntl.h>
-#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -26,36 +28,11 @@ namespace {
 const QString PartName = QStringLiteral(".zdeploy-XXXXXX.part");
 const QString PartPattern = QStringLiteral(".zdeploy-*.part");
 
+// Whatever the source has: everybody may read it, such as the user as whom the program runs. And nobody may write into
+// it, for that changes the code of a plugin that is loaded; who copies over it is refused, or has to replace it.
+constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
+
 QString systemError() { return qt_error_string(errno); }
-
-/// The folder, kept to one process that drops at a time.
-class LockedFolder
-{
-public:
-    explicit LockedFolder(const QString &path)
-        : m_descriptor(open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    {
-        int result = -1;
-        do
-            result = m_descriptor < 0 ? -1 : flock(m_descriptor, LOCK_EX);
-        while (result != 0 && errno == EINTR);
-        if (result != 0)
-            error = QStringLiteral("cannot lock %1: %2").arg(path, systemError());
-    }
-    ~LockedFolder()
-    {
-        if (m_descriptor >= 0)
-            close(m_descriptor);
-    }
-
-    void sync() { fsync(m_descriptor); }
-
-    QString error;
-
-private:
-    Q_DISABLE_COPY(LockedFolder)
-    const int m_descriptor;
-};
 
 /// Names of plugin files in both folders. A loader moves a file from the first to the second at any time, but never
 /// back: looked at in this order, no file is missed.
@@ -138,7 +115,7 @@ Drop::Result Drop::run() const
     if (!error.isEmpty())
         return {{}, error};
 
-    LockedFolder folder(hotDeploy);
+    FolderLock folder(hotDeploy);
     if (!folder.error.isEmpty())
         return {{}, folder.error};
     removeWhatKilledOnesLeft(hotDeploy);
@@ -150,11 +127,13 @@ Drop::Result Drop::run() const
         return {{}, QStringLiteral("cannot write in %1: %2").arg(hotDeploy, part.errorString())};
     removeBySignals(part.fileName());
     error = copy(from, part);
+    if (error.isEmpty() && fchmod(part.handle(), DroppedMode) != 0)
+        error = QStringLiteral("cannot write %1: %2").arg(part.fileName(), systemError());
     part.close();
     if (error.isEmpty())
         error = inspect(part.fileName());
     if (error.isEmpty())
-        error = tryOut(QFileInfo(part.fileName()).absoluteFilePath());
+        error = tryOut(QFileInfo(part.fileName()).absoluteFilePath(), name.plugin, patience);
     if (!error.isEmpty())
         return {{}, error};
 

@@ -10,6 +10,7 @@ struct Drop
     QString hotDeploy; ///< The folder that a loader watches.
     QString deployed;  ///< The folder to which the loader moves what it finds.
     QString version;   ///< Empty: the one that the name of the source has, or else the next.
+    int patience = 0;  ///< How many seconds the try-out may take.
 
     struct Result
     {

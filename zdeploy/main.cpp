@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "drop.h"
-#include "inspection.h"
 #include "pluginname.h"
+#include "printable.h"
+#include "tryout.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -21,13 +22,17 @@ enum ExitCode
 
 const char description[] =
     "Drops a plugin into the folder that a running program watches, so that nothing can go wrong there: the file is\n"
-    "inspected, loaded once by a process of its own, copied, and appears in one step under a name that sorts after "
-    "all\n"
-    "versions that are there.\n"
+    "inspected, copied, tried out in a host and a process of its own, and appears in one step under a name that sorts\n"
+    "after all versions that are there.\n"
     "\n"
     "Exit status: 0 dropped; 1 refused, and nothing is left behind; 2 the command line cannot be used.";
 
-void say(std::FILE *stream, const QString &line) { std::fprintf(stream, "%s\n", line.toLocal8Bit().constData()); }
+constexpr int DefaultPatience = 60;
+constexpr int MostPatience = 3600;
+
+void write(std::FILE *stream, const QString &text) { std::fprintf(stream, "%s\n", text.toLocal8Bit().constData()); }
+
+void say(std::FILE *stream, const QString &line) { write(stream, printable(line)); }
 
 int misused(const QString &reason)
 {
@@ -39,6 +44,8 @@ int misused(const QString &reason)
 
 int main(int argc, char *argv[])
 {
+    if (isTryOut(argc, argv))
+        return watchTryOut(argv);
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("zdeploy"));
     QCoreApplication::setApplicationVersion(QStringLiteral(ZDEPLOY_VERSION));
@@ -58,36 +65,39 @@ int main(int argc, char *argv[])
         QStringLiteral("The folder to which the running program moves what it finds in FOLDER. Without it, the folder "
                        "\"deployed\" beside FOLDER."),
         QStringLiteral("FOLDER"));
-    QCommandLineOption tryOut(QStringLiteral("try-out"), QString(), QStringLiteral("FILE"));
-    tryOut.setFlags(QCommandLineOption::HiddenFromHelp);
-    parser.addOptions({as, deployed, tryOut});
+    const QCommandLineOption patience(
+        QStringLiteral("patience"),
+        QStringLiteral("How long trying it out may take, in seconds: %1 if nothing is said.").arg(DefaultPatience),
+        QStringLiteral("SECONDS"), QString::number(DefaultPatience));
+    parser.addOptions({as, deployed, patience});
     parser.addPositionalArgument(QStringLiteral("PLUGIN.so"), QStringLiteral("The plugin's file."));
     parser.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The hot-deploy folder."));
     if (!parser.parse(QCoreApplication::arguments()))
         return misused(parser.errorText());
     if (parser.isSet(help)) {
-        say(stdout, parser.helpText());
+        write(stdout, parser.helpText());
         return Dropped;
     }
     if (parser.isSet(version)) {
         say(stdout, QStringLiteral("zdeploy " ZDEPLOY_VERSION));
         return Dropped;
     }
-    if (parser.isSet(tryOut))
-        return tryOutHere(parser.value(tryOut));
 
     const QStringList arguments = parser.positionalArguments();
     if (arguments.size() != 2)
         return misused(QStringLiteral("name one plugin and one folder"));
     if (parser.isSet(as) && !PluginName::isVersion(parser.value(as)))
         return misused(QStringLiteral("\"%1\" is no version: letters, digits and single dots").arg(parser.value(as)));
+    const int seconds = parser.value(patience).toInt();
+    if (seconds < 1 || seconds > MostPatience)
+        return misused(QStringLiteral("--patience needs a number of seconds, 1 to %1").arg(MostPatience));
     const QFileInfo hotDeploy(arguments.at(1));
     if (!hotDeploy.isDir())
         return misused(QStringLiteral("there is no folder %1").arg(hotDeploy.filePath()));
     const QDir real(hotDeploy.canonicalFilePath()); // what is beside a link is not beside the folder
     const Drop drop{arguments.at(0), hotDeploy.filePath(),
                     parser.isSet(deployed) ? parser.value(deployed) : real.filePath(QStringLiteral("../deployed")),
-                    parser.value(as)};
+                    parser.value(as), seconds};
     if (!QFileInfo(drop.deployed).isDir())
         return misused(QStringLiteral("there is no folder %1: name the one to which plugins are moved with --deployed")
                            .arg(QDir::cleanPath(drop.deployed)));

@@ -55,8 +55,7 @@ QString after(const QString &version)
 /// version that is too long to be counted on.
 QString shortAfter(const QString &version)
 {
-    static const QString characters =
-        QStringLiteral("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz~");
+    static const QString characters = QStringLiteral("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz~");
     for (int i = 0; i < version.size(); ++i) {
         for (const QChar greater : characters) {
             if (greater > version[i])

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "account.h"
+
+#include "printable.h"
+
+#include <QList>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr int LongestText = 1000; // a pipe has room for it, whoever reads
+const QLatin1Char VerdictMark('=');
+
+void writeLine(int descriptor, const QString &text)
+{
+    const QByteArray line = printable(text.left(LongestText)).toUtf8() + '\n';
+    if (write(descriptor, line.constData(), static_cast<size_t>(line.size())) < 0)
+        return; // nobody listens any more
+}
+
+} // namespace
+
+Account Account::read(const QByteArray &text)
+{
+    Account account;
+    const QStringList lines = QString::fromUtf8(text).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    for (const QString &line : lines) {
+        if (line.startsWith(VerdictMark))
+            account.verdict = line.mid(1);
+        else
+            account.doing = line;
+    }
+    return account;
+}
+
+void Account::begin(int descriptor, const QString &doing) { writeLine(descriptor, doing); }
+
+void Account::judge(int descriptor, const QString &verdict) { writeLine(descriptor, VerdictMark + verdict); }
