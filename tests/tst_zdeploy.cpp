@@ -344,7 +344,8 @@ void tst_ZDeploy::survivesEachPageZeroed()
         QByteArray damaged = good;
         const int size = std::min(PageSize, good.size() - page * PageSize);
         damaged.replace(page * PageSize, size, QByteArray(size, '\0'));
-        const Result result = run({place.write(QStringLiteral("libplain.so"), damaged), place.hotDeploy()});
+        const QString source = place.write(QStringLiteral("libplain.so"), damaged);
+        const Result result = run({QStringLiteral("--patience"), QStringLiteral("10"), source, place.hotDeploy()});
         QVERIFY2(result.exitCode == 0 || result.exitCode == 1, qPrintable(result.err));
         refused += result.exitCode;
         // What is dropped is what was tried out; what is refused leaves nothing.

@@ -10,9 +10,10 @@
 /// ended: a plugin may end it, too, and would do so with 0 first of all.
 struct Account
 {
-    QString doing; ///< What was begun last, such as "loading it".
-    std::optional<QString>
-        verdict; ///< Why the plugin is refused, empty if it is not; nothing where it never came so far.
+    /// What was begun last, such as "loading it".
+    QString doing = QStringLiteral("trying it out");
+    /// Why the plugin is refused, empty if it is not; nothing where it never came so far.
+    std::optional<QString> verdict;
 
     static Account read(const QByteArray &text);
     static void begin(int descriptor, const QString &doing);
