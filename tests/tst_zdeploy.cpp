@@ -56,6 +56,9 @@ private Q_SLOTS:
     void refusesTheDeployedFolderItself();
     void tidiesUpWhatAKilledOneLeft();
     void aRunningHostLoadsWhatIsDropped();
+    void listsWhatIsThere();
+    void goesBackToTheLastGoodVersion_data();
+    void goesBackToTheLastGoodVersion();
 };
 
 namespace {
@@ -102,6 +105,11 @@ void tst_ZDeploy::refusesACommandLineThatItCannotUse_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("reason");
     const QString here = QDir::tempPath();
+    QTest::newRow("nothing to list") << QStringList{"--list"} << "name one folder";
+    QTest::newRow("a plugin to list") << QStringList{"--list", "libfoo.so", here} << "name one folder";
+    QTest::newRow("nowhere to go back") << QStringList{"--rollback", "foo"} << "name one folder";
+    QTest::newRow("two things to do") << QStringList{"--list", "--rollback", "foo", here}
+                                      << "--list and --rollback exclude each other";
     QTest::newRow("nothing") << QStringList() << "name one plugin and one folder";
     QTest::newRow("no folder named") << QStringList{"libfoo.so"} << "name one plugin and one folder";
     QTest::newRow("too much") << QStringList{"libfoo.so", here, here} << "name one plugin and one folder";
@@ -557,6 +565,72 @@ void tst_ZDeploy::aRunningHostLoadsWhatIsDropped()
     QVERIFY2(!written.contains(QStringLiteral("failed to rename")), qPrintable(written));
     host.terminate();
     QCOMPARE(finish(host).exitCode, 0);
+}
+
+void tst_ZDeploy::listsWhatIsThere()
+{
+    const Place place;
+    place.deploy({"libb.so", "libb.0001.so", "libb.9.so", "liba.1\033.so"}, {"libb.so", "libb.9.so"});
+    place.write(QStringLiteral("deployed/libb.A00000.so.quarantined"), "");
+    place.write(QStringLiteral("deployed/libb.9.so"), "exchanged since");
+    place.write(QStringLiteral("deployed/config.json"), "");
+    place.write(QStringLiteral("hot-deploy/libb.A00001.so"), "");
+    const Result result = run({QStringLiteral("--list"), place.hotDeploy()});
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.exitCode, 0);
+    const QStringList lines{"liba.1\\x1b.so: not known to be good", "libb.so: good since 2026-11-21T10:00:00",
+                            "libb.0001.so: not known to be good",   "libb.9.so: not known to be good",
+                            "libb.A00000.so: quarantined",          "libb.A00001.so: waits for a host"};
+    QCOMPARE(result.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts), lines);
+}
+
+void tst_ZDeploy::goesBackToTheLastGoodVersion_data()
+{
+    QTest::addColumn<QStringList>("deployed");
+    QTest::addColumn<QStringList>("good");
+    QTest::addColumn<QString>("quarantined");
+    QTest::addColumn<QString>("source"); // none where there is nothing to go back to
+    QTest::addColumn<QString>("name");
+    const QStringList three{"libplain.so", "libplain.0001.so", "libplain.0002.so"};
+    QTest::newRow("the one before") << three << three << QString() << "libplain.0001.so"
+                                    << "libplain.0003.so";
+    QTest::newRow("before one that is not good") << three << QStringList{"libplain.so"} << QString() << "libplain.so"
+                                                 << "libplain.0003.so";
+    QTest::newRow("past a name that is quarantined") << three << three << "libplain.0003.so"
+                                                     << "libplain.0001.so"
+                                                     << "libplain.0004.so";
+    QTest::newRow("none is good") << three << QStringList() << QString() << QString() << QString();
+    QTest::newRow("only the newest is good")
+        << three << QStringList{"libplain.0002.so"} << QString() << QString() << QString();
+    QTest::newRow("only one is there") << QStringList{"libplain.so"} << QStringList{"libplain.so"} << QString()
+                                       << QString() << QString();
+    QTest::newRow("only another plugin") << QStringList{"libplainer.so", "libplainer.0001.so"}
+                                         << QStringList{"libplainer.so"} << QString() << QString() << QString();
+}
+
+void tst_ZDeploy::goesBackToTheLastGoodVersion()
+{
+    QFETCH(QStringList, deployed);
+    QFETCH(QStringList, good);
+    QFETCH(QString, quarantined);
+    QFETCH(QString, source);
+    QFETCH(QString, name);
+    const Place place;
+    place.deploy(deployed, good, contentOf(plugin("plain")));
+    if (!quarantined.isEmpty())
+        place.write(QStringLiteral("deployed/%1.quarantined").arg(quarantined), "");
+    const Result result = run({QStringLiteral("--rollback"), QStringLiteral("plain"), place.hotDeploy()});
+    if (source.isEmpty()) {
+        QCOMPARE(result.err, QStringLiteral("zdeploy: plain has no good version before the newest\n"));
+        QCOMPARE(result.exitCode, 1);
+        QCOMPARE(place.dropped(), QStringList());
+        return;
+    }
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.out, QStringLiteral("dropped as %1\n").arg(name));
+    QCOMPARE(place.dropped(), QStringList{name});
+    QCOMPARE(contentOf(place.hotDeploy() + QLatin1Char('/') + name),
+             contentOf(place.deployed() + QLatin1Char('/') + source));
 }
 
 QTEST_GUILESS_MAIN(tst_ZDeploy)

@@ -5,6 +5,7 @@
 #include "inspection.h"
 #include "pluginname.h"
 #include "tryout.h"
+#include "versions.h"
 
 #include <QDir>
 #include <QFile>
@@ -34,14 +35,15 @@ constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
 
 QString systemError() { return qt_error_string(errno); }
 
-/// Names of plugin files in both folders. A loader moves a file from the first to the second at any time, but never
-/// back: looked at in this order, no file is missed.
+/// Names of plugin files in both folders; a quarantined one has its name still. A loader moves a file from the first to
+/// the second at any time, but never back: looked at in this order, no file is missed.
 QStringList namesIn(const QString &hotDeploy, const QString &deployed)
 {
-    const QStringList filter{QStringLiteral("lib*.so")};
-    const QDir::Filters all = QDir::AllEntries | QDir::System | QDir::Hidden;
-    const QStringList waiting = QDir(hotDeploy).entryList(filter, all);
-    return waiting + QDir(deployed).entryList(filter, all);
+    QStringList names;
+    const QVector<Version> versions = versionsIn(hotDeploy, deployed);
+    for (const Version &version : versions)
+        names.append(version.name.file());
+    return names;
 }
 
 /// What went wrong, or an empty text. Whoever is still writing the source would leave a part of it in the copy.

@@ -3,6 +3,7 @@
 #include "pluginname.h"
 #include "printable.h"
 #include "tryout.h"
+#include "versions.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -25,6 +26,9 @@ const char description[] =
     "inspected, copied, tried out in a host and a process of its own, and appears in one step under a name that sorts\n"
     "after all versions that are there.\n"
     "\n"
+    "With --list it drops nothing, and tells what is there. With --rollback it drops once more, as the newest, the\n"
+    "last version before the newest that the running program has noted as good.\n"
+    "\n"
     "Exit status: 0 dropped; 1 refused, and nothing is left behind; 2 the command line cannot be used.";
 
 constexpr int DefaultPatience = 60;
@@ -38,6 +42,38 @@ int misused(const QString &reason)
 {
     say(stderr, QStringLiteral("zdeploy: %1; see zdeploy --help").arg(reason));
     return Usage;
+}
+
+int refused(const QString &reason)
+{
+    say(stderr, QStringLiteral("zdeploy: %1").arg(reason));
+    return Refused;
+}
+
+int run(const Drop &drop)
+{
+    const Drop::Result result = drop.run();
+    if (!result.error.isEmpty())
+        return refused(QStringLiteral("%1 is refused: %2").arg(drop.source, result.error));
+    say(stdout, QStringLiteral("dropped as %1").arg(result.name));
+    return Dropped;
+}
+
+int listAll(const Drop &drop)
+{
+    const QVector<Version> versions = versionsIn(drop.hotDeploy, drop.deployed);
+    for (const Version &version : versions)
+        say(stdout, version.describe());
+    return Dropped;
+}
+
+int goBack(Drop drop, const QString &plugin)
+{
+    const PluginName good = goodBeforeNewest(plugin, versionsIn(drop.hotDeploy, drop.deployed));
+    if (good.plugin.isNull())
+        return refused(QStringLiteral("%1 has no good version before the newest").arg(plugin));
+    drop.source = QDir::cleanPath(QDir(drop.deployed).filePath(good.file()));
+    return run(drop);
 }
 
 } // namespace
@@ -69,7 +105,13 @@ int main(int argc, char *argv[])
         QStringLiteral("patience"),
         QStringLiteral("How long trying it out may take, in seconds: %1 if nothing is said.").arg(DefaultPatience),
         QStringLiteral("SECONDS"), QString::number(DefaultPatience));
-    parser.addOptions({as, deployed, patience});
+    const QCommandLineOption list(QStringLiteral("list"),
+                                  QStringLiteral("List the plugins in both folders, and what is known of them."));
+    const QCommandLineOption rollback(
+        QStringLiteral("rollback"),
+        QStringLiteral("Go back to the last good version of the plugin NAME, such as \"ticker\", before the newest."),
+        QStringLiteral("NAME"));
+    parser.addOptions({as, deployed, patience, list, rollback});
     parser.addPositionalArgument(QStringLiteral("PLUGIN.so"), QStringLiteral("The plugin's file."));
     parser.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The hot-deploy folder."));
     if (!parser.parse(QCoreApplication::arguments()))
@@ -84,18 +126,22 @@ int main(int argc, char *argv[])
     }
 
     const QStringList arguments = parser.positionalArguments();
-    if (arguments.size() != 2)
-        return misused(QStringLiteral("name one plugin and one folder"));
+    if (parser.isSet(list) && parser.isSet(rollback))
+        return misused(QStringLiteral("--list and --rollback exclude each other"));
+    const bool namesFile = !parser.isSet(list) && !parser.isSet(rollback);
+    if (arguments.size() != (namesFile ? 2 : 1))
+        return misused(namesFile ? QStringLiteral("name one plugin and one folder")
+                                 : QStringLiteral("name one folder"));
     if (parser.isSet(as) && !PluginName::isVersion(parser.value(as)))
         return misused(QStringLiteral("\"%1\" is no version: letters, digits and single dots").arg(parser.value(as)));
     const int seconds = parser.value(patience).toInt();
     if (seconds < 1 || seconds > MostPatience)
         return misused(QStringLiteral("--patience needs a number of seconds, 1 to %1").arg(MostPatience));
-    const QFileInfo hotDeploy(arguments.at(1));
+    const QFileInfo hotDeploy(arguments.last());
     if (!hotDeploy.isDir())
         return misused(QStringLiteral("there is no folder %1").arg(hotDeploy.filePath()));
     const QDir real(hotDeploy.canonicalFilePath()); // what is beside a link is not beside the folder
-    const Drop drop{arguments.at(0), hotDeploy.filePath(),
+    const Drop drop{arguments.first(), hotDeploy.filePath(),
                     parser.isSet(deployed) ? parser.value(deployed) : real.filePath(QStringLiteral("../deployed")),
                     parser.value(as), seconds};
     if (!QFileInfo(drop.deployed).isDir())
@@ -105,11 +151,7 @@ int main(int argc, char *argv[])
         return misused(QStringLiteral("%1 is the folder to which plugins are moved: name the one that is watched")
                            .arg(drop.hotDeploy));
 
-    const Drop::Result result = drop.run();
-    if (!result.error.isEmpty()) {
-        say(stderr, QStringLiteral("zdeploy: %1 is refused: %2").arg(drop.source, result.error));
-        return Refused;
-    }
-    say(stdout, QStringLiteral("dropped as %1").arg(result.name));
-    return Dropped;
+    if (parser.isSet(list))
+        return listAll(drop);
+    return parser.isSet(rollback) ? goBack(drop, parser.value(rollback)) : run(drop);
 }

@@ -3,8 +3,12 @@
 
 #include "folder.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 /// The two folders of a loader, side by side.
 class Place
@@ -26,6 +30,21 @@ public:
     {
         m_folder.write(name, content);
         return m_folder.filePath(name);
+    }
+
+    /// Writes files into the deployed folder, each of another content that begins with `content`, and the note of a
+    /// host that those in `good` ran well.
+    void deploy(const QStringList &files, const QStringList &good, const QByteArray &content = QByteArray()) const
+    {
+        QJsonObject notes;
+        for (const QString &file : files) {
+            const QFileInfo info(write(QStringLiteral("deployed/") + file, content + file.toUtf8()));
+            if (good.contains(file))
+                notes.insert(file, QJsonObject{{QStringLiteral("size"), info.size()},
+                                               {QStringLiteral("mtime"), info.lastModified().toMSecsSinceEpoch()},
+                                               {QStringLiteral("since"), QStringLiteral("2026-11-21T10:00:00")}});
+        }
+        write(QStringLiteral("deployed/good.json"), QJsonDocument(notes).toJson());
     }
 
     static QStringList everythingIn(const QString &folder)

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "versions.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
+
+namespace {
+
+const QString QuarantineSuffix = QStringLiteral(".quarantined");
+
+/// What the host has noted of the versions that ran well, by file name; empty where there is no note.
+QJsonObject notesIn(const QString &deployed)
+{
+    QFile file(QDir(deployed).filePath(QStringLiteral("good.json")));
+    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+}
+
+/// Whether the note is of this very file, and not of another one that had its name.
+bool isOf(const QJsonObject &note, const QFileInfo &file)
+{
+    const auto number = [&](const char *key) {
+        return static_cast<qint64>(note.value(QLatin1String(key)).toDouble(-1));
+    };
+    return number("size") == file.size() && number("mtime") == file.lastModified().toMSecsSinceEpoch();
+}
+
+QFileInfoList filesIn(const QString &folder, const QString &pattern)
+{
+    return QDir(folder).entryInfoList({pattern}, QDir::AllEntries | QDir::System | QDir::Hidden);
+}
+
+bool isBefore(const Version &one, const Version &other)
+{
+    if (one.name.plugin != other.name.plugin)
+        return one.name.plugin < other.name.plugin;
+    if (one.name.version.isEmpty() != other.name.version.isEmpty())
+        return one.name.version.isEmpty();
+    return one.name.file() < other.name.file();
+}
+
+} // namespace
+
+QString Version::describe() const
+{
+    switch (state) {
+    case Good:
+        return QStringLiteral("%1: good since %2").arg(name.file(), since);
+    case Quarantined:
+        return QStringLiteral("%1: quarantined").arg(name.file());
+    case Waiting:
+        return QStringLiteral("%1: waits for a host").arg(name.file());
+    default:
+        return QStringLiteral("%1: not known to be good").arg(name.file());
+    }
+}
+
+QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed)
+{
+    QVector<Version> versions;
+    const auto add = [&](const QString &file, Version::State state, const QString &since = QString()) {
+        const PluginName name = PluginName::parse(file);
+        if (!name.plugin.isNull())
+            versions.append({name, state, since});
+    };
+    const QString plain = QStringLiteral("lib*.so");
+    const QFileInfoList waiting = filesIn(hotDeploy, plain);
+    for (const QFileInfo &file : waiting)
+        add(file.fileName(), Version::Waiting);
+    const QJsonObject notes = notesIn(deployed);
+    const QFileInfoList files = filesIn(deployed, plain);
+    for (const QFileInfo &file : files) {
+        const QJsonObject note = notes.value(file.fileName()).toObject();
+        if (isOf(note, file))
+            add(file.fileName(), Version::Good, note.value(QStringLiteral("since")).toString());
+        else
+            add(file.fileName(), Version::Unproven);
+    }
+    const QFileInfoList quarantined = filesIn(deployed, plain + QuarantineSuffix);
+    for (const QFileInfo &file : quarantined)
+        add(file.fileName().chopped(QuarantineSuffix.size()), Version::Quarantined);
+    std::sort(versions.begin(), versions.end(), isBefore);
+    return versions;
+}
+
+PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions)
+{
+    bool isNewest = true;
+    for (auto version = versions.rbegin(); version != versions.rend(); ++version) {
+        const bool isDeployed = version->state == Version::Good || version->state == Version::Unproven;
+        if (version->name.plugin != plugin || !isDeployed)
+            continue;
+        if (version->state == Version::Good && !isNewest)
+            return version->name;
+        isNewest = false;
+    }
+    return {};
+}

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "pluginname.h"
+
+#include <QString>
+#include <QVector>
+
+/// The file of a plugin in one of the two folders.
+struct Version
+{
+    enum State
+    {
+        Good,        ///< It ran well for a while: the host has noted it.
+        Unproven,    ///< It is deployed, and nothing is known of it.
+        Quarantined, ///< The host has taken it back.
+        Waiting      ///< No host has come for it.
+    };
+
+    PluginName name;
+    State state;
+    QString since; ///< Since when it is good, as the host has noted it.
+
+    QString describe() const;
+};
+
+/// All versions in both folders, by plugin, and in the order in which a loader sorts them.
+QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed);
+
+/// The last good one of `versions` of this plugin before the newest that is deployed; null plugin if there is none.
+PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions);
