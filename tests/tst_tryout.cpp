@@ -36,6 +36,14 @@ constexpr uid_t Nobody = 65534;  // has an entry in the list of users
 constexpr uid_t Unknown = 54321; // has none
 const QString FileName = QStringLiteral("librestless.so");
 
+/// Skips the test where it is not.
+bool isRoot()
+{
+    if (getuid() != 0)
+        QTest::qSkip("only root has rights to give up", __FILE__, __LINE__);
+    return getuid() == 0;
+}
+
 /// A place for plugins, with a folder for all that a try-out leaves behind, and zdeploy with the plugin "restless".
 class Site
 {
@@ -208,8 +216,8 @@ void tst_TryOut::givesUpTheRightsOfRoot()
 {
     QFETCH(uint, owner);
     QFETCH(QByteArray, restless);
-    if (getuid() != 0)
-        QSKIP("only root has rights to give up");
+    if (!isRoot())
+        return;
     const Site site;
     const QString hotDeploy = site.place().hotDeploy(); // which keeps root's group
     QCOMPARE(chown(QFile::encodeName(hotDeploy).constData(), owner, 0), 0);
@@ -232,8 +240,8 @@ void tst_TryOut::givesUpTheRightsOfRoot()
 
 void tst_TryOut::findsAFolderForScratchThatTheOwnerMayUse()
 {
-    if (getuid() != 0)
-        QSKIP("only root has rights to give up");
+    if (!isRoot())
+        return;
     const Site site;
     QCOMPARE(chown(QFile::encodeName(site.place().hotDeploy()).constData(), Nobody, Nobody), 0);
     QCOMPARE(chmod(QFile::encodeName(site.scratch()).constData(), 0700), 0);
@@ -243,8 +251,8 @@ void tst_TryOut::findsAFolderForScratchThatTheOwnerMayUse()
 
 void tst_TryOut::saysThatTheOwnerCannotReachTheFolder()
 {
-    if (getuid() != 0)
-        QSKIP("only root has rights to give up");
+    if (!isRoot())
+        return;
     const Site site;
     QCOMPARE(chown(QFile::encodeName(site.place().hotDeploy()).constData(), Nobody, Nobody), 0);
     QCOMPARE(chmod(QFile::encodeName(site.place().path()).constData(), 0700), 0);
