@@ -4,6 +4,7 @@
 #include "zcaught.h"
 #include "zemitter.h"
 #include "zemitterlock.h"
+#include "zloading.h"
 #include "zparking.h"
 #include "zpluginfile.h"
 #include "ztexts.h"
@@ -168,6 +169,7 @@ bool ZLibrarySet::isLoadingFirst()
 /// Loads one file, but not `onceMore` what another thread has loaded meanwhile.
 QSharedPointer<ZLibrary> ZLibrarySet::loadFile(const QString &name, ZEmitter *emitter, bool onceMore)
 {
+    const ZLoading loading(name);
     const auto library = QSharedPointer<ZLibrary>::create(ZPluginFile::find(name), this);
     const ZPluginFile::Root root = library->makeRoot();
     QString failure = root.reason;

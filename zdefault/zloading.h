@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is being loaded, for a host that has to tell why it ends. Not installed.
+#pragma once
+
+#include "zglobal.h"
+
+#include <QByteArray>
+#include <QString>
+
+/**
+ * A load that is under way, from before the file is opened until its root has been injected, or has failed.
+ *
+ * Ownership: the load's own, on its stack; one may lie within another.
+ * Thread:    the one that loads.
+ * Failure:   none.
+ */
+class ZLoading
+{
+public:
+    /// `name` is the file's, as it is loaded.
+    explicit ZLoading(const QString &name);
+    ~ZLoading();
+
+private:
+    Q_DISABLE_COPY(ZLoading)
+    const QByteArray m_name;
+    const char *const m_before;
+};
+
+/// The name of the file that the calling thread is loading, the innermost one; null if there is none. May be called by
+/// a signal's handler.
+ZDEFAULT_EXPORT const char *zLoadingHere();
