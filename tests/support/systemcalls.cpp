@@ -84,6 +84,13 @@ INTERPOSED int renameat2(int fromFolder, const char *from, int toFolder, const c
     return fails("renameat2", from) ? -1 : next(fromFolder, from, toFolder, to, flags);
 }
 
+/// Judged by the name that is made: what gets it may have none yet.
+INTERPOSED int linkat(int fromFolder, const char *from, int toFolder, const char *to, int flags)
+{
+    NEXT(linkat);
+    return fails("linkat", to) ? -1 : next(fromFolder, from, toFolder, to, flags);
+}
+
 INTERPOSED int open64(const char *path, int flags, ...)
 {
     NEXT(open64);
@@ -143,6 +150,12 @@ INTERPOSED int fsync(int descriptor)
 {
     NEXT(fsync);
     return failsOnDescriptor("fsync", descriptor) ? -1 : next(descriptor);
+}
+
+INTERPOSED int fdatasync(int descriptor)
+{
+    NEXT(fdatasync);
+    return failsOnDescriptor("fdatasync", descriptor) ? -1 : next(descriptor);
 }
 
 INTERPOSED void *mmap64(void *address, size_t size, int protection, int flags, int descriptor, off64_t offset)
