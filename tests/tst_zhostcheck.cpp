@@ -98,6 +98,9 @@ void tst_ZHostCheck::checkNamesWhatIsWrong_data()
         "\"loader.remember\": must be true or false; it is ignored");
     row("temporary folder of a wrong type", R"({"filesystem": {"temporary-folder": 1}})",
         "\"filesystem.temporary-folder\": must be a text that is not empty; it is ignored");
+    row("guard of a wrong type", R"({"guard": true})", "\"guard\": must be an object, or false; it is ignored");
+    row("probation of a wrong type", R"({"guard": {"probation": "10 s"}})",
+        "\"guard.probation\": must be a number; it is ignored");
     row("schedule of a wrong type", R"({"schedule": {}})", "\"schedule\": must be an array; it is ignored");
     row("entry of a wrong type", R"({"schedule": [3]})", "\"schedule[0]\": must be an object; it does not run");
     row("entry without a URL", R"({"schedule": [{"every": 1}]})",
@@ -282,8 +285,10 @@ void tst_ZHostCheck::checkFindsNothingWrong_data()
         "loader": {"hot-deploy": "HOT-DEPLOY", "deployed": "DEPLOYED", "add-library-path": ["/"], "add-path": ["/"],
                    "load-list": [], "remember": true},
         "filesystem": {"temporary-folder": "none/yet", "temporary-fn-template": "a-XXXXXX"},
+        "guard": {"probation": 1000},
         "schedule": [{"url": "//a/b", "every": 1, "from": "06:00:00", "to": "22:00:00", "repeat": false, "keep": true},
                      {"url": "//a", "every": 2147483647}]})");
+    row("no guard", R"({"guard": false})");
     row("comments", R"({"#logger": 1, "loader": {"#load-list": 3}, "logger": {"log": {"#zdefault": "x"}}})");
     row("a window over midnight", R"({"schedule": [{"url": "//a", "every": 1, "from": "22:00:00", "to": "06:00:00"}]})",
         "\"schedule[0]\": \"from\" is later than \"to\": it is called from 22:00:00 until midnight, and not after it; "

@@ -7,5 +7,6 @@ enum ExitCode
     Success = 0,
     Wrong = 1,
     Unusable = 2,
-    EndedByPlugin = 3
+    EndedByPlugin = 3,
+    Hopeless = 78 // EX_CONFIG: for a service manager that is told not to restart on it
 };

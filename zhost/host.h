@@ -38,6 +38,7 @@ public:
 
     /// Calls the bus; answers in words why the call was not handled, null if it was.
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
+    ZDbus *bus() const { return m_services.dbus; }
 
     /// When the application has quit, which cancels the timetable: withdraws the scheduler and waits a while for what
     /// plugins have scheduled. Answers the names of what does not end: while it runs, the host must not be destroyed.

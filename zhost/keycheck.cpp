@@ -27,6 +27,7 @@ enum Type
     Folders,
     Numbers,
     Section,
+    SectionOrFalse,
     Timetable
 };
 
@@ -57,6 +58,7 @@ const std::vector<Key> &knownKeys()
           {"load-list", Texts, {}},
           {"remember", Flag, {}}}},
         {"filesystem", Section, {{"temporary-folder", Text, {}}, {"temporary-fn-template", Template, {}}}},
+        {"guard", SectionOrFalse, {{"probation", Number, {}}}},
         {"schedule",
          Timetable,
          {{"url", Any, {}},
@@ -159,7 +161,11 @@ private:
         case Folders:
             return texts(value, key.type, path);
         case Section:
-            expect(value.isObject(), path, "an object");
+        case SectionOrFalse:
+            if (key.type == Section)
+                expect(value.isObject(), path, "an object");
+            else
+                expect(value.isObject() || value == false, path, "an object, or false");
             return object(value.toObject(), key.keys, path + QLatin1Char('.'));
         case Timetable:
             return timetable(value, key, path);

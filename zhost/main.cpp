@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commandline.h"
 #include "configuration.h"
+#include "crashline.h"
 #include "exitcode.h"
 #include "exitguard.h"
 #include "folderlock.h"
 #include "host.h"
 #include "logformat.h"
+#include "probation.h"
 #include "say.h"
 #include "standardstreams.h"
 #include "stopsignals.h"
@@ -59,28 +61,34 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
         return refuse(lock.refusal());
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &QCoreApplication::quit);
+    Probation probation(configuration.object);
+    QObject::connect(&stopSignals, &StopSignals::received, &probation, &Probation::end);
     const ExitGuard exitGuard;
     std::optional<Host> host;
-    std::optional<int> called;
+    std::optional<int> result; // of what is done without being told to stop
+    const auto finish = [&](int exitCode) {
+        result = exitCode;
+        QCoreApplication::quit();
+    };
     // Each by the event loop: a plugin may quit before all are loaded, and then nothing is called.
     QTimer::singleShot(0, [&] {
+        if (!commandLine.isCall && !probation.begin())
+            return finish(Hopeless);
         host.emplace(configuration);
-        if (!commandLine.isCall)
-            return;
-        QTimer::singleShot(0, [&] {
-            called = callOnce(*host, commandLine);
-            QCoreApplication::quit();
-        });
+        if (commandLine.isCall)
+            QTimer::singleShot(0, [&] { finish(callOnce(*host, commandLine)); });
+        else
+            probation.watch(host->bus());
     });
     QCoreApplication::exec();
 
     boundStop();
-    const bool isDone = StopSignals::isStopWanted() || called;
+    const bool isDone = StopSignals::isStopWanted() || result;
     if (!isDone)
         complain(QStringLiteral("ended by quit(), called by a plugin"));
-    const int asTold = called.value_or(commandLine.isCall ? Wrong : Success); // a signal may have come before the call
+    const int asTold = result.value_or(commandLine.isCall ? Wrong : Success); // a signal may have come before the call
     const int exitCode = isDone ? asTold : EndedByPlugin;
-    const QStringList running = host ? host->stop() : QStringList();
+    const QStringList running = (host ? host->stop() : QStringList()) + probation.hanging();
     if (running.isEmpty())
         return exitCode;
     for (const QString &name : running)
@@ -94,6 +102,7 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
 int main(int argc, char *argv[])
 {
     openStandardStreams();
+    sayWhatCrashes();
     outliveReaders();
     installLogFormat();
     QCoreApplication application(argc, argv);

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <zdbus.h>
+#include <zdbussubscriber.h>
+#include <zdefaultfilesystem.h>
+#include <zemitter.h>
+#include <zobject.h>
+
+#include <QJsonObject>
+#include <QTemporaryFile>
+#include <QTimer>
+#include <QUrl>
+
+#include <cstdlib>
+#include <thread>
+
+#include <unistd.h>
+
+namespace {
+
+enum Deed
+{
+    Serve,
+    ServeUnasked, ///< has no endpoint of its own to ask for its health
+    CrashInWriter,
+    AbortInConstructor,
+    ThrowOnThread,
+    CallNothing,
+    OverflowStack,
+    CrashLater,
+    BeUnhealthy,
+    HangWhenAsked,
+    NameItsHealth ///< by its metadata; and is unhealthy
+};
+
+__attribute__((no_sanitize("undefined"))) void crash()
+{
+    int *volatile nowhere = nullptr;
+    *nowhere = 1;
+}
+
+int overflow(const volatile int *depth)
+{
+    const volatile int next[1000] = {*depth + 1};
+    return next[0] < 0 ? 0 : overflow(next) + next[0];
+}
+
+void beginToServe()
+{
+    const volatile int depth = 0;
+    void (*volatile nothing)() = nullptr;
+    if (DEED == CrashInWriter)
+        crash();
+    if (DEED == CallNothing)
+        nothing();
+    if (DEED == OverflowStack)
+        overflow(&depth);
+    if (DEED == ThrowOnThread)
+        std::thread([] { throw 1; }).join();
+}
+
+} // namespace
+
+/// Serves `ZTempFile`, so that the next version takes its place, and answers at "//guarded", which crashes at "/crash".
+/// What is wrong with it is its DEED.
+class Guarded : public ZObject, public ZTempFile, public ZDbusSubscriber
+{
+    Q_OBJECT
+    Q_INTERFACES(ZTempFile)
+    Q_PLUGIN_METADATA(IID ZObject_iid FILE METADATA)
+    Q_PROPERTY(ZDbus *zDbus READ getSetZDbus WRITE getSetZDbus)
+    Q_PROPERTY(ZEmitter *zEmitter READ getSetZEmitter WRITE getSetZEmitter)
+
+public:
+    Guarded()
+    {
+        if (DEED == AbortInConstructor)
+            std::abort();
+        if (DEED == CrashLater)
+            QTimer::singleShot(300, this, crash);
+    }
+
+    QSharedPointer<QTemporaryFile> newFile0() override { return {}; }
+
+    bool invoked(const QUrl &url, QJsonObject *, QJsonObject *) override
+    {
+        if (url.path() == QLatin1String("/crash"))
+            crash();
+        const bool isAsked = url.path().endsWith(QLatin1String("/healthy"));
+        while (isAsked && DEED == HangWhenAsked)
+            pause();
+        return !isAsked || (DEED != BeUnhealthy && DEED != NameItsHealth);
+    }
+
+    ZDbus *getSetZDbus(ZDbus *dbus = nullptr)
+    {
+        if (!dbus)
+            return dbus;
+        beginToServe();
+        m_self = shared(); // the bus holds it weakly
+        const auto endpoint = qSharedPointerDynamicCast<ZDbusSubscriber>(m_self);
+        dbus->bind0(QUrl(QStringLiteral("//guarded")), endpoint);
+        if (DEED != ServeUnasked && DEED != NameItsHealth)
+            dbus->bind0(QUrl(QStringLiteral("//guarded/healthy")), endpoint);
+        return dbus;
+    }
+
+    ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr)
+    {
+        if (emitter)
+            emitter->bind0(QSharedPointer<ZTempFileDelegate>::create(std::exchange(m_self, {})));
+        return emitter;
+    }
+
+private:
+    QSharedPointer<QObject> m_self;
+};
+
+#include "guarded.moc"

@@ -1,0 +1,606 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "folder.h"
+#include "testcase.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <csignal>
+#include <memory>
+#include <vector>
+
+#include <sys/stat.h>
+
+/// The program zhost with plugins that it does not survive, or that are not healthy.
+class tst_Guard : public TestCase
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void crashIsToldWithItsPlugin_data();
+    void crashIsToldWithItsPlugin();
+    void signalFromOutsideEndsIt();
+    void whatHasRunWellIsNoted();
+    void hostComesBackOnTheLastGoodVersionByItself();
+    void guiltyOneGoesFirstAndThenTheOthers();
+    void goodOneIsNeverTakenBack();
+    void firstVersionIsTakenBackToo();
+    void startsThatAreKilledCountAndThoseThatAreStoppedDoNot();
+    void stopInProbationIsNoFailure();
+    void guardCanBeSwitchedOff();
+    void runsWhereNothingCanBeNoted_data();
+    void runsWhereNothingCanBeNoted();
+    void unhealthyVersionIsTakenBackUnderItsCallers_data();
+    void unhealthyVersionIsTakenBackUnderItsCallers();
+    void versionThatCannotBeAskedIsGood();
+    void unhealthyVersionWithoutAGoodOneServesOn();
+    void onlyTheVersionThatAnswersIsJudged();
+    void versionThatIsDeployedAgainIsNotJudged();
+    void killedAnywhereTheNextStartIsRight_data();
+    void killedAnywhereTheNextStartIsRight();
+    void killedWhileItTakesBackTheNextStartIsRight();
+};
+
+namespace {
+
+constexpr int Patience = 60000; // milliseconds: a busy machine may take seconds for what is done in one
+constexpr int Short = 1;        // a probation
+constexpr int Long = 3600000;
+constexpr int Hopeless = 78;
+
+const QString One = QStringLiteral("libguarded.1.so");
+const QString Two = QStringLiteral("libguarded.2.so");
+const QString Three = QStringLiteral("libguarded.3.so");
+const QString Four = QStringLiteral("libguarded.4.so");
+
+const QString Innocent = QStringLiteral("libinnocent.so");
+const QString Watching = QStringLiteral("hot-deploy folder changed"); // when all plugins have been loaded
+
+QString quarantined(const QString &file) { return file + QStringLiteral(".quarantined"); }
+
+QString guarded(const char *deed) { return QStringLiteral("guarded_%1").arg(QLatin1String(deed)); }
+
+/// The two folders, and a host that is started on them again and again.
+class Site
+{
+public:
+    ~Site() { kill(); }
+
+    void setProbation(int milliseconds) { guard = QJsonObject{{QStringLiteral("probation"), milliseconds}}; }
+    /// Has the host call a URL at once.
+    void setCall(const char *url)
+    {
+        schedule = {QJsonObject{{QStringLiteral("url"), QLatin1String(url)},
+                                {QStringLiteral("every"), 1},
+                                {QStringLiteral("repeat"), false}}};
+    }
+
+    /// Has calls of the system fail, or the host killed at one: see support/failing.cpp.
+    void start(const QString &failing = QString())
+    {
+        kill();
+        const QJsonObject loader{{QStringLiteral("deployed"), deployed.path()},
+                                 {QStringLiteral("hot-deploy"), hotDeploy.path()},
+                                 {QStringLiteral("load-list"), loadList}};
+        const QJsonObject logger{{QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), 3}}}};
+        const QJsonObject configuration{{QStringLiteral("logger"), logger},
+                                        {QStringLiteral("loader"), loader},
+                                        {QStringLiteral("schedule"), schedule},
+                                        {QStringLiteral("guard"), guard}};
+        m_folder.write(QStringLiteral("config.json"), QJsonDocument(configuration).toJson());
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        // The sanitizers tell of crashes themselves, if they may.
+        const QString quiet = QStringLiteral("handle_segv=0:handle_sigbus=0:use_sigaltstack=0");
+        environment.insert(QStringLiteral("ASAN_OPTIONS"),
+                           quiet + QStringLiteral(":detect_leaks=0:verify_asan_link_order=0"));
+        environment.insert(QStringLiteral("TSAN_OPTIONS"), quiet);
+        if (!failing.isEmpty()) {
+            const QString others = environment.value(QStringLiteral("LD_PRELOAD"));
+            environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(FAILING " ") + others);
+            environment.insert(QStringLiteral("FAILING"), failing);
+        }
+        m_written.clear();
+        m_host = std::make_unique<QProcess>();
+        m_host->setProcessEnvironment(environment);
+        m_host->setProcessChannelMode(QProcess::MergedChannels);
+        m_host->start(QStringLiteral(ZHOST), {m_folder.filePath(QStringLiteral("config.json"))});
+    }
+
+    QString written()
+    {
+        m_written += QString::fromUtf8(m_host->readAll());
+        return m_written;
+    }
+    bool hasWritten(const QString &text) { return written().contains(text); }
+    /// How often it says something of this kind.
+    int count(const QString &text) { return written().count(text); }
+
+    bool hasEnded() const { return m_host->state() == QProcess::NotRunning; }
+    /// Waits until it has crashed.
+    bool crashes()
+    {
+        return (hasEnded() || m_host->waitForFinished(Patience)) && m_host->exitStatus() == QProcess::CrashExit;
+    }
+    /// Waits for its end: the exit status, or -1 if it crashed.
+    int exits()
+    {
+        return (hasEnded() || m_host->waitForFinished(Patience)) && m_host->exitStatus() == QProcess::NormalExit
+                   ? m_host->exitCode()
+                   : -1;
+    }
+    int stop()
+    {
+        signal(SIGTERM);
+        return exits();
+    }
+    void kill()
+    {
+        if (!m_host)
+            return;
+        m_host->kill();
+        m_host->waitForFinished();
+    }
+    void signal(int number)
+    {
+        if (m_host->processId() != 0) // else it has ended
+            ::kill(static_cast<pid_t>(m_host->processId()), number);
+    }
+
+    /// What "good.json" has.
+    QJsonObject good() const
+    {
+        QFile file(deployed.filePath(QStringLiteral("good.json")));
+        return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+    }
+    bool isGood(const QString &file) const { return good().contains(file); }
+    bool isDeployed(const QString &file) const { return QFile::exists(deployed.filePath(file)); }
+    bool isStarting() const { return QFile::exists(deployed.filePath(QStringLiteral(".zhost-starting.json"))); }
+    /// The plugins there, whatever has become of them.
+    QStringList plugins() const { return deployed.files().filter(QStringLiteral("libguarded")); }
+
+    const Folder deployed, hotDeploy;
+    QJsonArray loadList{QStringLiteral("guarded")};
+    QJsonArray schedule;
+    QJsonValue guard;
+
+private:
+    const Folder m_folder;
+    std::unique_ptr<QProcess> m_host;
+    QString m_written;
+};
+
+/// Runs version 1 until it is good.
+bool startsWell(Site *site, const char *deed = "Serve")
+{
+    site->deployed.drop(guarded(deed), One);
+    site->setProbation(Short);
+    site->start();
+    const bool isGood = QTest::qWaitFor([&] { return site->isGood(One) && !site->isStarting(); }, Patience);
+    return isGood && site->stop() == 0;
+}
+
+QString loaded(const QString &file) { return QStringLiteral("loaded: %1\n").arg(QFileInfo(file).completeBaseName()); }
+
+QString takenBack(const QString &file)
+{
+    return QStringLiteral("zhost: %1 is taken back, and now called %1.quarantined: ").arg(file);
+}
+
+} // namespace
+
+void tst_Guard::crashIsToldWithItsPlugin_data()
+{
+    QTest::addColumn<QString>("plugin");
+    QTest::addColumn<QString>("how");
+    QTest::addColumn<QString>("when");
+    const auto row = [](const char *deed, const char *how, const char *when) {
+        QTest::newRow(deed) << guarded(deed) << QString::fromLatin1(how) << QString::fromLatin1(when);
+    };
+    row("CrashInWriter", "Segmentation fault", ", while loading guarded.2");
+    row("AbortInConstructor", "Aborted", ", while loading guarded.2");
+    row("CallNothing", "Segmentation fault", ", while loading guarded.2");
+    row("OverflowStack", "Segmentation fault", ", while loading guarded.2");
+    row("ThrowOnThread", "Aborted", "");
+    row("CrashLater", "Segmentation fault", "");
+}
+
+void tst_Guard::crashIsToldWithItsPlugin()
+{
+    QFETCH(QString, plugin);
+    QFETCH(QString, how);
+    QFETCH(QString, when);
+    Site site;
+    QVERIFY(site.deployed.drop(plugin, Two));
+    site.start();
+    QVERIFY(site.crashes());
+    const QRegularExpression line(
+        QStringLiteral("^zhost: ended by %1 in %2\\+0x[0-9a-f]+%3$").arg(how, site.deployed.filePath(Two), when),
+        QRegularExpression::MultilineOption);
+    QVERIFY2(line.match(site.written()).hasMatch(), qPrintable(site.written()));
+    QCOMPARE(site.count(QStringLiteral("ended by")), 1);
+}
+
+void tst_Guard::signalFromOutsideEndsIt()
+{
+    Site site;
+    QVERIFY(site.deployed.drop(guarded("Serve"), One));
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    site.signal(SIGBUS);
+    QVERIFY(site.crashes());
+    QVERIFY(site.hasWritten(QStringLiteral("zhost: ended by Bus error")));
+}
+
+void tst_Guard::whatHasRunWellIsNoted()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    const QFileInfo file(site.deployed.filePath(One));
+    const QJsonObject entry = site.good().value(One).toObject();
+    QCOMPARE(site.good().keys(), QStringList{One});
+    QCOMPARE(entry.value(QStringLiteral("size")).toDouble(), double(file.size()));
+    QCOMPARE(entry.value(QStringLiteral("mtime")).toDouble(), double(file.lastModified().toMSecsSinceEpoch()));
+    const QDateTime since = QDateTime::fromString(entry.value(QStringLiteral("since")).toString(), Qt::ISODate);
+    QVERIFY(since.isValid() && since.secsTo(QDateTime::currentDateTime()) < Patience / 1000);
+
+    QVERIFY(site.deployed.drop(guarded("ServeUnasked"), Two));
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Two), Patience);
+    QCOMPARE(site.good().value(One).toObject(), entry); // it has been since then
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::hostComesBackOnTheLastGoodVersionByItself()
+{
+    Site site;
+    site.loadList.append(QStringLiteral("caller"));
+    QVERIFY(site.deployed.drop(QStringLiteral("caller")));
+    QVERIFY(startsWell(&site));
+    site.setProbation(4000);
+
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(!site.isStarting(), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("CrashInWriter"), Two));
+    QVERIFY(site.crashes());
+    QVERIFY(site.hasWritten(QStringLiteral("+0x")));
+    QVERIFY(site.hasWritten(QStringLiteral(", while loading guarded.2\n")));
+
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QVERIFY(site.hasWritten(takenBack(Two) + QStringLiteral("ended by Segmentation fault in ")));
+    QVERIFY(site.hotDeploy.drop(guarded("CrashLater"), Three));
+    QVERIFY(site.crashes());
+    QVERIFY(site.hasWritten(loaded(Three)));
+
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QVERIFY(site.hasWritten(takenBack(Three) + QStringLiteral("ended by Segmentation fault in ")));
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), Four));
+    const QString again = QStringLiteral("libguarded.5.so");
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(again)), Patience);
+    QVERIFY(site.hasWritten(takenBack(Four) + QStringLiteral("//guarded/healthy was not handled, twice in a row\n")));
+    QVERIFY(site.hasWritten(QStringLiteral("zhost: libguarded.1.so is deployed again, as libguarded.5.so\n")));
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(again), Patience);
+    QCOMPARE(site.plugins(), QStringList({One, quarantined(Two), quarantined(Three), quarantined(Four), again}));
+    QCOMPARE(site.stop(), 0);
+    QVERIFY2(site.hasWritten(QStringLiteral("calls: many, lost: 0\n")), qPrintable(site.written()));
+}
+
+void tst_Guard::guiltyOneGoesFirstAndThenTheOthers()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    QVERIFY(site.deployed.drop(guarded("Serve"), Two));
+    QVERIFY(site.deployed.drop(guarded("CrashInWriter"), Three));
+    site.start();
+    QVERIFY(site.crashes());
+    site.setCall("//guarded/crash"); // in the code of the version that serves by then
+    site.setProbation(Long);
+    site.start();
+    QVERIFY(site.crashes());
+    QCOMPARE(site.plugins(), QStringList({One, Two, quarantined(Three)}));
+    site.schedule = {};
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QCOMPARE(site.plugins(), QStringList({One, quarantined(Two), quarantined(Three)}));
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::goodOneIsNeverTakenBack()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    site.setProbation(Long);
+    site.setCall("//guarded/crash");
+    for (int start = 0; start < 2; ++start) {
+        site.start();
+        QVERIFY(site.crashes());
+    }
+    site.start();
+    QCOMPARE(site.exits(), Hopeless);
+    QVERIFY2(site.hasWritten(QStringLiteral(", and nothing is left that could be taken back\n")),
+             qPrintable(site.written()));
+    QVERIFY(!site.hasWritten(QStringLiteral("loaded: ")));
+    QCOMPARE(site.plugins(), QStringList{One});
+
+    site.schedule = {};
+    site.start(); // as an operator does, who has mended what was wrong
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::firstVersionIsTakenBackToo()
+{
+    Site site;
+    QVERIFY(site.deployed.drop(guarded("CrashInWriter"), One));
+    QVERIFY(site.deployed.drop(QStringLiteral("caller")));
+    site.start();
+    QVERIFY(site.crashes());
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(takenBack(One)), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY(site.isDeployed(QStringLiteral("libcaller.so"))); // there is nothing to compare with
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::startsThatAreKilledCountAndThoseThatAreStoppedDoNot()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    site.setProbation(Long);
+    QVERIFY(site.deployed.drop(guarded("Serve"), Two));
+    const auto isLoaded = [&](const QString &file) {
+        site.start();
+        return QTest::qWaitFor([&] { return site.hasWritten(loaded(file)); }, Patience);
+    };
+    QVERIFY(isLoaded(Two));
+    site.kill();
+    QVERIFY(isLoaded(Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QCOMPARE(site.stop(), 0);
+    for (int start = 0; start < 2; ++start) {
+        QVERIFY(isLoaded(Two));
+        site.kill();
+    }
+    QVERIFY(isLoaded(One));
+    QVERIFY(
+        site.hasWritten(takenBack(Two) + QStringLiteral("two starts in a row have not come as far as running well\n")));
+    QVERIFY(!site.hasWritten(loaded(Two)));
+}
+
+void tst_Guard::stopInProbationIsNoFailure()
+{
+    Site site;
+    QVERIFY(site.deployed.drop(guarded("Serve"), One));
+    site.setProbation(Long);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY(site.isStarting());
+    QCOMPARE(site.stop(), 0);
+    QVERIFY(!site.isStarting());
+    QCOMPARE(site.good(), QJsonObject());
+}
+
+void tst_Guard::guardCanBeSwitchedOff()
+{
+    Site site;
+    site.guard = false;
+    QVERIFY(site.deployed.drop(guarded("CrashInWriter"), One));
+    for (int start = 0; start < 4; ++start) {
+        site.start();
+        QVERIFY(site.crashes());
+        QVERIFY(site.hasWritten(QStringLiteral(", while loading guarded.1\n")));
+    }
+    QCOMPARE(QDir(site.deployed.path()).entryList(QDir::Files | QDir::Hidden), QStringList{One});
+}
+
+void tst_Guard::runsWhereNothingCanBeNoted_data()
+{
+    QTest::addColumn<QString>("failing");
+    QTest::newRow("read-only") << QStringLiteral("linkat %1 .zhost-starting").arg(EROFS);
+    QTest::newRow("full") << QStringLiteral("write %1 /#").arg(ENOSPC); // a file that has no name yet
+}
+
+void tst_Guard::runsWhereNothingCanBeNoted()
+{
+    QFETCH(QString, failing);
+    Site site;
+    QVERIFY(site.deployed.drop(guarded("Serve"), One));
+    site.setProbation(Short);
+    site.start(failing);
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("Serve"), Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Two)), Patience);
+    QCOMPARE(site.stop(), 0);
+    QCOMPARE(site.count(QStringLiteral("zhost: cannot write ")), 1);
+    QVERIFY(site.hasWritten(QStringLiteral("; a bad version may not be taken back\n")));
+}
+
+void tst_Guard::unhealthyVersionIsTakenBackUnderItsCallers_data()
+{
+    QTest::addColumn<QString>("plugin");
+    QTest::addColumn<QString>("why");
+    QTest::newRow("not handled") << guarded("BeUnhealthy") << "//guarded/healthy was not handled, twice in a row\n";
+    QTest::newRow("by a URL of its own") << guarded("NameItsHealth")
+                                         << "//guarded/very/healthy was not handled, twice in a row\n";
+    QTest::newRow("hangs") << guarded("HangWhenAsked") << "//guarded/healthy took too long, twice in a row\n";
+}
+
+void tst_Guard::unhealthyVersionIsTakenBackUnderItsCallers()
+{
+    QFETCH(QString, plugin);
+    QFETCH(QString, why);
+    Site site;
+    site.loadList.append(QStringLiteral("caller"));
+    QVERIFY(site.deployed.drop(QStringLiteral("caller")));
+    QVERIFY(startsWell(&site));
+    site.setProbation(Long);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QVERIFY(site.hotDeploy.drop(plugin, Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(takenBack(Two) + why), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Three)), Patience);
+    QVERIFY(site.hasWritten(QStringLiteral("zhost: libguarded.1.so is deployed again, as libguarded.3.so\n")));
+    QCOMPARE(site.plugins(), QStringList({One, quarantined(Two), Three}));
+    const bool hangs = plugin == guarded("HangWhenAsked");
+    QCOMPARE(site.stop(), hangs ? 1 : 0);
+    QCOMPARE(site.count(QStringLiteral("zhost: left running: //guarded/healthy\n")), hangs ? 1 : 0);
+    QVERIFY2(site.hasWritten(QStringLiteral("calls: many, lost: 0\n")), qPrintable(site.written()));
+}
+
+void tst_Guard::versionThatCannotBeAskedIsGood()
+{
+    Site site;
+    site.setProbation(3000); // more than an unhealthy one has
+    QVERIFY(site.deployed.drop(guarded("ServeUnasked"), One));
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(One), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("ServeUnasked"), Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Two), Patience);
+    QCOMPARE(site.stop(), 0);
+    QVERIFY(!site.hasWritten(QStringLiteral("taken back")));
+}
+
+void tst_Guard::unhealthyVersionWithoutAGoodOneServesOn()
+{
+    Site site;
+    site.setProbation(Long);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), One));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        site.hasWritten(QStringLiteral(
+            "zhost: no version before libguarded.1.so has run well: it serves on until the host ends\n")),
+        Patience);
+    QCOMPARE(site.plugins(), QStringList{quarantined(One)});
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::onlyTheVersionThatAnswersIsJudged()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    site.setProbation(Long);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("Serve"), Two));
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), Three));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Four)), Patience);
+    QCOMPARE(site.plugins(), QStringList({One, Two, quarantined(Three), Four}));
+    QCOMPARE(site.stop(), 0);
+    QCOMPARE(site.count(QStringLiteral("taken back")), 1);
+}
+
+void tst_Guard::versionThatIsDeployedAgainIsNotJudged()
+{
+    Site site;
+    QVERIFY(startsWell(&site, "BeUnhealthy")); // nobody asks at a start
+    site.setProbation(4000);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Three), Patience);
+    QCOMPARE(site.plugins(), QStringList({One, quarantined(Two), Three}));
+    QCOMPARE(site.stop(), 0);
+    QCOMPARE(site.count(QStringLiteral("taken back")), 1);
+}
+
+void tst_Guard::killedAnywhereTheNextStartIsRight_data()
+{
+    QTest::addColumn<QString>("second"); // which version 2 is
+    QTest::addColumn<bool>("isDropped"); // live
+    QTest::addColumn<int>("before");     // starts that are not killed
+    QTest::addColumn<bool>("isBad");
+    QTest::newRow("it runs well") << guarded("Serve") << false << 0 << false;
+    QTest::newRow("it runs well, dropped") << guarded("Serve") << true << 0 << false;
+    QTest::newRow("it crashes") << guarded("CrashInWriter") << false << 0 << true;
+    QTest::newRow("it crashes, dropped") << guarded("CrashInWriter") << true << 0 << true;
+    QTest::newRow("it is taken back") << guarded("CrashInWriter") << false << 1 << true;
+}
+
+void tst_Guard::killedAnywhereTheNextStartIsRight()
+{
+    QFETCH(QString, second);
+    QFETCH(bool, isDropped);
+    QFETCH(int, before);
+    QFETCH(bool, isBad);
+    bool wasKilled = true;
+    int call = 0;
+    while (wasKilled) {
+        Site site;
+        QVERIFY(startsWell(&site));
+        const auto isSettled = [&] {
+            return site.hasEnded() || (site.hasWritten(Watching) && !site.isStarting() &&
+                                       (site.isGood(Two) || site.isDeployed(quarantined(Two))));
+        };
+        QVERIFY(site.deployed.drop(QStringLiteral("caller"), Innocent)); // and not loaded
+        if (!isDropped)
+            QVERIFY(site.deployed.drop(second, Two));
+        for (int start = 0; start < before; ++start) {
+            site.start();
+            QVERIFY(site.crashes());
+        }
+        site.start(QStringLiteral("kill %1 %2").arg(++call).arg(site.deployed.path()));
+        if (isDropped)
+            QVERIFY(site.hotDeploy.drop(second, Two));
+        QTRY_VERIFY_WITH_TIMEOUT(isSettled(), Patience);
+        site.stop();
+        wasKilled = site.hasWritten(QStringLiteral("killed\n"));
+        for (int start = 0; start < 3 && site.hasEnded(); ++start) { // as a service manager does
+            site.start();
+            QTRY_VERIFY_WITH_TIMEOUT(isSettled(), Patience);
+        }
+        QVERIFY2(!site.hasEnded(), qPrintable(QStringLiteral("call %1: ").arg(call) + site.written()));
+        QCOMPARE(site.stop(), 0);
+        QVERIFY(site.hasWritten(loaded(isBad ? One : Two)));
+        QCOMPARE(site.plugins(), QStringList({One, isBad ? quarantined(Two) : Two}));
+        QVERIFY(site.isDeployed(Innocent));
+        QVERIFY(site.isGood(One));
+        QCOMPARE(site.isGood(Two), !isBad);
+    }
+    QVERIFY2(call > 5, "it was hardly ever killed");
+}
+
+void tst_Guard::killedWhileItTakesBackTheNextStartIsRight()
+{
+    constexpr int AtOnce = 8;
+    QSet<QStringList> ends;
+    int killed = AtOnce;
+    for (int call = 0; killed == AtOnce; call += AtOnce) {
+        std::vector<std::unique_ptr<Site>> sites;
+        for (int i = 0; i < AtOnce; ++i) {
+            const auto &site = sites.emplace_back(std::make_unique<Site>());
+            QVERIFY(startsWell(site.get()));
+            site->setProbation(Long);
+            QVERIFY(site->hotDeploy.drop(guarded("BeUnhealthy"), Two));
+            site->start(QStringLiteral("kill %1 /zdefault-test-").arg(call + i + 1));
+        }
+        killed = 0;
+        for (const auto &site : sites) {
+            QTRY_VERIFY_WITH_TIMEOUT(site->hasEnded() || site->hasWritten(loaded(Three)), Patience);
+            site->stop();
+            killed += site->count(QStringLiteral("killed\n"));
+            site->start();
+            QTRY_VERIFY_WITH_TIMEOUT(site->hasWritten(Watching), Patience);
+            QVERIFY(site->hasWritten(loaded(site->isDeployed(Two) ? Two : One)));
+            QVERIFY(!site->isDeployed(Three) || site->hasWritten(loaded(Three)));
+            QCOMPARE(site->stop(), 0);
+            QVERIFY(!site->hasWritten(QStringLiteral("failed to load libguarded")));
+            QCOMPARE(site->hotDeploy.files(), QStringList());
+            ends.insert(site->plugins());
+        }
+    }
+    const QSet<QStringList> expected{{One, Two}, {One, quarantined(Two)}, {One, quarantined(Two), Three}};
+    QCOMPARE(ends, expected);
+}
+
+QTEST_GUILESS_MAIN(tst_Guard)
+#include "tst_guard.moc"

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "notes.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSaveFile>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+const QString GoodName = QStringLiteral("good.json");
+const QString StartName = QStringLiteral(".zhost-starting.json"); // hidden: of no use to anybody else
+const QString CrashName = QStringLiteral(".zhost-crash.txt");
+
+const QString Since = QStringLiteral("since");
+const QString Count = QStringLiteral("starts");
+const QString Taking = QStringLiteral("taking");
+const QString Why = QStringLiteral("why");
+
+QJsonObject read(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+}
+
+/// What tells a file from another of its name.
+QJsonObject identity(const QString &path)
+{
+    const QFileInfo file(path);
+    return {{QStringLiteral("size"), file.size()}, {QStringLiteral("mtime"), file.lastModified().toMSecsSinceEpoch()}};
+}
+
+/// Has the disk keep the names in `folder`.
+void syncFolder(const QString &folder)
+{
+    const int descriptor = open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    fsync(descriptor);
+    close(descriptor);
+}
+
+} // namespace
+
+const QLatin1String Notes::Quarantined(".quarantined");
+
+Notes::Notes(const QString &folder) : m_folder(folder), m_good(read(path(GoodName))) {}
+
+bool Notes::noteGood(const QStringList &files)
+{
+    QJsonObject object;
+    for (const QString &file : files) {
+        QJsonObject entry = identity(path(file));
+        entry.insert(Since, isGood(file) ? m_good.value(file).toObject().value(Since)
+                                         : QDateTime::currentDateTime().toString(Qt::ISODate));
+        object.insert(file, entry);
+    }
+    m_good = object;
+    return write(GoodName, object);
+}
+
+bool Notes::isGood(const QString &file) const
+{
+    QJsonObject entry = m_good.value(file).toObject();
+    entry.remove(Since);
+    return entry == identity(path(file));
+}
+
+Notes::Start Notes::start() const
+{
+    const QJsonObject object = read(path(StartName));
+    Start start;
+    start.count = object.value(Count).toInt();
+    start.why = object.value(Why).toString();
+    const QJsonArray taking = object.value(Taking).toArray();
+    for (const auto &file : taking)
+        start.taking.append(file.toString());
+    return start;
+}
+
+bool Notes::noteStart(const Start &start)
+{
+    QJsonObject object{{Count, start.count}};
+    if (!start.taking.isEmpty()) {
+        object.insert(Taking, QJsonArray::fromStringList(start.taking));
+        object.insert(Why, start.why);
+    }
+    return write(StartName, object);
+}
+
+bool Notes::forgetStart() { return forget(path(StartName)); }
+
+QString Notes::crashPath() const { return path(CrashName); }
+
+Notes::Crash Notes::crash() const
+{
+    QFile file(crashPath());
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QStringList lines = QFile::decodeName(file.readAll()).split(QLatin1Char('\n'));
+    if (lines.size() != 4) // it was not written to its end
+        return {};
+    Crash crash{{}, {}, lines[2]};
+    const QFileInfo guilty(lines[0]);
+    if (guilty.path() == m_folder)
+        crash.file = guilty.fileName();
+    if (!lines[1].isEmpty())
+        crash.loading = QStringLiteral("lib%1.so").arg(lines[1]);
+    return crash;
+}
+
+bool Notes::forgetCrash() { return forget(crashPath()); }
+
+bool Notes::quarantine(const QString &file)
+{
+    const QByteArray from = QFile::encodeName(path(file));
+    const bool isRenamed = std::rename(from.constData(), from + Quarantined.data()) == 0;
+    const int error = errno;
+    syncFolder(m_folder);
+    errno = error;
+    return isRenamed;
+}
+
+bool Notes::write(const QString &name, const QJsonObject &object)
+{
+    QSaveFile file(path(name));
+    const QByteArray text = QJsonDocument(object).toJson();
+    // flush: what fails in commit() itself for want of room is not found out
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.flush() || !file.commit())
+        return failed(file.fileName(), file.errorString());
+    syncFolder(m_folder);
+    return true;
+}
+
+bool Notes::forget(const QString &path)
+{
+    if (unlink(QFile::encodeName(path).constData()) != 0)
+        return errno == ENOENT || failed(path, qt_error_string(errno));
+    syncFolder(m_folder);
+    return true;
+}
+
+bool Notes::failed(const QString &path, const QString &reason)
+{
+    if (!std::exchange(m_hasFailed, true))
+        qWarning("zhost: cannot write %s: %s; a bad version may not be taken back", qPrintable(path),
+                 qPrintable(reason));
+    return false;
+}

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+/**
+ * What a host writes down for its next start, beside the plugins.
+ *
+ * Each note is there as it was before or as it is now, whenever the process is killed or the machine loses its power.
+ *
+ * Failure: false, and one line on stderr for the first note that cannot be written.
+ */
+class Notes
+{
+public:
+    explicit Notes(const QString &folder);
+
+    /// Files that have run well: "good.json".
+    bool noteGood(const QStringList &files);
+    /// Whether `file` is one of them, and still what it was.
+    bool isGood(const QString &file) const;
+    /// Whether there are any.
+    bool hasGood() const { return !m_good.isEmpty(); }
+
+    /// Of starts that did not come as far as running well.
+    struct Start
+    {
+        int count = 0;      ///< in a row
+        QStringList taking; ///< the files that the start takes back
+        QString why;        ///< they are taken back
+    };
+    Start start() const;
+    bool noteStart(const Start &start);
+    bool forgetStart();
+
+    /// What `noteCrashes()` has noted.
+    struct Crash
+    {
+        QString file;    ///< in which it came; empty if that is not one of the folder
+        QString loading; ///< the file that was being loaded; empty if none was
+        QString text;    ///< empty if there was no crash
+    };
+    QString crashPath() const;
+    Crash crash() const;
+    bool forgetCrash();
+
+    /// Renames a plugin, so that it is not loaded again.
+    bool quarantine(const QString &file);
+    /// What `quarantine` appends to a name.
+    static const QLatin1String Quarantined;
+
+private:
+    QString path(const QString &name) const { return m_folder + QLatin1Char('/') + name; }
+    bool write(const QString &name, const QJsonObject &object);
+    bool forget(const QString &path);
+    bool failed(const QString &path, const QString &reason);
+
+    const QString m_folder;
+    QJsonObject m_good;
+    bool m_hasFailed = false;
+};

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "notes.h"
+
+#include <QFileSystemWatcher>
+#include <QObject>
+#include <QStringList>
+#include <QTimer>
+
+class QJsonObject;
+class ZDbus;
+
+/**
+ * Takes versions of plugins back that the host does not survive, or that are not healthy.
+ *
+ * What has run well for a while is good, and is never taken back. What has not is on probation.
+ *
+ * Thread: the application's.
+ */
+class Probation : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Probation(const QJsonObject &configuration);
+
+    /// Before the plugins are loaded: takes back what the last start has not survived. False if it did not, nor the one
+    /// before it, and there is nothing to take back: then the host should not start.
+    bool begin();
+    /// After they have been loaded: what runs from now on, and what is dropped, is on probation.
+    void watch(ZDbus *bus);
+    /// The host is told to stop: that it does so is nobody's fault.
+    void end();
+    /// The calls that hang, by URL. While there are any, the bus must not be destroyed.
+    QStringList hanging() const;
+
+private:
+    bool judge(Notes::Start *start);
+    QStringList plugins() const;
+    QStringList goodOnes() const;
+    QStringList toTake(const Notes::Crash &crash) const;
+    void passed();
+    void look();
+    void check(const QString &file);
+    void endChecks() const;
+    bool takeAway(const QString &file, const QString &why);
+    void takeBack(const QString &file, const QString &why);
+
+    const QString m_hotDeploy;
+    const QString m_deployed; // empty if there is none
+    Notes m_notes;
+    const bool m_isOn;
+    QTimer m_timer;
+    QFileSystemWatcher m_watcher;
+    ZDbus *m_bus = nullptr;
+    QStringList m_known; // the plugins that have been seen
+    QStringList m_again; // those that are copies of good ones
+};
