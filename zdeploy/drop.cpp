@@ -25,6 +25,8 @@
 
 namespace {
 
+constexpr int PatienceMs = 10000; // anybody who may read the folder may lock it, and keep it for ever
+
 // Hidden, and without the suffix: nothing that a loader would take.
 const QString PartName = QStringLiteral(".zdeploy-XXXXXX.part");
 const QString PartPattern = QStringLiteral(".zdeploy-*.part");
@@ -117,9 +119,11 @@ Drop::Result Drop::run() const
     if (!error.isEmpty())
         return {{}, error};
 
-    FolderLock folder(hotDeploy);
-    if (!folder.error.isEmpty())
-        return {{}, folder.error};
+    FolderLock folder(hotDeploy, PatienceMs);
+    if (!folder.error().isNull())
+        return {{}, folder.error()};
+    if (!folder.holder().isNull())
+        return {{}, QStringLiteral("%1 is being deployed to by %2").arg(hotDeploy, folder.holder())};
     removeWhatKilledOnesLeft(hotDeploy);
 
     // From here on it is the copy that counts: the source may change at any time.

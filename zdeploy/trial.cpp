@@ -12,6 +12,7 @@
 #include <QPluginLoader>
 #include <QTimer>
 
+#include <configuration.h>
 #include <host.h>
 #include <zcaught.h>
 #include <zobject.h>
@@ -41,18 +42,20 @@ void listen(QtMsgType, const QMessageLogContext &, const QString &text)
 QString fails(const QString &doing, const QString &reason) { return QStringLiteral("%1 fails: %2").arg(doing, reason); }
 
 /// A configuration with which a host has the plugin, and touches nothing outside the scratch folder.
-QJsonObject configuration(const Trial &trial)
+Configuration configuration(const Trial &trial)
 {
     const QDir dir(trial.scratch);
     for (const char *const folder : {"deployed", "hot-deploy", "temporary"})
         dir.mkdir(QLatin1String(folder));
     QFile::link(trial.file, dir.filePath(QStringLiteral("deployed/lib%1.so").arg(trial.plugin)));
-    return {{QStringLiteral("loader"),
-             QJsonObject{{QStringLiteral("deployed"), dir.filePath(QStringLiteral("deployed"))},
-                         {QStringLiteral("hot-deploy"), dir.filePath(QStringLiteral("hot-deploy"))},
-                         {QStringLiteral("load-list"), QJsonArray{trial.plugin}}}},
-            {QStringLiteral("filesystem"),
-             QJsonObject{{QStringLiteral("temporary-folder"), dir.filePath(QStringLiteral("temporary"))}}}};
+    return {{{QStringLiteral("loader"),
+              QJsonObject{{QStringLiteral("deployed"), dir.filePath(QStringLiteral("deployed"))},
+                          {QStringLiteral("hot-deploy"), dir.filePath(QStringLiteral("hot-deploy"))},
+                          {QStringLiteral("load-list"), QJsonArray{trial.plugin}}}},
+             {QStringLiteral("filesystem"),
+              QJsonObject{{QStringLiteral("temporary-folder"), dir.filePath(QStringLiteral("temporary"))}}}},
+            {},
+            {}};
 }
 
 /// The verdict of a host that runs in this event loop.

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "folderlock.h"
 
-#include "say.h"
-
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QRegularExpression>
+#include <QThread>
 
 #include <cerrno>
 
@@ -15,6 +15,20 @@
 #include <unistd.h>
 
 namespace {
+
+constexpr int PauseMs = 20;
+
+/// Locks what `descriptor` has open; false, and errno, where that fails or somebody else has it all the time.
+bool lock(int descriptor, int patienceMs)
+{
+    const QDeadlineTimer deadline(patienceMs);
+    while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || deadline.hasExpired())
+            return false;
+        QThread::msleep(PauseMs);
+    }
+    return true;
+}
 
 QString contentOf(const QString &path)
 {
@@ -47,17 +61,16 @@ QString describe(const QString &process)
 
 } // namespace
 
-FolderLock::FolderLock(const QString &folder)
+FolderLock::FolderLock(const QString &folder, int patienceMs)
+    : m_descriptor(folder.isEmpty() ? -1
+                                    : open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
 {
-    if (folder.isEmpty())
-        return;
-    m_descriptor = open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (m_descriptor >= 0 && flock(m_descriptor, LOCK_EX | LOCK_NB) == 0)
+    if (folder.isEmpty() || (m_descriptor >= 0 && lock(m_descriptor, patienceMs)))
         return;
     if (m_descriptor >= 0 && errno == EWOULDBLOCK)
-        m_refusal = QStringLiteral("%1 is in use by %2").arg(folder, describe(lockerOf(m_descriptor)));
+        m_holder = describe(lockerOf(m_descriptor));
     else
-        complain(QStringLiteral("cannot lock %1: %2").arg(folder, qt_error_string(errno)));
+        m_error = QStringLiteral("cannot lock %1: %2").arg(folder, qt_error_string(errno));
 }
 
 FolderLock::~FolderLock()
@@ -65,3 +78,5 @@ FolderLock::~FolderLock()
     if (m_descriptor >= 0)
         close(m_descriptor);
 }
+
+void FolderLock::sync() { fsync(m_descriptor); }

@@ -3,21 +3,25 @@
 
 #include <QString>
 
-/// Keeps a folder to one process, as long as it lives: two hosts would take each other's drops, and each would remove
-/// the other's temporary files.
+/// Keeps a folder to one process, as long as it lives.
 class FolderLock
 {
 public:
-    /// Locks nothing if `folder` is empty. Says so where the folder cannot be locked at all, which is no refusal.
-    explicit FolderLock(const QString &folder);
+    /// Waits a while for another process to end. Locks nothing if `folder` is empty.
+    explicit FolderLock(const QString &folder, int patienceMs = 0);
     ~FolderLock();
-    FolderLock(const FolderLock &) = delete;
-    FolderLock &operator=(const FolderLock &) = delete;
 
-    /// Who has the folder; null if that is us.
-    QString refusal() const { return m_refusal; }
+    /// Who has it instead, such as "process 1234 (zhost)"; null if nobody.
+    QString holder() const { return m_holder; }
+    /// Why it cannot be locked at all; null if it can.
+    QString error() const { return m_error; }
+
+    /// Writes what has changed in the folder to the disk.
+    void sync();
 
 private:
-    int m_descriptor = -1;
-    QString m_refusal;
+    Q_DISABLE_COPY(FolderLock)
+    const int m_descriptor;
+    QString m_holder;
+    QString m_error;
 };

@@ -7,6 +7,7 @@
 #include "folderlock.h"
 #include "host.h"
 #include "logformat.h"
+#include "printable.h"
 #include "probation.h"
 #include "say.h"
 #include "standardstreams.h"
@@ -56,9 +57,13 @@ int callOnce(Host &host, const CommandLine &commandLine)
 
 int run(const CommandLine &commandLine, const Configuration &configuration)
 {
-    const FolderLock lock(configuration.folder(QStringLiteral("deployed")));
-    if (!lock.refusal().isNull())
-        return refuse(lock.refusal());
+    // Two would take each other's drops, and each would remove the other's temporary files.
+    const QString deployed = configuration.folder(QStringLiteral("deployed"));
+    const FolderLock lock(deployed);
+    if (!lock.holder().isNull())
+        return refuse(QStringLiteral("%1 is in use by %2").arg(deployed, lock.holder()));
+    if (!lock.error().isNull())
+        complain(lock.error());
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &QCoreApplication::quit);
     Probation probation(configuration.object);

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "say.h"
 
-#include <algorithm>
+#include "printable.h"
+
 #include <cstdio>
 
 #include <sys/stat.h>
@@ -9,23 +10,6 @@
 #include <unistd.h>
 
 namespace {
-
-bool isControl(QChar character)
-{
-    return character.category() == QChar::Other_Control && character != QLatin1Char('\t');
-}
-
-QString spelling(QChar control)
-{
-    switch (control.unicode()) {
-    case '\n':
-        return QStringLiteral("\\n");
-    case '\r':
-        return QStringLiteral("\\r");
-    default:
-        return QStringLiteral("\\x%1").arg(control.unicode(), 2, 16, QLatin1Char('0'));
-    }
-}
 
 /// systemd names the journal's stream in the environment: "DEVICE:INODE".
 bool stderrIsJournal()
@@ -37,16 +21,6 @@ bool stderrIsJournal()
 }
 
 } // namespace
-
-QString printable(const QString &text)
-{
-    if (std::none_of(text.begin(), text.end(), isControl))
-        return text;
-    QString result;
-    for (const QChar character : text)
-        result += isControl(character) ? spelling(character) : QString(character);
-    return result;
-}
 
 void writeLine(int severity, const QString &text)
 {

@@ -3,10 +3,6 @@
 
 #include <QString>
 
-/// `text` as one line that does nothing to a terminal: control characters are spelt out, as "\\n" and "\\x1b"; tabs
-/// stay.
-QString printable(const QString &text);
-
 /// Writes `text` to stderr, as `printable`. Where stderr is the journal the line begins with its severity, a number of
 /// <syslog.h>, as the journal takes it.
 void writeLine(int severity, const QString &text);
