@@ -126,7 +126,7 @@ void tst_ZDeploy::refusesACommandLineThatItCannotUse_data()
         QTest::addRow("version \"%s\"", version)
             << QStringList{"--as", version, "libfoo.so", here}
             << QStringLiteral("\"%1\" is no version: letters, digits and single dots")
-                   .arg(QString(version).replace(QLatin1Char('\n'), QStringLiteral("\\x0a")));
+                   .arg(QString(version).replace(QLatin1Char('\n'), QStringLiteral("\\n")));
 }
 
 void tst_ZDeploy::refusesACommandLineThatItCannotUse()
@@ -228,7 +228,7 @@ void tst_ZDeploy::writesControlCharactersOut_data()
     QTest::addColumn<bool>("isPlugin");
     QTest::addColumn<QString>("line");
     QTest::newRow("dropped") << "libred\033c.so" << true << "dropped as libred\\x1bc.so\n";
-    QTest::newRow("refused") << "libred\033c\n.so" << false << "libred\\x1bc\\x0a.so is refused: it is no plugin";
+    QTest::newRow("refused") << "libred\033c\n.so" << false << "libred\\x1bc\\n.so is refused: it is no plugin";
     QTest::newRow("two bytes") << QString("libtwo\u009b31m.so") << true << "dropped as libtwo\\x9b31m.so\n";
     QTest::newRow("turned around") << QString("lib\u202egpj.so") << true << "dropped as lib\\u202egpj.so\n";
     QTest::newRow("letters") << QString("libg\u00fc\u6f22.so") << true << QString("dropped as libg\u00fc\u6f22.so\n");
