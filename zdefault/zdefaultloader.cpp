@@ -3,6 +3,7 @@
 
 #include "zcaught.h"
 #include "zdeployment.h"
+#include "zfolderwatch.h"
 #include "zparking.h"
 #include "ztexts.h"
 #include "ztypename.h"
@@ -87,9 +88,14 @@ const char *zDefaultLoaderTypeName() { return zTypeName<ZDefaultLoader>("ZDefaul
 
 const char *const ZDefaultLoader::TypeName = zDefaultLoaderTypeName();
 
-ZDefaultLoader::ZDefaultLoader() : m_watcher(new QFileSystemWatcher), m_deployment(new ZDeployment)
+ZDefaultLoader::ZDefaultLoader() : m_watcher(new ZFolderWatch), m_deployment(new ZDeployment)
 {
     connect(m_watcher, SIGNAL(directoryChanged(QString)), this, SLOT(directoryChangedSlot(QString)));
+    connect(m_watcher, &ZFolderWatch::unwatched, this, [this](const QString &folder) {
+        zCaught([&] { // the logger may throw
+            m_log.warn(LineKind, QStringLiteral("%1 cannot be watched: it is looked at every two seconds").arg(folder));
+        });
+    });
     connect(m_deployment, &ZDeployment::due, this, [this](const QString &source) { lookAgain(source); });
 }
 
@@ -257,7 +263,7 @@ void ZDefaultLoader::apply(const QJsonObject &section)
         return;
     const QStringList seen = drops(dir);
     directoryChangedSlot(dir.absolutePath());
-    m_watcher->addPath(dir.absolutePath());
+    m_watcher->watch(dir.absolutePath());
     const QStringList now = drops(dir);
     const auto isNew = [&](const QString &entry) { return !seen.contains(entry); };
     if (std::any_of(now.begin(), now.end(), isNew)) // dropped in between: nobody would tell us

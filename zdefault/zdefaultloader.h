@@ -11,11 +11,11 @@
 #include "zowned.h"
 
 #include <QDir>
-#include <QFileSystemWatcher>
 #include <QHash>
 #include <QMutex>
 
 class ZDeployment;
+class ZFolderWatch;
 
 /// "ZDefaultLoader*", registered as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultLoaderTypeName();
@@ -70,7 +70,6 @@ private:
     void apply(const QJsonObject &section);
     template <class Deed>
     void outlive(Deed deed);
-    void deployAll(const QString &n);
     void lookAgain(const QString &source);
     void take(const QDir &hot, const QString &entry);
     void deploy(const QDir &hot, const QString &source, const QString &target);
@@ -80,7 +79,7 @@ private:
     ZEmitter *m_emitter = nullptr;
     ZConfig *m_config = nullptr;
     QString m_deployed; // absolute
-    QFileSystemWatcher *const m_watcher;
+    ZFolderWatch *const m_watcher;
     ZDeployment *const m_deployment;
     bool m_isNotified = false;                          // by one of these two, at this moment
     QHash<QString, QSharedPointer<ZLibrarySet>> m_sets; // by base name
