@@ -3,6 +3,7 @@
 
 #include "crashline.h"
 #include "healthcheck.h"
+#include "mappedfiles.h"
 #include "redeployment.h"
 
 #include "../zdeploy/pluginname.h"
@@ -159,10 +160,22 @@ QStringList Probation::toTake(const Notes::Crash &crash) const
     return m_notes.hasGood() ? fresh : QStringList();
 }
 
+/// What is in memory, and what was noted before. A file that nobody has loaded may still be bad.
+QStringList Probation::thoseThatRanWell() const
+{
+    const QStringList mapped = mappedFiles();
+    QStringList files = plugins();
+    const auto isUntried = [&](const QString &file) {
+        return !m_notes.isGood(file) && !mapped.contains(m_deployed + QLatin1Char('/') + file);
+    };
+    files.erase(std::remove_if(files.begin(), files.end(), isUntried), files.end());
+    return files;
+}
+
 void Probation::passed()
 {
     endChecks();
-    m_notes.noteGood(plugins());
+    m_notes.noteGood(thoseThatRanWell());
     m_notes.forgetStart();
 }
 

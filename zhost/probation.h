@@ -39,6 +39,7 @@ private:
     bool judge(Notes::Start *start);
     QStringList plugins() const;
     QStringList goodOnes() const;
+    QStringList thoseThatRanWell() const;
     QStringList toTake(const Notes::Crash &crash) const;
     void passed();
     void look();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "report.h"
 
+#include "mappedfiles.h"
 #include "services.h"
 #include "timetable.h"
 
@@ -12,6 +13,7 @@
 #include <QStringList>
 #include <QVector>
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -63,16 +65,12 @@ QJsonObject servicesNow(const Services &services, Held *held)
 /// The files in memory that lie in one of the folders from which plugins are loaded.
 QJsonArray plugins()
 {
-    QStringList files;
+    QStringList files = mappedFiles();
     const QStringList folders = QCoreApplication::libraryPaths();
-    const QList<QByteArray> lines = contentOf(QStringLiteral("/proc/self/maps")).split('\n');
-    for (const QByteArray &line : lines) {
-        const QString file = QFile::decodeName(line.mid(line.indexOf('/')));
-        if (line.contains('/') && folders.contains(QFileInfo(file).path()) && !files.contains(file) &&
-            file != QCoreApplication::applicationFilePath())
-            files.append(file);
-    }
-    files.sort();
+    const auto isNone = [&](const QString &file) {
+        return !folders.contains(QFileInfo(file).path()) || file == QCoreApplication::applicationFilePath();
+    };
+    files.erase(std::remove_if(files.begin(), files.end(), isNone), files.end());
     return QJsonArray::fromStringList(files);
 }
 
