@@ -5,6 +5,7 @@
 #include "foldercheck.h"
 #include "keycheck.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -48,6 +49,13 @@ QString Configuration::folder(const QString &key) const
     QDir dir;
     const bool isFound = section.isObject() && ZDefaultLoader::resolve(path.isEmpty() ? key : path, dir);
     return isFound ? dir.absolutePath() : QString();
+}
+
+QString Configuration::inbox() const
+{
+    const QString path = object.value(QStringLiteral("loader")).toObject().value(QStringLiteral("inbox")).toString();
+    const QDir program(QCoreApplication::applicationDirPath());
+    return path.isEmpty() ? QString() : QDir::cleanPath(program.absoluteFilePath(path));
 }
 
 QVector<Finding> Configuration::findings() const

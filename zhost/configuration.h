@@ -22,6 +22,9 @@ struct Configuration
     /// none.
     QString folder(const QString &key) const;
 
+    /// The folder that the section "loader" has under "inbox", be it there or not; empty if none is named.
+    QString inbox() const;
+
     /// What is wrong with it, or may be. The services pass over all of it silently.
     QVector<Finding> findings() const;
 };

@@ -36,6 +36,9 @@ public:
     explicit Host(const Configuration &configuration);
     ~Host();
 
+    /// The logger service, which lives as long as the host.
+    ZLogger *logger() const { return m_services.logger; }
+
     /// Calls the bus; answers in words why the call was not handled, null if it was.
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
     ZDbus *bus() const { return m_services.dbus; }

@@ -6,6 +6,7 @@
 #include "exitguard.h"
 #include "folderlock.h"
 #include "host.h"
+#include "inbox.h"
 #include "logformat.h"
 #include "printable.h"
 #include "probation.h"
@@ -55,6 +56,15 @@ int callOnce(Host &host, const CommandLine &commandLine)
     return Success;
 }
 
+/// Nothing without all three folders: nobody would take what is dropped.
+void openInbox(const Configuration &configuration, const Host &host, std::optional<Inbox> *inbox)
+{
+    const InboxFolders folders{configuration.inbox(), configuration.folder(QStringLiteral("hot-deploy")),
+                               configuration.folder(QStringLiteral("deployed"))};
+    if (!folders.inbox.isEmpty() && !folders.hotDeploy.isEmpty() && !folders.deployed.isEmpty())
+        inbox->emplace(folders, host.logger());
+}
+
 int run(const CommandLine &commandLine, const Configuration &configuration)
 {
     // Two would take each other's drops, and each would remove the other's temporary files.
@@ -70,6 +80,7 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     QObject::connect(&stopSignals, &StopSignals::received, &probation, &Probation::end);
     const ExitGuard exitGuard;
     std::optional<Host> host;
+    std::optional<Inbox> inbox;
     std::optional<int> result; // of what is done without being told to stop
     const auto finish = [&](int exitCode) {
         result = exitCode;
@@ -81,9 +92,9 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
             return finish(Hopeless);
         host.emplace(configuration);
         if (commandLine.isCall)
-            QTimer::singleShot(0, [&] { finish(callOnce(*host, commandLine)); });
-        else
-            probation.watch(host->bus());
+            return QTimer::singleShot(0, [&] { finish(callOnce(*host, commandLine)); });
+        probation.watch(host->bus());
+        openInbox(configuration, *host, &inbox);
     });
     QCoreApplication::exec();
 
@@ -91,6 +102,7 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     const bool isDone = StopSignals::isStopWanted() || result;
     if (!isDone)
         complain(QStringLiteral("ended by quit(), called by a plugin"));
+    inbox.reset();
     const int asTold = result.value_or(commandLine.isCall ? Wrong : Success); // a signal may have come before the call
     const int exitCode = isDone ? asTold : EndedByPlugin;
     const QStringList running = (host ? host->stop() : QStringList()) + probation.hanging();

@@ -1,0 +1,240 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "inbox.h"
+
+#include "say.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+
+#include <zcaught.h>
+#include <zfilecopy.h>
+#include <zlogger.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int PauseMs = 60000;
+constexpr int QuietMs = 10000;
+constexpr int AgainMs = 2000;
+constexpr int EndMs = 5000;
+const QString Prefix = QStringLiteral("zhost: inbox: ");
+const QString Pattern = QStringLiteral("lib*.so");
+const QString Refused = QStringLiteral("refused");
+
+/// How zdeploy ends.
+enum DropCode
+{
+    Dropped = 0,
+    NotDropped = 1
+};
+
+bool isPluginFile(const QString &file) { return QDir::match(Pattern, file); }
+
+/// Why there is no such folder of our own, null if there is: what somebody else has put there in its place may be a
+/// link to anywhere.
+QString makeOwnFolder(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    struct stat status;
+    if (mkdir(name.constData(), 0755) != 0 && errno != EEXIST)
+        return qt_error_string(errno);
+    if (lstat(name.constData(), &status) != 0)
+        return qt_error_string(errno);
+    return S_ISDIR(status.st_mode) && status.st_uid == geteuid() ? QString()
+                                                                 : QStringLiteral("it is no folder of this user");
+}
+
+/// Moves the file at `path` to the folder `refused`, beside the reason. Answers why that fails, null if it does not.
+QString moveAside(const QString &path, const QString &refused, const QString &reason)
+{
+    const QString failure = makeOwnFolder(refused);
+    if (!failure.isNull())
+        return failure;
+    const QString target = refused + QLatin1Char('/') + QFileInfo(path).fileName();
+    QSaveFile text(target + QStringLiteral(".reason.txt"));
+    if (!text.open(QIODevice::WriteOnly) || text.write(reason.toUtf8() + '\n') < 0 || !text.commit())
+        return text.errorString();
+    if (std::rename(QFile::encodeName(path).constData(), QFile::encodeName(target).constData()) != 0)
+        return qt_error_string(errno);
+    return {};
+}
+
+/// The last line of what zdeploy has written, without what goes before the reason.
+QString reasonIn(const QByteArray &written)
+{
+    const QString line = QString::fromLocal8Bit(written).trimmed().section(QLatin1Char('\n'), -1);
+    const QString mark = QStringLiteral(" is refused: ");
+    const int at = line.indexOf(mark);
+    return at < 0 ? line : line.mid(at + mark.size());
+}
+
+} // namespace
+
+Inbox::Inbox(const InboxFolders &folders, ZLogger *logger)
+    : m_folders(folders), m_logger(logger), m_watch(folders.inbox)
+{
+    m_process.setProgram(QCoreApplication::applicationDirPath() + QStringLiteral("/zdeploy"));
+    m_process.setStandardInputFile(QProcess::nullDevice());
+    connect(&m_process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this, [this] {
+        finish();
+        next();
+    });
+    connect(&m_process, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart)
+            tryLater(QStringLiteral("%1: %2").arg(m_process.program(), m_process.errorString()));
+    });
+    m_pause.setSingleShot(true);
+    connect(&m_pause, &QTimer::timeout, this, &Inbox::next);
+    m_again.setSingleShot(true);
+    connect(&m_again, &QTimer::timeout, this, &Inbox::addAll);
+    connect(&m_watch, &FolderWatch::arrived, this, [this](const QString &file) {
+        m_passedOver.remove(file);
+        add(file);
+        next();
+    });
+    connect(&m_watch, &FolderWatch::created, this, [this](const QString &file) {
+        addIfQuiet(QFileInfo(pathOf(file)));
+        next();
+    });
+    connect(&m_watch, &FolderWatch::unseen, this, &Inbox::addAll);
+    connect(&m_watch, &FolderWatch::failed, this, [this](const QString &reason) {
+        warn(QStringLiteral("it cannot be watched, and is looked at each second: %1").arg(reason));
+    });
+    m_watch.start();
+}
+
+Inbox::~Inbox()
+{
+    m_process.disconnect(this);
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.terminate(); // it leaves nothing behind
+    if (!m_process.waitForFinished(EndMs)) {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+    if (m_process.exitStatus() == QProcess::NormalExit) // it was quicker
+        finish();
+}
+
+void Inbox::add(const QString &file)
+{
+    if (isPluginFile(file) && !m_queue.contains(file) && !m_passedOver.contains(file))
+        m_queue.append(file);
+}
+
+void Inbox::addAll()
+{
+    const QFileInfoList files =
+        QDir(m_folders.inbox).entryInfoList({Pattern}, QDir::Files, QDir::Time | QDir::Reversed); // the oldest first
+    for (const QFileInfo &file : files)
+        addIfQuiet(file);
+    next();
+}
+
+/// Adds a file of which nobody has told that it is complete. Of one of another user the system does not tell us whether
+/// somebody is writing it: it is left until nothing has happened to it for a while.
+void Inbox::addIfQuiet(const QFileInfo &file)
+{
+    const bool isKnown = geteuid() == 0 || file.ownerId() == geteuid();
+    if (isKnown || file.metadataChangeTime().msecsTo(QDateTime::currentDateTime()) >= QuietMs)
+        add(file.fileName());
+    else
+        m_again.start(AgainMs);
+}
+
+void Inbox::next()
+{
+    while (!m_file && !m_pause.isActive() && !m_queue.isEmpty())
+        begin(m_queue.takeFirst());
+}
+
+/// What somebody is writing is left, and most often comes again when it is closed; not so what was written before it
+/// had its name. Links are passed over: who puts one here may not be able to read what it points to.
+void Inbox::begin(const QString &file)
+{
+    const QString path = pathOf(file);
+    if (!QFileInfo(path).isFile() || QFileInfo(path).isSymLink())
+        return;
+    auto copy = std::make_unique<ZFileCopy>(path);
+    if (!copy->open())
+        return refuse(file, QStringLiteral("cannot read it: %1").arg(qt_error_string(errno)));
+    if (!copy->isSettled())
+        return m_again.start(AgainMs);
+    m_file = std::move(copy);
+    m_process.setArguments({QStringLiteral("--deployed"), m_folders.deployed, path, m_folders.hotDeploy});
+    m_process.start();
+}
+
+void Inbox::finish()
+{
+    const int code = m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+    const QString reason = reasonIn(m_process.readAllStandardError());
+    if (code != Dropped && code != NotDropped)
+        return tryLater(reason.isEmpty() ? QStringLiteral("zdeploy has crashed") : reason);
+    m_failure.clear();
+    const std::unique_ptr<ZFileCopy> copy = std::move(m_file);
+    const QString file = QFileInfo(copy->source()).fileName();
+    if (code == Dropped)
+        inform(QStringLiteral("%1: %2").arg(file, QString::fromLocal8Bit(m_process.readAllStandardOutput()).trimmed()));
+    if (!copy->isSettled()) // there is another one by now
+        add(file);
+    else if (code == Dropped)
+        remove(file);
+    else
+        refuse(file, reason);
+}
+
+void Inbox::remove(const QString &file)
+{
+    QFile source(pathOf(file));
+    if (!source.remove())
+        passOver(file, source.errorString());
+}
+
+void Inbox::refuse(const QString &file, const QString &reason)
+{
+    warn(QStringLiteral("%1: refused: %2").arg(file, reason));
+    const QString failure = moveAside(pathOf(file), pathOf(Refused), reason);
+    if (!failure.isNull())
+        passOver(file, failure);
+}
+
+void Inbox::tryLater(const QString &reason)
+{
+    const QString file = QFileInfo(m_file->source()).fileName();
+    m_file.reset();
+    m_queue.prepend(file);
+    m_pause.start(PauseMs);
+    if (reason != m_failure) // once for a row of the same
+        warn(QStringLiteral("%1: cannot be dropped, and is tried again each minute: %2").arg(file, reason));
+    m_failure = reason;
+}
+
+void Inbox::passOver(const QString &file, const QString &reason)
+{
+    m_passedOver.insert(file);
+    warn(QStringLiteral("%1: cannot be taken out, and is passed over from now on: %2").arg(file, reason));
+}
+
+/// The logger may be a plugin's, and throw.
+void Inbox::inform(const QString &text)
+{
+    zCaught([&] { m_logger->info0(printable(Prefix + text)); });
+}
+
+void Inbox::warn(const QString &text)
+{
+    zCaught([&] { m_logger->warning0(printable(Prefix + text)); });
+}
+
+QString Inbox::pathOf(const QString &file) const { return QDir(m_folders.inbox).filePath(file); }

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "folderwatch.h"
+
+#include <QObject>
+#include <QProcess>
+#include <QSet>
+#include <QStringList>
+#include <QTimer>
+
+#include <memory>
+
+class QFileInfo;
+class ZFileCopy;
+class ZLogger;
+
+/// The folders between which an inbox stands.
+struct InboxFolders
+{
+    QString inbox; ///< Into which anybody may copy. Empty: there is none.
+    QString hotDeploy;
+    QString deployed;
+};
+
+/**
+ * Drops the plugins that are put into a folder, by the program zdeploy that lies beside this one: one at a time, in the
+ * order in which they come, and only what nobody is writing any more.
+ *
+ * What is dropped is removed from the folder. What is refused is moved to its folder "refused", beside a text with the
+ * reason; both replace those of the one of that name that was refused before.
+ *
+ * Ownership: the process that drops; it is ended, and waited for, when this goes.
+ * Thread:    its own, which needs an event loop and never waits.
+ * Failure:   a warning. What cannot be dropped for a reason that is not its own stays, and is tried again.
+ */
+class Inbox : public QObject
+{
+    Q_OBJECT
+
+public:
+    Inbox(const InboxFolders &folders, ZLogger *logger);
+    ~Inbox() override;
+
+private:
+    void add(const QString &file);
+    void addAll();
+    void addIfQuiet(const QFileInfo &file);
+    void next();
+    void begin(const QString &file);
+    void finish();
+    void remove(const QString &file);
+    void refuse(const QString &file, const QString &reason);
+    void tryLater(const QString &reason);
+    void passOver(const QString &file, const QString &reason);
+    void inform(const QString &text);
+    void warn(const QString &text);
+    QString pathOf(const QString &file) const;
+
+    const InboxFolders m_folders;
+    ZLogger *const m_logger;
+    QStringList m_queue;
+    QSet<QString> m_passedOver;        // who cannot be taken out would be dropped again and again
+    std::unique_ptr<ZFileCopy> m_file; // that is dropped at the moment, as it was at the beginning
+    QString m_failure;                 // for which the last was tried again
+    QTimer m_pause;                    // runs until something is tried again
+    QTimer m_again;                    // runs until all is looked at again
+    QProcess m_process;
+    FolderWatch m_watch;
+};
