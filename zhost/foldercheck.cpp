@@ -2,6 +2,7 @@
 #include "foldercheck.h"
 
 #include "configuration.h"
+#include "ownership.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -20,6 +21,7 @@ namespace {
 
 const QString Deployed = QStringLiteral("deployed");
 const QString HotDeploy = QStringLiteral("hot-deploy");
+const QString InboxFolder = QStringLiteral("inbox");
 const QString LibraryPaths = QStringLiteral("add-library-path");
 const QString Paths = QStringLiteral("add-path");
 const QString LoadList = QStringLiteral("load-list");
@@ -29,10 +31,12 @@ bool isAllowed(const QString &folder, int mode)
     return faccessat(AT_FDCWD, QFile::encodeName(folder).constData(), mode, AT_EACCESS) == 0;
 }
 
-bool mayOthersWrite(const QString &folder)
+/// Whether only the owner of `folder` may take away what others put into it, and that is neither us nor root.
+bool isKeptByAnother(const QString &folder)
 {
     struct stat status;
-    return stat(QFile::encodeName(folder).constData(), &status) == 0 && (status.st_mode & S_IWOTH) != 0;
+    return stat(QFile::encodeName(folder).constData(), &status) == 0 && (status.st_mode & S_ISVTX) != 0 &&
+           status.st_uid != geteuid() && geteuid() != 0;
 }
 
 class Check
@@ -40,7 +44,8 @@ class Check
 public:
     explicit Check(const Configuration &configuration)
         : m_section(configuration.object.value(QStringLiteral("loader")).toObject()),
-          m_deployed(configuration.folder(Deployed)), m_hotDeploy(configuration.folder(HotDeploy))
+          m_deployed(configuration.folder(Deployed)), m_hotDeploy(configuration.folder(HotDeploy)),
+          m_inbox(configuration.inbox()), m_isStrict(m_section.value(QStringLiteral("strict")).toBool())
     {}
 
     QVector<Finding> findings;
@@ -54,9 +59,14 @@ public:
         for (const QString &key : {LibraryPaths, Paths})
             forEach(key, [&](const QString &path, const QString &value) {
                 QDir dir;
-                if (!value.isEmpty() && ZDefaultLoader::resolve(value, dir))
-                    openToOthers(path, dir.absolutePath());
+                if (value.isEmpty() || !ZDefaultLoader::resolve(value, dir))
+                    return;
+                openToOthers(path, dir.absolutePath());
+                if (key == LibraryPaths)
+                    files(path, dir.absolutePath());
             });
+        if (QFileInfo(m_inbox).isDir())
+            inbox();
     }
 
     void names()
@@ -72,9 +82,15 @@ public:
     }
 
 private:
-    void problem(const QString &key, const QString &what)
+    void problem(const QString &key, const QString &what, Finding::Weight weight = Finding::Wrong)
     {
-        findings.append({QStringLiteral("loader.%1").arg(key), what, Finding::Wrong});
+        findings.append({QStringLiteral("loader.%1").arg(key), what, weight});
+    }
+
+    /// Of a folder.
+    void distrusted(const QString &key, const QString &what)
+    {
+        problem(key, what, m_isStrict ? Finding::Unusable : Finding::Wrong);
     }
 
     template <class Deed>
@@ -99,13 +115,47 @@ private:
         if (!isAllowed(folder, W_OK | X_OK))
             problem(key, QStringLiteral("%1 cannot be written: nothing can be dropped").arg(folder));
         openToOthers(key, folder);
+        files(key, folder);
     }
 
     void openToOthers(const QString &key, const QString &folder)
     {
-        if (mayOthersWrite(folder))
-            problem(key,
-                    QStringLiteral("everybody may write to %1, and so have this program run anything").arg(folder));
+        const QString reason = distrust(folder);
+        if (!reason.isNull())
+            distrusted(key, QStringLiteral("%1, and so have this program run anything").arg(reason));
+    }
+
+    /// The plugins in `folder`, unless that has been found to be open itself.
+    void files(const QString &key, const QString &folder)
+    {
+        if (!distrust(folder).isNull())
+            return;
+        const QFileInfoList plugins = QDir(folder).entryInfoList({QStringLiteral("*.so")}, QDir::Files);
+        for (const QFileInfo &plugin : plugins) {
+            const QString reason = distrust(plugin.filePath());
+            if (!reason.isNull())
+                problem(key, QStringLiteral("%1, and so have this program run anything%2")
+                                 .arg(reason, QLatin1String(m_isStrict ? "; it is not loaded" : "")));
+        }
+    }
+
+    void inbox()
+    {
+        for (const QString &key : {Deployed, HotDeploy}) {
+            const QString other = key == Deployed ? m_deployed : m_hotDeploy;
+            if (!other.isEmpty() && QDir(m_inbox).canonicalPath() == QDir(other).canonicalPath())
+                problem(InboxFolder, QStringLiteral("is the folder that \"loader.%1\" is").arg(key), Finding::Unusable);
+        }
+        if (!isAllowed(m_inbox, R_OK | W_OK | X_OK))
+            problem(InboxFolder, QStringLiteral("%1 cannot be read and written: nothing is taken out").arg(m_inbox));
+        if (isKeptByAnother(m_inbox))
+            problem(InboxFolder,
+                    QStringLiteral("%1 is of another user, and its sticky bit is set: what others put there "
+                                   "cannot be taken out")
+                        .arg(m_inbox));
+        const QString reason = distrust(m_inbox, Use::Shared);
+        if (!reason.isNull())
+            distrusted(InboxFolder, QStringLiteral("%1, and so take away what others put there").arg(reason));
     }
 
     /// Where plugins are looked for, and what is loaded from there soon.
@@ -137,6 +187,8 @@ private:
     const QJsonObject m_section;
     const QString m_deployed; // each empty if there is none
     const QString m_hotDeploy;
+    const QString m_inbox;
+    const bool m_isStrict;
 };
 
 } // namespace

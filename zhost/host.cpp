@@ -5,6 +5,7 @@
 #include "configuration.h"
 #include "orderlyemitter.h"
 #include "report.h"
+#include "strictloader.h"
 #include "warn.h"
 
 #include <QCoreApplication>
@@ -30,6 +31,11 @@ template <class Delegate>
 QSharedPointer<ZDelegate> nobody()
 {
     return QSharedPointer<Delegate>::create(QSharedPointer<QObject>());
+}
+
+bool isStrict(const QJsonObject &configuration)
+{
+    return configuration.value(QStringLiteral("loader")).toObject().value(QStringLiteral("strict")).toBool();
 }
 
 } // namespace
@@ -61,7 +67,10 @@ Host::Host(const Configuration &configuration) : m_emitter(QSharedPointer<Orderl
         m_emitter->zemit0(service);
     m_emitter->inject0(&m_services);
     m_services.ownActivities = m_services.activities();
-    m_emitter->zemit0(ZDefaultLoader::TypeName);
+    if (isStrict(configuration.object))
+        m_emitter->inject0(new StrictLoader); // which then is the emitter's
+    else
+        m_emitter->zemit0(ZDefaultLoader::TypeName);
     m_drops->watch(m_services.logger);
 
     m_endpoint = QSharedPointer<HostEndpoint>::create(&m_services, &m_timetable);

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ownership.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+QString userName(uid_t id)
+{
+    const passwd *const entry = getpwuid(id);
+    return entry ? QString::fromLocal8Bit(entry->pw_name) : QString::number(id);
+}
+
+QString groupName(gid_t id)
+{
+    const group *const entry = getgrgid(id);
+    return entry ? QString::fromLocal8Bit(entry->gr_name) : QString::number(id);
+}
+
+/// Null if there is nobody.
+QString otherWriter(const struct stat &status)
+{
+    if (status.st_uid != 0 && status.st_uid != geteuid())
+        return QStringLiteral("user %1").arg(userName(status.st_uid));
+    if (status.st_mode & S_IWOTH)
+        return QStringLiteral("everybody");
+    if ((status.st_mode & S_IWGRP) && status.st_gid != 0 && status.st_gid != getegid())
+        return QStringLiteral("group %1").arg(groupName(status.st_gid));
+    return {};
+}
+
+} // namespace
+
+QString distrust(const QString &path, Use use)
+{
+    QString at = QFileInfo(path).canonicalFilePath();
+    // Above it a sticky bit is enough, as that of /tmp: nobody can put another folder in the place of the next one.
+    for (bool isShared = use == Use::Shared; !at.isEmpty(); isShared = true) {
+        struct stat status;
+        if (lstat(QFile::encodeName(at).constData(), &status) != 0)
+            return {};
+        if (isShared && (status.st_mode & S_ISVTX))
+            status.st_mode &= ~static_cast<mode_t>(S_IWGRP | S_IWOTH);
+        if (const QString who = otherWriter(status); !who.isNull())
+            return QStringLiteral("%1 may write to %2").arg(who, at);
+        at = at == QLatin1String("/") ? QString() : QFileInfo(at).path();
+    }
+    return {};
+}
