@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commandline.h"
 
+#include "keycheck.h"
+
 #include <QCommandLineParser>
 #include <QJsonDocument>
 
@@ -32,7 +34,7 @@ struct Parser : QCommandLineParser
     Parser()
     {
         setApplicationDescription(QString::fromLatin1(description));
-        addOptions({check, call, in});
+        addOptions({check, keys, call, in});
         addPositionalArgument(QStringLiteral("CONFIG.json"), QStringLiteral("The configuration."));
     }
 
@@ -40,6 +42,8 @@ struct Parser : QCommandLineParser
     const QCommandLineOption version = addVersionOption();
     const QCommandLineOption check{QStringLiteral("check"),
                                    QStringLiteral("Read the configuration, say what is wrong with it, start nothing.")};
+    const QCommandLineOption keys{QStringLiteral("keys"),
+                                  QStringLiteral("Print the keys that a configuration may have, one a line.")};
     const QCommandLineOption call{QStringLiteral("call"),
                                   QStringLiteral("Start, call the bus once, print the answer as JSON, and stop."),
                                   QStringLiteral("URL")};
@@ -75,6 +79,8 @@ CommandLine CommandLine::read(const QStringList &arguments)
         result.text = parser.helpText();
     else if (parser.isSet(parser.version))
         result.text = QStringLiteral("zhost " ZHOST_VERSION);
+    else if (parser.isSet(parser.keys))
+        result.text = knownKeyPaths().join(QLatin1Char('\n'));
     else if (parser.positionalArguments().size() != 1)
         result.error = QStringLiteral("name one configuration file; see zhost --help");
     else

@@ -249,6 +249,15 @@ private:
     }
 };
 
+void appendPaths(const std::vector<Key> &keys, const QString &path, QStringList *paths)
+{
+    for (const Key &key : keys) {
+        const QString keyPath = path + QLatin1String(key.name);
+        paths->append(keyPath);
+        appendPaths(key.keys, keyPath + QLatin1String(key.type == Timetable ? "[]." : "."), paths);
+    }
+}
+
 } // namespace
 
 QVector<Finding> checkKeys(const QJsonObject &configuration)
@@ -256,4 +265,11 @@ QVector<Finding> checkKeys(const QJsonObject &configuration)
     Check check;
     check.object(configuration, knownKeys(), {});
     return check.findings;
+}
+
+QStringList knownKeyPaths()
+{
+    QStringList paths;
+    appendPaths(knownKeys(), {}, &paths);
+    return paths;
 }

@@ -17,6 +17,9 @@ library=$(find "$prefix" -name libzdefault.so.1)
 readelf -d "$library" | grep -q 'SONAME.*\[libzdefault.so.1\]' || fail "wrong soname"
 if grep -rIl -e "$folder/first" -e "$source" "$prefix"; then fail "the package names the folder it came from"; fi
 
+echo "== what an editor needs for a configuration"
+[ -s "$prefix/share/zdefault/zhost-configuration.schema.json" ] || fail "no schema"
+
 echo "== find_package, and headers by their bare names"
 for example in 05-plugin demo; do
     quietly cmake -S "$source/examples/$example" -B "$folder/$example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
