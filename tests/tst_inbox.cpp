@@ -30,6 +30,7 @@ private Q_SLOTS:
     void whatIsBeingWrittenIsLeftUntilItIsClosed_data();
     void whatIsBeingWrittenIsLeftUntilItIsClosed();
     void whatIsBeingWrittenByOthersIsLeftUntilItIsClosed();
+    void whatIsClosedBeforeItCanBeReadIsDropped();
     void whatChangesMeanwhileIsDroppedAsItIsInTheEnd();
     void manyAtOnceAreAllDropped();
     void moreThanCanBeToldIsFound();
@@ -37,7 +38,11 @@ private Q_SLOTS:
     void folderMayBeMadeAnew_data();
     void folderMayBeMadeAnew();
     void stopLeavesWhatIsBeingDropped();
+    void whatCannotBeDroppedStays_data();
     void whatCannotBeDroppedStays();
+    void whatCrashesZdeployIsRefused();
+    void folderNeedsNoWatch_data();
+    void folderNeedsNoWatch();
     void callDropsNothing();
 };
 
@@ -73,12 +78,75 @@ struct Place
     QByteArray refused(const QString &file) const { return contentOf(inbox.filePath("refused/" + file)); }
 };
 
-QMap<QString, QString> slowDisk()
+QMap<QString, QString> preloading(const char *library)
 {
     const QString others = qEnvironmentVariable("LD_PRELOAD");
-    return {{QStringLiteral("LD_PRELOAD"), QStringLiteral(SLOW_DISK " ") + others},
+    return {{QStringLiteral("LD_PRELOAD"), QStringLiteral("%1 %2").arg(QLatin1String(library), others)},
             {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0")}};
 }
+
+QMap<QString, QString> slowDisk() { return preloading(SLOW_DISK); }
+
+/// A folder with a program zhost and, if anything, the script of a program zdeploy.
+class Bin : public Folder
+{
+public:
+    explicit Bin(const QByteArray &zdeploy)
+    {
+        QFile::copy(QStringLiteral(ZHOST), zhost());
+        if (zdeploy.isEmpty())
+            return;
+        write(QStringLiteral("zdeploy"), "#!/bin/sh\n" + zdeploy + '\n');
+        chmod(QFile::encodeName(filePath(QStringLiteral("zdeploy"))).constData(), 0755);
+    }
+    QString zhost() const { return filePath(QStringLiteral("zhost")); }
+};
+
+/// A host that is started by a command of its own.
+struct AnyHost
+{
+    AnyHost(const QString &program, const Place &place, QStringList options = {})
+    {
+        config.write(QStringLiteral("config.json"), QJsonDocument(place.configuration()).toJson());
+        chmod(QFile::encodeName(config.path()).constData(), 0755);
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.start(program, options << config.filePath(QStringLiteral("config.json")));
+    }
+    ~AnyHost()
+    {
+        process.kill();
+        process.waitForFinished();
+    }
+
+    bool hasWritten(const QString &text)
+    {
+        written += QString::fromUtf8(process.readAll());
+        return written.contains(text);
+    }
+
+    Folder config;
+    QProcess process;
+    QString written;
+};
+
+/// A host that is run by another user than the test is, which must be root.
+struct AnotherUser : AnyHost
+{
+    explicit AnotherUser(const Place &place)
+        : AnyHost(QStringLiteral("setpriv"), given(place),
+                  {"--reuid=65534", "--regid=65534", "--clear-groups", QStringLiteral(ZHOST)})
+    {}
+
+private:
+    static const Place &given(const Place &place)
+    {
+        for (const Folder *folder : {&place.inbox, &place.hotDeploy, &place.deployed}) {
+            if (chown(QFile::encodeName(folder->path()).constData(), 65534, 65534) != 0)
+                qFatal("cannot give a folder away");
+        }
+        return place;
+    }
+};
 
 /// Waits until the host has gone through all that was put into the inbox before.
 void waitUntilAllIsDone(Running &host, const Place &place)
@@ -269,37 +337,41 @@ void tst_Inbox::whatIsBeingWrittenIsLeftUntilItIsClosed()
 void tst_Inbox::whatIsBeingWrittenByOthersIsLeftUntilItIsClosed()
 {
     if (geteuid() != 0)
-        QSKIP("takes two users");
+        return QTest::qSkip("takes two users", __FILE__, __LINE__);
     const Place place;
-    const Folder config;
-    for (const Folder *folder : {&place.inbox, &place.hotDeploy, &place.deployed, &config})
-        QCOMPARE(chown(QFile::encodeName(folder->path()).constData(), 65534, 65534), 0);
-    config.write(QStringLiteral("config.json"), QJsonDocument(place.configuration()).toJson());
     const QByteArray content = contentOf(pluginFile(Plain));
     QFile writer(place.inbox.filePath(PlainFile));
     QVERIFY(writer.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
     QVERIFY(writer.write(content.left(9000)) > 0);
-
-    QProcess host;
-    host.setProcessChannelMode(QProcess::MergedChannels);
-    host.start(QStringLiteral("setpriv"),
-               {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"), QStringLiteral("--clear-groups"),
-                QStringLiteral(ZHOST), config.filePath(QStringLiteral("config.json"))});
-    QString written;
-    const auto hasWritten = [&](const char *text) {
-        written += QString::fromUtf8(host.readAll());
-        return written.contains(QLatin1String(text));
-    };
-    QTRY_VERIFY2_WITH_TIMEOUT(hasWritten("hot-deploy folder changed"), qPrintable(written), Patience);
+    AnotherUser host(place);
+    QTRY_VERIFY2_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed")), qPrintable(host.written),
+                              Patience);
     QVERIFY(place.inbox.drop(Plain, QStringLiteral("libother.so")));
-    QTRY_VERIFY_WITH_TIMEOUT(hasWritten("inbox: libother.so: dropped"), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("inbox: libother.so: dropped")), Patience);
     QCOMPARE(place.inbox.files(), QStringList{PlainFile});
-    QVERIFY2(!written.contains(PlainFile), qPrintable(written));
+    QVERIFY2(!host.written.contains(PlainFile), qPrintable(host.written));
     QVERIFY(writer.write(content.mid(9000)) > 0);
     writer.close();
-    QTRY_VERIFY_WITH_TIMEOUT(hasWritten("inbox: libplain.so: dropped"), Patience);
-    host.terminate();
-    QCOMPARE(finish(host).exitCode, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("inbox: libplain.so: dropped")), Patience);
+}
+
+void tst_Inbox::whatIsClosedBeforeItCanBeReadIsDropped()
+{
+    if (geteuid() != 0)
+        return QTest::qSkip("takes two users", __FILE__, __LINE__);
+    const Place place;
+    AnotherUser host(place);
+    QTRY_VERIFY2_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed")), qPrintable(host.written),
+                              Patience);
+    const Folder outside;
+    QVERIFY(outside.drop(Plain));
+    const QString file = place.inbox.filePath(PlainFile);
+    QCOMPARE(runProgram(QStringLiteral("install"), {"-m", "600", outside.filePath(PlainFile), file}).exitCode, 0);
+    QVERIFY(place.inbox.drop(Plain, QStringLiteral("libother.so")));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("inbox: libother.so: dropped")), Patience);
+    QVERIFY2(!host.written.contains(PlainFile), qPrintable(host.written));
+    QCOMPARE(chmod(QFile::encodeName(file).constData(), 0644), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("inbox: libplain.so: dropped")), Patience);
 }
 
 void tst_Inbox::whatChangesMeanwhileIsDroppedAsItIsInTheEnd()
@@ -393,28 +465,72 @@ void tst_Inbox::stopLeavesWhatIsBeingDropped()
     QCOMPARE(place.refused(), QStringList());
 }
 
+void tst_Inbox::whatCannotBeDroppedStays_data()
+{
+    QTest::addColumn<QByteArray>("zdeploy");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("without zdeploy") << QByteArray() << "%1: ";
+    QTest::newRow("zdeploy cannot be used") << QByteArray("echo no such folder >&2; exit 2") << "no such folder\n";
+    QTest::newRow("zdeploy is ended") << QByteArray("kill -TERM $$") << "zdeploy has ended: Terminated\n";
+}
+
 void tst_Inbox::whatCannotBeDroppedStays()
+{
+    QFETCH(QByteArray, zdeploy);
+    QFETCH(QString, reason);
+    const Place place;
+    QVERIFY(place.inbox.drop(Plain));
+    const Bin bin(zdeploy);
+    AnyHost host(bin.zhost(), place);
+    const QString line =
+        QStringLiteral("zhost: inbox: libplain.so: cannot be dropped, and is tried again each minute: ");
+    if (reason.contains(QLatin1Char('%')))
+        reason = reason.arg(bin.filePath(QStringLiteral("zdeploy")));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(line + reason), Patience);
+    host.process.terminate();
+    QCOMPARE(finish(host.process).exitCode, 0);
+    QCOMPARE(place.inbox.files(), QStringList{PlainFile});
+}
+
+void tst_Inbox::whatCrashesZdeployIsRefused()
 {
     const Place place;
     QVERIFY(place.inbox.drop(Plain));
-    const Folder config, bin;
-    config.write(QStringLiteral("config.json"), QJsonDocument(place.configuration()).toJson());
-    const QString lonely = bin.filePath(QStringLiteral("zhost"));
-    QVERIFY(QFile::copy(QStringLiteral(ZHOST), lonely));
-    QProcess host;
-    host.setProcessChannelMode(QProcess::MergedChannels);
-    host.start(lonely, {config.filePath(QStringLiteral("config.json"))});
-    QString written;
-    const auto hasWritten = [&](const QString &text) {
-        written += QString::fromUtf8(host.readAll());
-        return written.contains(text);
-    };
-    const QString line = QStringLiteral("zhost: inbox: libplain.so: cannot be dropped, and is tried again each minute: "
-                                        "%1/zdeploy: ");
-    QTRY_VERIFY_WITH_TIMEOUT(hasWritten(line.arg(bin.path())), Patience);
-    host.terminate();
-    QCOMPARE(finish(host).exitCode, 0);
-    QCOMPARE(place.inbox.files(), QStringList{PlainFile});
+    const Bin bin("kill -SEGV $$");
+    AnyHost host(bin.zhost(), place);
+    QTRY_COMPARE_WITH_TIMEOUT(place.refused(PlainFile + QStringLiteral(".reason.txt")),
+                              QByteArray("zdeploy has ended: Segmentation fault\n"), Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(place.inbox.files(), QStringList(), Patience);
+}
+
+void tst_Inbox::folderNeedsNoWatch_data()
+{
+    QTest::addColumn<QString>("failing");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("no room for one more") << "inotify_add_watch 28 %1"
+                                          << "No space left on device";
+    QTest::newRow("no instance") << "inotify_init 24"
+                                 << "Too many open files";
+}
+
+void tst_Inbox::folderNeedsNoWatch()
+{
+    QFETCH(QString, failing);
+    QFETCH(QString, reason);
+    const Place place;
+    if (failing.contains(QLatin1Char('%')))
+        failing = failing.arg(place.inbox.path());
+    QMap<QString, QString> variables = preloading(FAILING_CALLS);
+    variables.insert(QStringLiteral("FAILING"), failing);
+    Running host(place.configuration(), variables, {});
+    for (int i = 1; i <= 3; ++i) {
+        QVERIFY(place.inbox.drop(Plain));
+        const auto dropped = [&] { return host.written().count(QStringLiteral("inbox: libplain.so: dropped as ")); };
+        QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QString()) && dropped() == i, Patience);
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(place.inbox.files(), QStringList(), Patience);
+    const QString line = QStringLiteral("zhost: inbox: it cannot be watched, and is looked at each second: %1\n");
+    QCOMPARE(host.written().count(line.arg(reason)), 1);
 }
 
 void tst_Inbox::callDropsNothing()

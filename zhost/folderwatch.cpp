@@ -16,10 +16,16 @@ namespace {
 constexpr int LookMs = 1000;
 constexpr int BufferSize = 64 << 10;
 
+/// Its descriptor, or the error, negative.
+int openEvents()
+{
+    const int descriptor = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    return descriptor >= 0 ? descriptor : -errno;
+}
+
 } // namespace
 
-FolderWatch::FolderWatch(const QString &folder)
-    : m_folder(folder), m_descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+FolderWatch::FolderWatch(const QString &folder) : m_folder(folder), m_descriptor(openEvents())
 {
     connect(&m_timer, &QTimer::timeout, this, &FolderWatch::look);
     if (m_descriptor < 0)
@@ -56,19 +62,21 @@ void FolderWatch::look()
         forget();
     if (!now || m_watched)
         return;
-    if (watch())
-        m_watched = now;
+    if (const int error = watch())
+        fail(error);
     else
-        fail();
+        m_watched = now;
     Q_EMIT unseen();
 }
 
-bool FolderWatch::watch()
+/// The error; 0 if there is none.
+int FolderWatch::watch()
 {
-    if (m_descriptor >= 0)
-        m_watch = inotify_add_watch(m_descriptor, QFile::encodeName(m_folder).constData(),
-                                    IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_ONLYDIR);
-    return m_watch >= 0;
+    if (m_descriptor < 0)
+        return -m_descriptor;
+    m_watch = inotify_add_watch(m_descriptor, QFile::encodeName(m_folder).constData(),
+                                IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_ONLYDIR);
+    return m_watch >= 0 ? 0 : errno;
 }
 
 void FolderWatch::forget()
@@ -78,10 +86,10 @@ void FolderWatch::forget()
     m_watched.reset();
 }
 
-void FolderWatch::fail()
+void FolderWatch::fail(int error)
 {
     if (!std::exchange(m_hasFailed, true))
-        Q_EMIT failed(qt_error_string(errno));
+        Q_EMIT failed(qt_error_string(error));
 }
 
 void FolderWatch::readEvents()

@@ -46,13 +46,13 @@ private:
 
     Identity identity() const;
     void look();
-    bool watch();
+    int watch();
     void forget();
-    void fail();
+    void fail(int error);
     void readEvents();
 
     const QString m_folder;
-    const int m_descriptor;
+    const int m_descriptor; // that, or the error, negative
     int m_watch = -1;
     Identity m_watched; // none while there is no watch
     bool m_hasFailed = false;

@@ -14,8 +14,11 @@
 #include <zfilecopy.h>
 #include <zlogger.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,6 +39,19 @@ enum DropCode
     Dropped = 0,
     NotDropped = 1
 };
+
+/// Whether a signal tells of what the process has done, and not of what somebody wanted of it.
+bool isCrash(int number)
+{
+    const auto crashes = {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGSYS};
+    return std::find(crashes.begin(), crashes.end(), number) != crashes.end();
+}
+
+/// Whether nothing has happened to the file for a while.
+bool isQuiet(const QFileInfo &file)
+{
+    return file.metadataChangeTime().msecsTo(QDateTime::currentDateTime()) >= QuietMs;
+}
 
 bool isPluginFile(const QString &file) { return QDir::match(Pattern, file); }
 
@@ -135,7 +151,8 @@ void Inbox::add(const QString &file)
 void Inbox::addAll()
 {
     const QFileInfoList files =
-        QDir(m_folders.inbox).entryInfoList({Pattern}, QDir::Files, QDir::Time | QDir::Reversed); // the oldest first
+        QDir(m_folders.inbox)
+            .entryInfoList({Pattern}, QDir::Files | QDir::NoSymLinks, QDir::Time | QDir::Reversed); // the oldest first
     for (const QFileInfo &file : files)
         addIfQuiet(file);
     next();
@@ -145,10 +162,16 @@ void Inbox::addAll()
 /// somebody is writing it: it is left until nothing has happened to it for a while.
 void Inbox::addIfQuiet(const QFileInfo &file)
 {
-    const bool isKnown = geteuid() == 0 || file.ownerId() == geteuid();
-    if (isKnown || file.metadataChangeTime().msecsTo(QDateTime::currentDateTime()) >= QuietMs)
+    const bool canTell = geteuid() == 0 || file.ownerId() == geteuid();
+    if (m_closed.remove(file.fileName()) || canTell || isQuiet(file))
         add(file.fileName());
     else
+        lookAgain();
+}
+
+void Inbox::lookAgain()
+{
+    if (!m_again.isActive())
         m_again.start(AgainMs);
 }
 
@@ -167,28 +190,41 @@ void Inbox::begin(const QString &file)
         return;
     auto copy = std::make_unique<ZFileCopy>(path);
     if (!copy->open())
-        return refuse(file, QStringLiteral("cannot read it: %1").arg(qt_error_string(errno)));
+        return leaveUnreadable(file, qt_error_string(errno));
     if (!copy->isSettled())
-        return m_again.start(AgainMs);
+        return lookAgain();
     m_file = std::move(copy);
     m_process.setArguments({QStringLiteral("--deployed"), m_folders.deployed, path, m_folders.hotDeploy});
     m_process.start();
 }
 
+/// Who has put it here may be about to let us read it: "install" does so when it has closed it.
+void Inbox::leaveUnreadable(const QString &file, const QString &reason)
+{
+    if (isQuiet(QFileInfo(pathOf(file))))
+        return refuse(file, QStringLiteral("cannot read it: %1").arg(reason));
+    m_closed.insert(file);
+    lookAgain();
+}
+
 void Inbox::finish()
 {
-    const int code = m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-    const QString reason = reasonIn(m_process.readAllStandardError());
-    if (code != Dropped && code != NotDropped)
-        return tryLater(reason.isEmpty() ? QStringLiteral("zdeploy has crashed") : reason);
+    const bool hasExited = m_process.exitStatus() == QProcess::NormalExit;
+    const int code = m_process.exitCode(); // QProcess has the number of the signal for one
+    const QString reason = hasExited
+                               ? reasonIn(m_process.readAllStandardError())
+                               : QStringLiteral("zdeploy has ended: %1").arg(QString::fromLocal8Bit(strsignal(code)));
+    const bool isDropped = hasExited && code == Dropped;
+    if (!isDropped && !(hasExited ? code == NotDropped : isCrash(code)))
+        return tryLater(reason);
     m_failure.clear();
     const std::unique_ptr<ZFileCopy> copy = std::move(m_file);
     const QString file = QFileInfo(copy->source()).fileName();
-    if (code == Dropped)
+    if (isDropped)
         inform(QStringLiteral("%1: %2").arg(file, QString::fromLocal8Bit(m_process.readAllStandardOutput()).trimmed()));
     if (!copy->isSettled()) // there is another one by now
         add(file);
-    else if (code == Dropped)
+    else if (isDropped)
         remove(file);
     else
         refuse(file, reason);
@@ -223,6 +259,7 @@ void Inbox::tryLater(const QString &reason)
 void Inbox::passOver(const QString &file, const QString &reason)
 {
     m_passedOver.insert(file);
+    m_queue.removeAll(file);
     warn(QStringLiteral("%1: cannot be taken out, and is passed over from now on: %2").arg(file, reason));
 }
 

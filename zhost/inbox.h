@@ -46,8 +46,10 @@ private:
     void add(const QString &file);
     void addAll();
     void addIfQuiet(const QFileInfo &file);
+    void lookAgain();
     void next();
     void begin(const QString &file);
+    void leaveUnreadable(const QString &file, const QString &reason);
     void finish();
     void remove(const QString &file);
     void refuse(const QString &file, const QString &reason);
@@ -60,6 +62,7 @@ private:
     const InboxFolders m_folders;
     ZLogger *const m_logger;
     QStringList m_queue;
+    QSet<QString> m_closed;            // but not to be read yet
     QSet<QString> m_passedOver;        // who cannot be taken out would be dropped again and again
     std::unique_ptr<ZFileCopy> m_file; // that is dropped at the moment, as it was at the beginning
     QString m_failure;                 // for which the last was tried again

@@ -4,34 +4,23 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-QString userName(uid_t id)
-{
-    const passwd *const entry = getpwuid(id);
-    return entry ? QString::fromLocal8Bit(entry->pw_name) : QString::number(id);
-}
-
-QString groupName(gid_t id)
-{
-    const group *const entry = getgrgid(id);
-    return entry ? QString::fromLocal8Bit(entry->gr_name) : QString::number(id);
-}
+QString nameOr(const QString &name, uint id) { return name.isEmpty() ? QString::number(id) : name; }
 
 /// Null if there is nobody.
-QString otherWriter(const struct stat &status)
+QString otherWriter(const QString &path, const struct stat &status)
 {
+    const QFileInfo info(path);
     if (status.st_uid != 0 && status.st_uid != geteuid())
-        return QStringLiteral("user %1").arg(userName(status.st_uid));
+        return QStringLiteral("user %1").arg(nameOr(info.owner(), status.st_uid));
     if (status.st_mode & S_IWOTH)
         return QStringLiteral("everybody");
     if ((status.st_mode & S_IWGRP) && status.st_gid != 0 && status.st_gid != getegid())
-        return QStringLiteral("group %1").arg(groupName(status.st_gid));
+        return QStringLiteral("group %1").arg(nameOr(info.group(), status.st_gid));
     return {};
 }
 
@@ -47,7 +36,7 @@ QString distrust(const QString &path, Use use)
             return {};
         if (isShared && (status.st_mode & S_ISVTX))
             status.st_mode &= ~static_cast<mode_t>(S_IWGRP | S_IWOTH);
-        if (const QString who = otherWriter(status); !who.isNull())
+        if (const QString who = otherWriter(at, status); !who.isNull())
             return QStringLiteral("%1 may write to %2").arg(who, at);
         at = at == QLatin1String("/") ? QString() : QFileInfo(at).path();
     }

@@ -11,6 +11,9 @@
 
 #include <zcaught.h>
 
+#include <cerrno>
+#include <cstdio>
+
 namespace {
 
 /// What may be found for the plugin `name` where plugins are looked for.
@@ -47,12 +50,13 @@ QSharedPointer<ZLibrary> StrictLoader::load0(QString name)
     return isClear ? ZDefaultLoader::load0(name) : QSharedPointer<ZLibrary>();
 }
 
+/// In the place of one that was put aside before.
 bool StrictLoader::putAside(const QString &path, const QString &reason)
 {
-    QFile file(path);
-    const bool isAside = file.rename(path + QStringLiteral(".distrusted"));
-    const QString rest = isAside ? QStringLiteral("it is %1 now").arg(file.fileName())
-                                 : QStringLiteral("and it cannot be renamed: %1").arg(file.errorString());
+    const QString target = path + QStringLiteral(".distrusted");
+    const bool isAside = std::rename(QFile::encodeName(path).constData(), QFile::encodeName(target).constData()) == 0;
+    const QString rest = isAside ? QStringLiteral("it is %1 now").arg(target)
+                                 : QStringLiteral("and it cannot be renamed: %1").arg(qt_error_string(errno));
     const QString line = QStringLiteral("zhost: %1 is not loaded: %2; %3").arg(path, reason, rest);
     zCaught([&] {
         if (ZLogger *logger = getSetZLogger())
