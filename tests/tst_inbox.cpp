@@ -537,11 +537,10 @@ void tst_Inbox::callDropsNothing()
 {
     const Place place;
     QVERIFY(place.inbox.drop(Plain));
-    Running call(
-        place.configuration(), {},
-        {QStringLiteral("--call"), QStringLiteral("//zhost/printd"), QStringLiteral("--in"), QStringLiteral("{}")});
-    QVERIFY(call.process().waitForFinished(Patience));
-    QCOMPARE(call.exitCode(), 0);
+    const Bin bin("trap '' TERM; touch $0.ran");
+    AnyHost call(bin.zhost(), place, {QStringLiteral("--call"), QStringLiteral("//zhost/printd")});
+    QCOMPARE(finish(call.process).exitCode, 0);
+    QCOMPARE(bin.files(), (QStringList{QStringLiteral("zdeploy"), QStringLiteral("zhost")}));
     QCOMPARE(place.inbox.files(), QStringList{PlainFile});
 }
 
