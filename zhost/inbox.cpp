@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inbox.h"
 
-#include "say.h"
+#include "printable.h"
 
 #include <QCoreApplication>
 #include <QDateTime>

@@ -2,7 +2,7 @@
 #include "strictloader.h"
 
 #include "ownership.h"
-#include "say.h"
+#include "printable.h"
 
 #include <QCoreApplication>
 #include <QDir>
