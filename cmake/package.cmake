@@ -23,4 +23,6 @@ install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT zd
 # What operators need comes with the programs. The unit names /usr/bin, where Debian's package has them.
 install(FILES docs/operator-guide.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT zdefault)
 install(FILES docs/zhost.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT zdefault)
-install(FILES docs/zhost@.service DESTINATION lib/systemd/system COMPONENT zdefault)
+if(TARGET PkgConfig::libsystemd) # systemd waits for a word that the program says only with it
+    install(FILES docs/zhost@.service DESTINATION lib/systemd/system COMPONENT zdefault)
+endif()

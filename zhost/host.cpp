@@ -49,7 +49,8 @@ bool HostEndpoint::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
     return true;
 }
 
-Host::Host(const Configuration &configuration) : m_emitter(QSharedPointer<OrderlyEmitter>::create())
+Host::Host(const Configuration &configuration)
+    : m_deployed(configuration.folder(QStringLiteral("deployed"))), m_emitter(QSharedPointer<OrderlyEmitter>::create())
 {
     // Before any plugin can hear of it, and let go of what is called.
     QObject::connect(qApp, &QCoreApplication::aboutToQuit, &m_services, [this] { m_timetable.cancel(); });
@@ -95,6 +96,15 @@ Host::~Host()
 QString Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out)
 {
     return callBus(*m_services.dbus, url, in, out);
+}
+
+QString Host::status() const
+{
+    if (m_deployed.isEmpty())
+        return QStringLiteral("no plugins: there is no deployed folder");
+    const int count = pluginsInMemory().size();
+    return QStringLiteral("%1 in memory, of %2")
+        .arg(count == 1 ? QStringLiteral("1 plugin file") : QStringLiteral("%1 plugin files").arg(count), m_deployed);
 }
 
 QStringList Host::stop()

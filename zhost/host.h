@@ -43,12 +43,16 @@ public:
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
     ZDbus *bus() const { return m_services.dbus; }
 
+    /// What runs, in one line.
+    QString status() const;
+
     /// When the application has quit, which cancels the timetable: withdraws the scheduler and waits a while for what
     /// plugins have scheduled. Answers the names of what does not end: while it runs, the host must not be destroyed.
     QStringList stop();
 
 private:
     Q_DISABLE_COPY(Host)
+    const QString m_deployed; // empty if there is no such folder
     QSharedPointer<OrderlyEmitter> m_emitter;
     Services m_services;
     Timetable m_timetable;

@@ -11,6 +11,7 @@
 #include "printable.h"
 #include "probation.h"
 #include "say.h"
+#include "servicemanager.h"
 #include "standardstreams.h"
 #include "stopsignals.h"
 
@@ -86,6 +87,7 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
         result = exitCode;
         QCoreApplication::quit();
     };
+    std::optional<ServiceManager> serviceManager;
     // Each by the event loop: a plugin may quit before all are loaded, and then nothing is called.
     QTimer::singleShot(0, [&] {
         if (!commandLine.isCall && !probation.begin())
@@ -95,10 +97,13 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
             return QTimer::singleShot(0, [&] { finish(callOnce(*host, commandLine)); });
         probation.watch(host->bus());
         openInbox(configuration, *host, &inbox);
+        serviceManager.emplace([&] { return host->status(); }).ready();
     });
     QCoreApplication::exec();
 
     boundStop();
+    if (serviceManager)
+        serviceManager->stopping();
     const bool isDone = StopSignals::isStopWanted() || result;
     if (!isDone)
         complain(QStringLiteral("ended by quit(), called by a plugin"));

@@ -62,18 +62,6 @@ QJsonObject servicesNow(const Services &services, Held *held)
     return result;
 }
 
-/// The files in memory that lie in one of the folders from which plugins are loaded.
-QJsonArray plugins()
-{
-    QStringList files = mappedFiles();
-    const QStringList folders = QCoreApplication::libraryPaths();
-    const auto isNone = [&](const QString &file) {
-        return !folders.contains(QFileInfo(file).path()) || file == QCoreApplication::applicationFilePath();
-    };
-    files.erase(std::remove_if(files.begin(), files.end(), isNone), files.end());
-    return QJsonArray::fromStringList(files);
-}
-
 QJsonArray endpoints(ZDbus *dbus)
 {
     QStringList urls;
@@ -104,12 +92,23 @@ QJsonArray threads()
 
 } // namespace
 
+QStringList pluginsInMemory()
+{
+    QStringList files = mappedFiles();
+    const QStringList folders = QCoreApplication::libraryPaths();
+    const auto isNone = [&](const QString &file) {
+        return !folders.contains(QFileInfo(file).path()) || file == QCoreApplication::applicationFilePath();
+    };
+    files.erase(std::remove_if(files.begin(), files.end(), isNone), files.end());
+    return files;
+}
+
 QJsonObject report(const Services &services, const Timetable &timetable, bool askBus)
 {
     Held held;
     held.registries = services.allActivities();
     QJsonObject result{{QStringLiteral("services"), servicesNow(services, &held)},
-                       {QStringLiteral("plugins"), plugins()},
+                       {QStringLiteral("plugins"), QJsonArray::fromStringList(pluginsInMemory())},
                        {QStringLiteral("schedule"), timetable.describe()},
                        {QStringLiteral("activities"), threadsIn(held.registries)},
                        {QStringLiteral("threads"), threads()}};
