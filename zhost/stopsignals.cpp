@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stopsignals.h"
 
-#include <QSocketNotifier>
-
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -43,18 +39,8 @@ void handle(int)
 
 StopSignals::StopSignals()
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-        std::perror("zhost: cannot make a pipe for signals");
-        std::exit(EXIT_FAILURE);
-    }
-    m_readEnd = ends[0];
-    writeEnd = ends[1];
-    m_notifier = new QSocketNotifier(m_readEnd, QSocketNotifier::Read, this);
-    connect(m_notifier, &QSocketNotifier::activated, this, [this] {
-        m_notifier->setEnabled(false);
-        Q_EMIT received();
-    });
+    connect(&m_pipe, &SignalPipe::written, this, &StopSignals::received);
+    writeEnd = m_pipe.writeEnd();
     struct sigaction action = {};
     action.sa_handler = handle;
     action.sa_flags = SA_RESTART;
@@ -64,13 +50,7 @@ StopSignals::StopSignals()
         sigaction(number, &action, nullptr);
 }
 
-StopSignals::~StopSignals()
-{
-    restoreDefault();
-    delete m_notifier; // before the descriptor that it watches
-    close(m_readEnd);
-    close(writeEnd);
-}
+StopSignals::~StopSignals() { restoreDefault(); }
 
 bool StopSignals::isStopWanted() { return isReceived; }
 

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QObject>
-
-class QSocketNotifier;
+#include "signalpipe.h"
 
 /// Turns the first SIGINT or SIGTERM into a Qt signal, given by the event loop. The second ends the process as if
 /// nobody were listening: an operator can always get rid of it. One object in a process.
@@ -22,8 +20,7 @@ Q_SIGNALS:
     void received();
 
 private:
-    int m_readEnd = -1;
-    QSocketNotifier *m_notifier = nullptr;
+    SignalPipe m_pipe;
 };
 
 /// Ends the process with exit status 1, and a line on stderr, unless it has ended by itself within half a minute from
