@@ -5,6 +5,7 @@
 #include <QFile>
 
 #include <algorithm>
+#include <ctime>
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -19,6 +20,9 @@ class tst_ServiceManager : public TestCase
 private Q_SLOTS:
     void isReadyWhenAllIsLoaded();
     void feedsTheWatchdogWhileItsEventLoopRuns();
+    void tellsOfAReload_data();
+    void tellsOfAReload();
+    void doesNotReloadDuringTheStop();
     void saysNothingOfACall();
     void livesWithoutTheSocketThatIsNamed();
 };
@@ -87,6 +91,13 @@ QMap<QString, QString> busy(QMap<QString, QString> variables)
     return variables;
 }
 
+qint64 monotonicMicroseconds()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return qint64(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
 void goOn(Running &host)
 {
     host.process().write("go on");
@@ -134,6 +145,53 @@ void tst_ServiceManager::feedsTheWatchdogWhileItsEventLoopRuns()
     QTRY_COMPARE_WITH_TIMEOUT(socket.next(), alive.arg(QStringLiteral("1 plugin file")), Patience);
     host.stop();
     QVERIFY2(host.hasEndedWell(), qPrintable(host.written()));
+}
+
+void tst_ServiceManager::tellsOfAReload_data()
+{
+    QTest::addColumn<bool>("isWrong");
+    QTest::newRow("of a file that is followed") << false;
+    QTest::newRow("of a file that is wrong") << true;
+}
+
+void tst_ServiceManager::tellsOfAReload()
+{
+    QFETCH(bool, isWrong);
+    const Folder deployed, hotDeploy;
+    Socket socket;
+    Running host(loaderOf(deployed, hotDeploy), socket.variables(), {});
+    const QString ready = socket.next();
+    QVERIFY(ready.startsWith(QStringLiteral("READY=1\n")));
+    if (isWrong)
+        host.configure("{");
+    const qint64 before = monotonicMicroseconds();
+    host.signal(SIGHUP);
+    const QStringList lines = socket.next().split(QLatin1Char('\n'));
+    QCOMPARE(lines.size(), 2);
+    QCOMPARE(lines.first(), QStringLiteral("RELOADING=1"));
+    QVERIFY(lines.last().startsWith(QStringLiteral("MONOTONIC_USEC=")));
+    const qint64 time = lines.last().section(QLatin1Char('='), 1).toLongLong();
+    QVERIFY(before <= time && time <= monotonicMicroseconds());
+    QCOMPARE(socket.next(), ready);
+    host.stop();
+    QVERIFY2(host.hasEndedWell(), qPrintable(host.written()));
+    QCOMPARE(host.written().contains(QStringLiteral(" is wrong\n")), isWrong);
+}
+
+void tst_ServiceManager::doesNotReloadDuringTheStop()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("stubborn")));
+    Socket socket;
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("stubborn")}), socket.variables(), {});
+    QVERIFY(socket.next().startsWith(QStringLiteral("READY=1\n")));
+    host.signal(SIGTERM);
+    QVERIFY(socket.next().startsWith(QStringLiteral("STOPPING=1\n")));
+    host.signal(SIGHUP); // while it runs the event loop, and waits for what does not end
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
+    QVERIFY(host.hasWritten(QStringLiteral("zhost: left running: ZSchedulerThread-work\n")));
+    QCOMPARE(host.exitCode(), 1);
+    QCOMPARE(socket.next(1), QString());
 }
 
 void tst_ServiceManager::saysNothingOfACall()

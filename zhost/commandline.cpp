@@ -22,6 +22,9 @@ are made. Its list "schedule" has bus calls that are made on a timetable, such a
 of which "every" is in milliseconds; without "from" and "to" it goes on all day. A repeated call goes on until
 nobody handles it; with "keep": true it goes on even then.
 
+At SIGHUP the file is read anew: severities, new plugins to load and the timetable are followed; what takes a
+restart is named. A file that is wrong changes nothing.
+
 The bus endpoint //zhost/printd tells what is wired and what runs.
 
 Exit status: 0 stopped as told, --check found nothing, --call was handled; 1 something had to be left running,

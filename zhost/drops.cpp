@@ -26,7 +26,12 @@ QStringList texts(const QJsonArray &array)
     return result;
 }
 
-QJsonObject sectionOf(const Configuration &configuration) { return configuration.object.value(Section).toObject(); }
+QJsonObject sectionOf(const QJsonObject &configuration) { return configuration.value(Section).toObject(); }
+
+QStringList listOf(const QJsonObject &configuration)
+{
+    return texts(sectionOf(configuration).value(LoadList).toArray());
+}
 
 QStringList readNote(const QString &path)
 {
@@ -47,9 +52,9 @@ bool isPluginOf(const QString &file, const QString &name)
 
 Drops::Drops(const Configuration &configuration)
     : m_folder(configuration.folder(QStringLiteral("deployed"))),
-      m_remembers(sectionOf(configuration).value(QStringLiteral("remember")).toBool()),
-      m_note(QDir(m_folder).filePath(QStringLiteral(".zhost-remembered.json"))),
-      m_names(texts(sectionOf(configuration).value(LoadList).toArray())), m_seen(plugins())
+      m_remembers(sectionOf(configuration.object).value(QStringLiteral("remember")).toBool()),
+      m_note(QDir(m_folder).filePath(QStringLiteral(".zhost-remembered.json"))), m_names(listOf(configuration.object)),
+      m_seen(plugins())
 {
     if (!m_remembers || m_folder.isEmpty())
         return;
@@ -64,12 +69,23 @@ Drops::Drops(const Configuration &configuration)
 
 QJsonObject Drops::withRemembered(QJsonObject configuration) const
 {
-    QJsonObject section = configuration.value(Section).toObject();
     if (!m_remembered.isEmpty()) {
-        section.insert(LoadList, QJsonArray::fromStringList(m_names));
+        QJsonObject section = sectionOf(configuration);
+        section.insert(LoadList, QJsonArray::fromStringList(listOf(configuration) + m_remembered));
         configuration.insert(Section, section);
     }
     return configuration;
+}
+
+QStringList Drops::follow(const QJsonObject &configuration)
+{
+    const QStringList before = m_names;
+    m_names = listOf(configuration);
+    QStringList added = m_names;
+    for (const QString &name : before)
+        added.removeAll(name);
+    m_names += m_remembered;
+    return added;
 }
 
 void Drops::watch(ZLogger *logger)

@@ -20,6 +20,8 @@ public:
 
     /// `configuration` with the remembered plugins at the end of its "load-list".
     QJsonObject withRemembered(QJsonObject configuration) const;
+    /// Goes by the "load-list" of `configuration` from now on. Answers the plugins in it that were not there before.
+    QStringList follow(const QJsonObject &configuration);
     /// Looks what is new, from now on. The logger is not owned.
     void watch(ZLogger *logger);
 

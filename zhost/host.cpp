@@ -59,7 +59,7 @@ Host::Host(const Configuration &configuration)
     // after the services that its plugins provide, and so can tell of their files.
     m_emitter->install(m_emitter);
     m_drops.emplace(configuration);
-    m_emitter->zemit0(ZDefaultConfig::TypeName, Q_ARG(QJsonObject, m_drops->withRemembered(configuration.object)));
+    announce(configuration.object);
     m_emitter->zemit0(ZDefaultLogger::TypeName);
     m_emitter->bind0(nobody<ZLoaderDelegate>());
     for (const char *const service :
@@ -67,6 +67,7 @@ Host::Host(const Configuration &configuration)
           ZDefaultDbus::TypeName, ZDefaultContext::TypeName, ZDefaultScheduler::TypeName})
         m_emitter->zemit0(service);
     m_emitter->inject0(&m_services);
+    m_config = Services::behind(m_services.config);
     m_services.ownActivities = m_services.activities();
     if (isStrict(configuration.object))
         m_emitter->inject0(new StrictLoader); // which then is the emitter's
@@ -76,12 +77,7 @@ Host::Host(const Configuration &configuration)
 
     m_endpoint = QSharedPointer<HostEndpoint>::create(&m_services, &m_timetable);
     m_services.dbus->bind0(QUrl(QStringLiteral("//zhost")), m_endpoint);
-    const QStringList refused = m_timetable.start(configuration.object.value(QStringLiteral("schedule")), m_services);
-    const QString reason = m_services.canSchedule()
-                               ? QStringLiteral("no room for one more thread")
-                               : QStringLiteral("nobody serves ZScheduler, or ZThreadPoolSet, which it needs");
-    for (const QString &name : refused)
-        warn(*m_services.logger, QStringLiteral("%1: %2").arg(reason, name));
+    followTimetable(configuration.object);
 }
 
 Host::~Host()
@@ -96,6 +92,39 @@ Host::~Host()
 QString Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out)
 {
     return callBus(*m_services.dbus, url, in, out);
+}
+
+void Host::follow(const QJsonObject &configuration)
+{
+    const QStringList names = m_drops->follow(configuration);
+    if (m_config == Services::behind(m_services.config)) {
+        announce(configuration);
+        m_config = Services::behind(m_services.config);
+    } else {
+        warn(*m_services.logger, QStringLiteral("the configuration that plugins see is a plugin's: it stays"));
+    }
+    if (m_deployed.isEmpty() && !names.isEmpty())
+        warn(*m_services.logger, QStringLiteral("to load plugins takes a restart: there was no deployed folder"));
+    for (const QString &name : names) {
+        if (!m_deployed.isEmpty())
+            zCaught([&] { m_services.loader->load0(name); }); // why not is for the loader to tell
+    }
+    followTimetable(configuration);
+}
+
+void Host::announce(const QJsonObject &configuration)
+{
+    m_emitter->zemit0(ZDefaultConfig::TypeName, Q_ARG(QJsonObject, m_drops->withRemembered(configuration)));
+}
+
+void Host::followTimetable(const QJsonObject &configuration)
+{
+    const QStringList refused = m_timetable.follow(configuration.value(QStringLiteral("schedule")), m_services);
+    const QString reason = m_services.canSchedule()
+                               ? QStringLiteral("no room for one more thread")
+                               : QStringLiteral("nobody serves ZScheduler, or ZThreadPoolSet, which it needs");
+    for (const QString &name : refused)
+        warn(*m_services.logger, QStringLiteral("%1: %2").arg(reason, name));
 }
 
 QString Host::status() const

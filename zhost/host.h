@@ -43,6 +43,10 @@ public:
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
     ZDbus *bus() const { return m_services.dbus; }
 
+    /// Has plugins that ask for the configuration from now on see this one; loads the plugins that are new in it, and
+    /// follows its timetable.
+    void follow(const QJsonObject &configuration);
+
     /// What runs, in one line.
     QString status() const;
 
@@ -52,9 +56,13 @@ public:
 
 private:
     Q_DISABLE_COPY(Host)
+    void announce(const QJsonObject &configuration);
+    void followTimetable(const QJsonObject &configuration);
+
     const QString m_deployed; // empty if there is no such folder
     QSharedPointer<OrderlyEmitter> m_emitter;
     Services m_services;
+    QWeakPointer<ZReference> m_config; // the host's own
     Timetable m_timetable;
     std::optional<Drops> m_drops;
     QSharedPointer<HostEndpoint> m_endpoint;

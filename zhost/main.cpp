@@ -10,16 +10,17 @@
 #include "logformat.h"
 #include "printable.h"
 #include "probation.h"
+#include "reload.h"
 #include "say.h"
 #include "servicemanager.h"
 #include "standardstreams.h"
 #include "stopsignals.h"
+#include "tellfindings.h"
 
 #include <QCoreApplication>
 #include <QJsonDocument>
 #include <QTimer>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -30,18 +31,6 @@ int refuse(const QString &reason)
 {
     complain(reason);
     return Unusable;
-}
-
-/// Says what is wrong with the configuration, and how much so at the worst.
-Finding::Weight tellFindings(const QString &file, const Configuration &configuration)
-{
-    Finding::Weight worst = Finding::Note;
-    const QVector<Finding> findings = configuration.findings();
-    for (const Finding &finding : findings) {
-        complain(QStringLiteral("%1: \"%2\": %3").arg(file, finding.path, finding.text));
-        worst = std::max(worst, finding.weight);
-    }
-    return worst;
 }
 
 int callOnce(Host &host, const CommandLine &commandLine)
@@ -88,6 +77,9 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
         QCoreApplication::quit();
     };
     std::optional<ServiceManager> serviceManager;
+    std::optional<Reload> reload;
+    if (!commandLine.isCall)
+        reload.emplace(commandLine.file, configuration);
     // Each by the event loop: a plugin may quit before all are loaded, and then nothing is called.
     QTimer::singleShot(0, [&] {
         if (!commandLine.isCall && !probation.begin())
@@ -98,12 +90,15 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
         probation.watch(host->bus());
         openInbox(configuration, *host, &inbox);
         serviceManager.emplace([&] { return host->status(); }).ready();
+        reload->begin(&*host, &*serviceManager);
     });
     QCoreApplication::exec();
 
     boundStop();
-    if (serviceManager)
+    if (serviceManager) {
+        reload->end();
         serviceManager->stopping();
+    }
     const bool isDone = StopSignals::isStopWanted() || result;
     if (!isDone)
         complain(QStringLiteral("ended by quit(), called by a plugin"));

@@ -9,7 +9,9 @@
 
 #include <zdailywindow.h>
 
+#include <algorithm>
 #include <limits>
+#include <tuple>
 
 namespace {
 
@@ -78,9 +80,17 @@ TimetableEntry TimetableEntry::read(const QJsonValue &value, QStringList *proble
     return entry;
 }
 
+bool TimetableEntry::operator==(const TimetableEntry &other) const
+{
+    const auto all = [](const TimetableEntry &entry) {
+        return std::tie(entry.url, entry.every, entry.from, entry.to, entry.repeat, entry.keep);
+    };
+    return all(*this) == all(other);
+}
+
 TimetableActivity::TimetableActivity(const TimetableEntry &entry, const QString &label, ZDbus *dbus, ZLogger *logger)
-    : ZDbusActivity(scheduleOf(entry), dbus, entry.url, entry.repeat), m_entry(entry), m_label(label), m_dbus(dbus),
-      m_logger(logger)
+    : ZDbusActivity(scheduleOf(entry), dbus, entry.url, entry.repeat), m_entry(entry), m_dbus(dbus), m_logger(logger),
+      m_label(label)
 {}
 
 TimetableActivity::~TimetableActivity() = default;
@@ -100,7 +110,7 @@ bool TimetableActivity::run()
         enter(Ended, {});
     if (!failure.isNull() && failure != m_failure && !m_isCancelled) // once for a row of the same
         warn(*m_logger, QStringLiteral("%1 %2: %3")
-                            .arg(m_label, goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
+                            .arg(label(), goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
     m_failure = failure;
     return goesOn;
 }
@@ -115,6 +125,24 @@ bool TimetableActivity::isIdle() const
 {
     const QMutexLocker locker(&m_mutex);
     return m_state == Idle;
+}
+
+bool TimetableActivity::does(const TimetableEntry &entry) const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_entry == entry && !(m_state == Ended && entry.repeat);
+}
+
+void TimetableActivity::setLabel(const QString &label)
+{
+    const QMutexLocker locker(&m_mutex);
+    m_label = label;
+}
+
+QString TimetableActivity::label() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_label;
 }
 
 QJsonObject TimetableActivity::describe() const
@@ -147,9 +175,11 @@ bool TimetableActivity::enter(State state, const QDateTime &time)
     return false;
 }
 
-QStringList Timetable::start(const QJsonValue &section, const Services &services)
+QStringList Timetable::follow(const QJsonValue &section, const Services &services)
 {
-    QStringList refused;
+    QVector<QSharedPointer<TimetableActivity>> before = activities();
+    QVector<QSharedPointer<TimetableActivity>> all;
+    QVector<QSharedPointer<TimetableActivity>> added;
     const QJsonArray entries = section.toArray();
     for (int i = 0; i < entries.size(); ++i) {
         QStringList problems;
@@ -157,11 +187,25 @@ QStringList Timetable::start(const QJsonValue &section, const Services &services
         if (!problems.isEmpty())
             continue;
         const QString label = QStringLiteral("schedule[%1]").arg(i);
-        const auto activity = QSharedPointer<TimetableActivity>::create(entry, label, services.dbus, services.logger);
-        {
-            const QMutexLocker locker(&m_mutex);
-            m_activities.append(activity);
+        const auto same =
+            std::find_if(before.begin(), before.end(), [&](const auto &activity) { return activity->does(entry); });
+        if (same != before.end()) {
+            (*same)->setLabel(label);
+            all.append(*same);
+            before.erase(same);
+        } else {
+            added.append(QSharedPointer<TimetableActivity>::create(entry, label, services.dbus, services.logger));
+            all.append(added.last());
         }
+    }
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_activities = all;
+    }
+    for (const auto &activity : qAsConst(before))
+        activity->cancel();
+    QStringList refused;
+    for (const auto &activity : qAsConst(added)) {
         if (!services.scheduler->schedule0(activity) && activity->isIdle())
             refused.append(activity->name());
     }

@@ -29,6 +29,7 @@ struct TimetableEntry
     bool keep = false; // calls on after a call that nobody handled
 
     bool isDaily() const { return from.isValid(); }
+    bool operator==(const TimetableEntry &other) const;
 
     /// Reads `value`; appends to `problems` what is wrong with it.
     static TimetableEntry read(const QJsonValue &value, QStringList *problems);
@@ -48,6 +49,9 @@ public:
 
     /// Whether nobody has begun with it yet.
     bool isIdle() const;
+    /// Whether it is what `entry` asks for, now and later: one that is to repeat has not ended.
+    bool does(const TimetableEntry &entry) const;
+    void setLabel(const QString &label);
     /// The entry, and since when it runs or when it will run next.
     QJsonObject describe() const;
 
@@ -60,14 +64,15 @@ private:
         Ended
     };
     bool enter(State state, const QDateTime &time);
+    QString label() const;
 
     std::atomic_bool m_isCancelled{false};
     const TimetableEntry m_entry;
-    const QString m_label;
     ZDbus *const m_dbus;
     ZLogger *const m_logger;
     QString m_failure;      // of the last call, null if it was handled; its own thread's
-    mutable QMutex m_mutex; // guards the two below
+    mutable QMutex m_mutex; // guards the three below
+    QString m_label;
     State m_state = Idle;
     QDateTime m_time; // of the next run, or of the beginning of the one that runs
 };
@@ -76,9 +81,10 @@ private:
 class Timetable
 {
 public:
-    /// Schedules every entry that can be; what is wrong with the others is for `Configuration` to tell. Answers the
-    /// names of those for which there was no room.
-    QStringList start(const QJsonValue &section, const Services &services);
+    /// Schedules every entry that can be; what is wrong with the others is for `Configuration` to tell. Of what is
+    /// scheduled already, what the section has goes on, and the rest is cancelled. Answers the names of those for which
+    /// there was no room.
+    QStringList follow(const QJsonValue &section, const Services &services);
     void cancel();
     QJsonArray describe() const;
 

@@ -6,11 +6,12 @@
 #include <zwiring.h>
 
 #include <QCoreApplication>
+#include <QFile>
 
 #include <stdexcept>
 
-/// The endpoint "//echo": answers what it is asked, handles nothing under "/deaf", and throws under "/throw" and
-/// "/odd".
+/// The endpoint "//echo": answers what it is asked, handles nothing under "/deaf", nor under "/while/PATH" where there
+/// is no file PATH, and throws under "/throw" and "/odd".
 class Echo : public ZObject, public ZDbusSubscriber
 {
     Q_OBJECT
@@ -42,6 +43,8 @@ public:
     bool invoked(const QUrl &url, QJsonObject *in, QJsonObject *out) override
     {
         if (url.path() == QLatin1String("/deaf"))
+            return false;
+        if (const QString path = url.path(); path.startsWith(QLatin1String("/while/")) && !QFile::exists(path.mid(6)))
             return false;
         if (url.path() == QLatin1String("/throw"))
             throw std::runtime_error("no more");

@@ -7,6 +7,7 @@
 #include <QEventLoop>
 #include <QTimer>
 
+#include <csignal>
 #include <cstdlib>
 
 #include <thread>
@@ -61,6 +62,11 @@ public:
             connect(qApp, &QCoreApplication::aboutToQuit, qApp, [] { std::exit(0); });
         if (m_deed == "hang when asked to quit")
             connect(qApp, &QCoreApplication::aboutToQuit, qApp, waitForEver);
+        if (m_deed == "hang up") {
+            std::raise(SIGHUP);
+            QCoreApplication::processEvents();
+            logger->info0(QStringLiteral("unruly: went on"));
+        }
         if (m_deed == "log") {
             logger->debug0(QStringLiteral("as debug\tok"));
             logger->info0(QStringLiteral("as info\nzhost: forged\x1b[2J\r\u009b1m"));

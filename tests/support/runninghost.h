@@ -47,10 +47,14 @@ public:
         for (auto variable = variables.begin(); variable != variables.end(); ++variable)
             environment.insert(variable.key(), variable.value());
         m_host.setProcessEnvironment(environment);
-        m_folder.write(QStringLiteral("config.json"), QJsonDocument(configuration).toJson());
+        configure(QJsonDocument(configuration).toJson());
         m_host.setProcessChannelMode(QProcess::MergedChannels);
-        m_host.start(QStringLiteral(ZHOST), options + QStringList{m_folder.filePath(QStringLiteral("config.json"))});
+        m_host.start(QStringLiteral(ZHOST), options + QStringList{configurationFile()});
     }
+
+    /// Writes its configuration file anew.
+    void configure(const QByteArray &text) { m_folder.write(QStringLiteral("config.json"), text); }
+    QString configurationFile() const { return m_folder.filePath(QStringLiteral("config.json")); }
 
     ~Running()
     {
