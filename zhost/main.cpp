@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "attendance.h"
 #include "commandline.h"
 #include "configuration.h"
 #include "crashline.h"
@@ -6,13 +7,9 @@
 #include "exitguard.h"
 #include "folderlock.h"
 #include "host.h"
-#include "inbox.h"
 #include "logformat.h"
 #include "printable.h"
-#include "probation.h"
-#include "reload.h"
 #include "say.h"
-#include "servicemanager.h"
 #include "standardstreams.h"
 #include "stopsignals.h"
 #include "tellfindings.h"
@@ -46,15 +43,6 @@ int callOnce(Host &host, const CommandLine &commandLine)
     return Success;
 }
 
-/// Nothing without all three folders: nobody would take what is dropped.
-void openInbox(const Configuration &configuration, const Host &host, std::optional<Inbox> *inbox)
-{
-    const InboxFolders folders{configuration.inbox(), configuration.folder(QStringLiteral("hot-deploy")),
-                               configuration.folder(QStringLiteral("deployed"))};
-    if (!folders.inbox.isEmpty() && !folders.hotDeploy.isEmpty() && !folders.deployed.isEmpty())
-        inbox->emplace(folders, host.logger());
-}
-
 int run(const CommandLine &commandLine, const Configuration &configuration)
 {
     // Two would take each other's drops, and each would remove the other's temporary files.
@@ -66,46 +54,39 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
         complain(lock.error());
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &QCoreApplication::quit);
-    Probation probation(configuration.object);
-    QObject::connect(&stopSignals, &StopSignals::received, &probation, &Probation::end);
     const ExitGuard exitGuard;
     std::optional<Host> host;
-    std::optional<Inbox> inbox;
+    std::optional<Attendance> attendance;
+    if (!commandLine.isCall)
+        attendance.emplace(commandLine, configuration, stopSignals);
     std::optional<int> result; // of what is done without being told to stop
     const auto finish = [&](int exitCode) {
         result = exitCode;
         QCoreApplication::quit();
     };
-    std::optional<ServiceManager> serviceManager;
-    std::optional<Reload> reload;
-    if (!commandLine.isCall)
-        reload.emplace(commandLine.file, configuration);
     // Each by the event loop: a plugin may quit before all are loaded, and then nothing is called.
     QTimer::singleShot(0, [&] {
-        if (!commandLine.isCall && !probation.begin())
+        if (attendance && !attendance->begin())
             return finish(Hopeless);
         host.emplace(configuration);
-        if (commandLine.isCall)
-            return QTimer::singleShot(0, [&] { finish(callOnce(*host, commandLine)); });
-        probation.watch(host->bus());
-        openInbox(configuration, *host, &inbox);
-        serviceManager.emplace([&] { return host->status(); }).ready();
-        reload->begin(&*host, &*serviceManager);
+        if (attendance)
+            attendance->attend(&*host);
+        else
+            QTimer::singleShot(0, [&] { finish(callOnce(*host, commandLine)); });
     });
     QCoreApplication::exec();
 
     boundStop();
-    if (serviceManager) {
-        reload->end();
-        serviceManager->stopping();
-    }
+    if (attendance)
+        attendance->end();
     const bool isDone = StopSignals::isStopWanted() || result;
     if (!isDone)
         complain(QStringLiteral("ended by quit(), called by a plugin"));
-    inbox.reset();
     const int asTold = result.value_or(commandLine.isCall ? Wrong : Success); // a signal may have come before the call
     const int exitCode = isDone ? asTold : EndedByPlugin;
-    const QStringList running = (host ? host->stop() : QStringList()) + probation.hanging();
+    QStringList running = host ? host->stop() : QStringList();
+    if (attendance)
+        running += attendance->hanging();
     if (running.isEmpty())
         return exitCode;
     for (const QString &name : running)

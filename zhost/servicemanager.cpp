@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "servicemanager.h"
 
-#include "say.h"
+#include "printable.h"
 
 #include <QByteArray>
 
