@@ -30,6 +30,7 @@ private Q_SLOTS:
     void signalFromOutsideEndsIt();
     void whatHasRunWellIsNoted();
     void hostComesBackOnTheLastGoodVersionByItself();
+    void reasonsAreKeptAsLongAsTheirFiles();
     void guiltyOneGoesFirstAndThenTheOthers();
     void goodOneIsNeverTakenBack();
     void firstVersionIsTakenBackToo();
@@ -155,10 +156,12 @@ public:
     }
 
     /// What "good.json" has.
-    QJsonObject good() const
+    QJsonObject good() const { return note(QStringLiteral("good.json")); }
+    /// Why `file` was taken back, as "quarantined.json" has it.
+    QString why(const QString &file) const
     {
-        QFile file(deployed.filePath(QStringLiteral("good.json")));
-        return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+        const QJsonValue entry = note(QStringLiteral("quarantined.json")).value(file);
+        return entry.toObject().value(QStringLiteral("why")).toString();
     }
     bool isGood(const QString &file) const { return good().contains(file); }
     bool isDeployed(const QString &file) const { return QFile::exists(deployed.filePath(file)); }
@@ -172,6 +175,12 @@ public:
     QJsonValue guard;
 
 private:
+    QJsonObject note(const QString &name) const
+    {
+        QFile file(deployed.filePath(name));
+        return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+    }
+
     const Folder m_folder;
     std::unique_ptr<QProcess> m_host;
     QString m_written;
@@ -292,6 +301,27 @@ void tst_Guard::hostComesBackOnTheLastGoodVersionByItself()
     QCOMPARE(site.plugins(), QStringList({One, quarantined(Two), quarantined(Three), quarantined(Four), again}));
     QCOMPARE(site.stop(), 0);
     QVERIFY2(site.hasWritten(QStringLiteral("calls: many, lost: 0\n")), qPrintable(site.written()));
+    QVERIFY(site.why(Two).startsWith(QStringLiteral("ended by Segmentation fault in ")));
+    QVERIFY(site.why(Three).startsWith(QStringLiteral("ended by Segmentation fault in ")));
+    QCOMPARE(site.why(Four), QStringLiteral("//guarded/healthy was not handled, twice in a row"));
+}
+
+void tst_Guard::reasonsAreKeptAsLongAsTheirFiles()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    for (const QString &file : {Two, Three, Four}) {
+        QVERIFY(site.deployed.drop(guarded("CrashInWriter"), file));
+        site.start();
+        QVERIFY(site.crashes());
+        site.start();
+        QTRY_VERIFY_WITH_TIMEOUT(!site.why(file).isEmpty(), Patience);
+        QTRY_VERIFY_WITH_TIMEOUT(site.isDeployed(quarantined(file)), Patience);
+        if (file == Two)
+            QVERIFY(QFile::remove(site.deployed.filePath(quarantined(file))));
+    }
+    QVERIFY(site.why(Two).isEmpty());
+    QVERIFY(!site.why(Three).isEmpty());
 }
 
 void tst_Guard::guiltyOneGoesFirstAndThenTheOthers()

@@ -14,10 +14,10 @@ namespace {
 
 const QString QuarantineSuffix = QStringLiteral(".quarantined");
 
-/// What the host has noted of the versions that ran well, by file name; empty where there is no note.
-QJsonObject notesIn(const QString &deployed)
+/// What the host has noted in the file `name`, by file name of the plugins; empty where there is no note.
+QJsonObject notesIn(const QString &deployed, const QString &name)
 {
-    QFile file(QDir(deployed).filePath(QStringLiteral("good.json")));
+    QFile file(QDir(deployed).filePath(name));
     return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
 }
 
@@ -50,9 +50,10 @@ QString Version::describe() const
 {
     switch (state) {
     case Good:
-        return QStringLiteral("%1: good since %2").arg(name.file(), since);
+        return QStringLiteral("%1: good since %2").arg(name.file(), remark);
     case Quarantined:
-        return QStringLiteral("%1: quarantined").arg(name.file());
+        return remark.isEmpty() ? QStringLiteral("%1: quarantined").arg(name.file())
+                                : QStringLiteral("%1: quarantined: %2").arg(name.file(), remark);
     case Waiting:
         return QStringLiteral("%1: waits for a host").arg(name.file());
     default:
@@ -63,16 +64,16 @@ QString Version::describe() const
 QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed)
 {
     QVector<Version> versions;
-    const auto add = [&](const QString &file, Version::State state, const QString &since = QString()) {
+    const auto add = [&](const QString &file, Version::State state, const QString &remark = QString()) {
         const PluginName name = PluginName::parse(file);
         if (!name.plugin.isNull())
-            versions.append({name, state, since});
+            versions.append({name, state, remark});
     };
     const QString plain = QStringLiteral("lib*.so");
     const QFileInfoList waiting = filesIn(hotDeploy, plain);
     for (const QFileInfo &file : waiting)
         add(file.fileName(), Version::Waiting);
-    const QJsonObject notes = notesIn(deployed);
+    const QJsonObject notes = notesIn(deployed, QStringLiteral("good.json"));
     const QFileInfoList files = filesIn(deployed, plain);
     for (const QFileInfo &file : files) {
         const QJsonObject note = notes.value(file.fileName()).toObject();
@@ -82,8 +83,11 @@ QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed)
             add(file.fileName(), Version::Unproven);
     }
     const QFileInfoList quarantined = filesIn(deployed, plain + QuarantineSuffix);
-    for (const QFileInfo &file : quarantined)
-        add(file.fileName().chopped(QuarantineSuffix.size()), Version::Quarantined);
+    const QJsonObject reasons = notesIn(deployed, QStringLiteral("quarantined.json"));
+    for (const QFileInfo &file : quarantined) {
+        const QString name = file.fileName().chopped(QuarantineSuffix.size());
+        add(name, Version::Quarantined, reasons.value(name).toObject().value(QStringLiteral("why")).toString());
+    }
     std::sort(versions.begin(), versions.end(), isBefore);
     return versions;
 }

@@ -19,7 +19,7 @@ struct Version
 
     PluginName name;
     State state;
-    QString since; ///< Since when it is good, as the host has noted it.
+    QString remark; ///< Since when it is good, or why it is in quarantine, as the host has noted it.
 
     QString describe() const;
 };

@@ -18,6 +18,7 @@
 namespace {
 
 const QString GoodName = QStringLiteral("good.json");
+const QString QuarantineName = QStringLiteral("quarantined.json");
 const QString StartName = QStringLiteral(".zhost-starting.json"); // hidden: of no use to anybody else
 const QString CrashName = QStringLiteral(".zhost-crash.txt");
 
@@ -118,14 +119,27 @@ Notes::Crash Notes::crash() const
 
 bool Notes::forgetCrash() { return forget(crashPath()); }
 
-bool Notes::quarantine(const QString &file)
+bool Notes::quarantine(const QString &file, const QString &why)
 {
+    noteQuarantine(file, why);
     const QByteArray from = QFile::encodeName(path(file));
     const bool isRenamed = std::rename(from.constData(), from + Quarantined.data()) == 0;
     const int error = errno;
     syncFolder(m_folder);
     errno = error;
     return isRenamed;
+}
+
+/// Those that have been removed, or renamed back, are forgotten.
+void Notes::noteQuarantine(const QString &file, const QString &why)
+{
+    QJsonObject notes{{file, QJsonObject{{Why, why}}}};
+    const QJsonObject before = read(path(QuarantineName));
+    for (auto note = before.begin(); note != before.end(); ++note) {
+        if (note.key() != file && QFile::exists(path(note.key() + Quarantined)))
+            notes.insert(note.key(), note.value());
+    }
+    write(QuarantineName, notes);
 }
 
 bool Notes::write(const QString &name, const QJsonObject &object)

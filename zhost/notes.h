@@ -46,13 +46,14 @@ public:
     Crash crash() const;
     bool forgetCrash();
 
-    /// Renames a plugin, so that it is not loaded again.
-    bool quarantine(const QString &file);
+    /// Renames a plugin, so that it is not loaded again. Why, is in "quarantined.json" before that is done.
+    bool quarantine(const QString &file, const QString &why);
     /// What `quarantine` appends to a name.
     static const QLatin1String Quarantined;
 
 private:
     QString path(const QString &name) const { return m_folder + QLatin1Char('/') + name; }
+    void noteQuarantine(const QString &file, const QString &why);
     bool write(const QString &name, const QJsonObject &object);
     bool forget(const QString &path);
     bool failed(const QString &path, const QString &reason);

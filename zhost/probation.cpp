@@ -217,7 +217,7 @@ void Probation::endChecks() const
 
 bool Probation::takeAway(const QString &file, const QString &why)
 {
-    const bool isGone = m_notes.quarantine(file) || errno == ENOENT; // by a start that was killed
+    const bool isGone = m_notes.quarantine(file, why) || errno == ENOENT; // by a start that was killed
     if (isGone)
         say(QStringLiteral("%1 is taken back, and now called %1%2: %3").arg(file, Notes::Quarantined, why));
     else
