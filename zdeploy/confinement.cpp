@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "confinement.h"
+
+#include "account.h"
+#include "rights.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int GraceSeconds = 30; // for the watching process, which ends by itself
+
+bool isHungUp(int descriptor)
+{
+    pollfd input{descriptor, 0, 0};
+    return poll(&input, 1, 0) > 0 && (input.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+/// The signals for which the watching process waits; no other part of it is interrupted.
+sigset_t blockedSignals()
+{
+    std::signal(SIGCHLD, SIG_DFL); // it may have been ignored by whoever started us, and would not be told then
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGCHLD, SIGHUP, SIGINT, SIGTERM})
+        sigaddset(&set, number);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    return set;
+}
+
+/// Makes this process the one in which the plugin's code runs: it cannot reach our terminal nor what we have open,
+/// writes into the scratch folder where it is not told otherwise, and goes when the one that watches does.
+void confine(const QString &scratch, int seconds, const sigset_t &blocked)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    setsid();
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        dup2(nothing, descriptor);
+    QDir::setCurrent(scratch);
+    qputenv("TMPDIR", QFile::encodeName(scratch));
+    limitResources(static_cast<unsigned>(seconds));
+    sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
+}
+
+enum class End
+{
+    Its,  // of the process itself
+    Late, // it was given no more time
+    Ours  // whoever asked has gone
+};
+
+End awaitEnd(pid_t process, const sigset_t &signalSet, const QDeadlineTimer &deadline)
+{
+    for (;;) {
+        siginfo_t state = {};
+        waitid(P_PID, static_cast<id_t>(process), &state, WEXITED | WNOHANG | WNOWAIT);
+        if (state.si_pid == process)
+            return End::Its;
+        const qint64 rest = deadline.remainingTimeNSecs();
+        const timespec patience{rest / 1000000000, rest % 1000000000};
+        const int number = sigtimedwait(&signalSet, nullptr, &patience);
+        if (number < 0 && errno != EINTR)
+            return End::Late;
+        if (number > 0 && number != SIGCHLD)
+            return End::Ours;
+    }
+}
+
+/// Ends the process and all that it has started in its session; answers its status.
+int end(pid_t process)
+{
+    kill(-process, SIGKILL);
+    kill(process, SIGKILL); // which may not have come to a session of its own
+    int status = 0;
+    waitpid(process, &status, 0);
+    return status;
+}
+
+QString verdictOf(const Account &account, End end, int status)
+{
+    if (account.verdict)
+        return *account.verdict;
+    if (end == End::Late || (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU))
+        return QStringLiteral("%1 does not end").arg(account.doing);
+    return QStringLiteral("%1 ends the process: %2")
+        .arg(account.doing, WIFSIGNALED(status) ? QString::fromLatin1(strsignal(WTERMSIG(status)))
+                                                : QStringLiteral("exit status %1").arg(WEXITSTATUS(status)));
+}
+
+QByteArray readAll(int descriptor)
+{
+    QByteArray all;
+    char part[4096];
+    for (ssize_t size = 0; (size = read(descriptor, part, sizeof(part))) > 0;)
+        all.append(part, static_cast<int>(size));
+    return all;
+}
+
+/// Who has given up rights may have a folder for temporary files that is not his.
+QString scratchName()
+{
+    const bool isOurs = QFileInfo(QDir::tempPath()).isWritable();
+    const QDir temporary(isOurs ? QDir::tempPath() : QStringLiteral("/tmp"));
+    return temporary.filePath(QStringLiteral("zdeploy-XXXXXX"));
+}
+
+/// Does the work, and ends the process with what it answers.
+[[noreturn]] void judge(int answer, const Confinement::Work &work)
+{
+    char name[] = "zdeploy";
+    char *argv[] = {name, nullptr};
+    int argc = 1;
+    const QCoreApplication application(argc, argv);
+    Account::judge(answer, work(answer));
+    std::_Exit(EXIT_SUCCESS); // a plugin that is refused may have left anything behind
+}
+
+} // namespace
+
+QString notTriedOut(const QString &reason) { return QStringLiteral("it cannot be tried out: %1").arg(reason); }
+
+Confinement::Confinement(const QString &folder, int seconds) : m_deadline(seconds * 1000)
+{
+    // Of a terminal, its signals are for the process that has started this one; then it is told.
+    setsid();
+    closefrom(STDERR_FILENO + 1);
+    m_error = giveUpRights(folder);
+    if (!m_error.isEmpty())
+        return;
+    m_signals = blockedSignals();
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    m_scratch = std::make_unique<QTemporaryDir>(scratchName());
+    if (!m_scratch->isValid())
+        m_error = m_scratch->errorString();
+}
+
+bool Confinement::isForNobody() const { return isHungUp(STDIN_FILENO); }
+
+QString Confinement::run(const Work &work, int processorSeconds) const
+{
+    int answer[2];
+    if (pipe2(answer, O_CLOEXEC | O_NONBLOCK) != 0)
+        return notTriedOut(qt_error_string(errno));
+    const pid_t process = fork();
+    if (process == 0) {
+        confine(scratch(), processorSeconds, m_signals);
+        judge(answer[1], work);
+    }
+    QString verdict = notTriedOut(qt_error_string(errno)); // unless there is a process
+    if (process > 0) {
+        const End how = awaitEnd(process, m_signals, m_deadline);
+        const int status = end(process);
+        verdict = verdictOf(Account::read(readAll(answer[0])), how, status);
+    }
+    for (const int descriptor : answer)
+        close(descriptor);
+    return verdict;
+}
+
+QString askAnotherProcess(const QStringList &arguments, int seconds)
+{
+    QProcess child;
+    child.start(QCoreApplication::applicationFilePath(), arguments);
+    if (!child.waitForFinished((seconds + GraceSeconds) * 1000)) {
+        const QString error = child.errorString();
+        child.kill();
+        child.waitForFinished();
+        return notTriedOut(error);
+    }
+    const Account account = Account::read(child.readAllStandardOutput());
+    return account.verdict ? *account.verdict : notTriedOut(QStringLiteral("nobody answers"));
+}
