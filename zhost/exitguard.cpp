@@ -2,7 +2,6 @@
 #include "exitguard.h"
 
 #include "exitcode.h"
-#include "say.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -19,6 +18,7 @@
 namespace {
 
 std::atomic_bool isGuarded{false};
+void (*tellOf)(const QString &line) = nullptr;
 
 /// The file that holds the code at `address`, if it lies where plugins do.
 QString pluginWith(const void *address)
@@ -48,16 +48,18 @@ void handleExit(int status, void *)
     if (!isGuarded)
         return;
     const QString plugin = pluginOnStack();
-    complain(QStringLiteral("ended by exit(%1), called by %2")
-                 .arg(QString::number(status), plugin.isEmpty() ? QStringLiteral("a plugin") : plugin));
+    tellOf(QStringLiteral("ended by exit(%1), called by %2")
+               .arg(QString::number(status), plugin.isEmpty() ? QStringLiteral("a plugin") : plugin));
     std::fflush(nullptr);
     std::_Exit(EndedByPlugin); // what is left to do at an exit takes for granted that the host has ended
 }
 
 } // namespace
 
-ExitGuard::ExitGuard()
+ExitGuard::ExitGuard(void (*tell)(const QString &line))
 {
+    tellOf = tell;
+    QCoreApplication::applicationFilePath(); // what it keeps is to be destroyed after the handler has run
     isGuarded = true;
     on_exit(handleExit, nullptr);
 }
