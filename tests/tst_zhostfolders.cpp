@@ -5,6 +5,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <algorithm>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@ private Q_SLOTS:
     void folderIsFreeWhenItsHostHasEnded_data();
     void folderIsFreeWhenItsHostHasEnded();
     void anyProcessMayHaveTheFolder();
+    void startsWhereSomebodyHasTheFolderForAMoment();
     void saysThatADropIsGoneAfterARestart_data();
     void saysThatADropIsGoneAfterARestart();
     void saysNothingOfWhatIsLoadedAtTheNextStart_data();
@@ -111,6 +114,24 @@ void tst_ZHostFolders::anyProcessMayHaveTheFolder()
              qPrintable(host.written()));
     QCOMPARE(host.exitCode(), 2);
     close(descriptor);
+}
+
+void tst_ZHostFolders::startsWhereSomebodyHasTheFolderForAMoment()
+{
+    const Folder deployed, hotDeploy;
+    const int descriptor = open(QFile::encodeName(deployed.path()).constData(), O_RDONLY | O_CLOEXEC);
+    QCOMPARE(flock(descriptor, LOCK_SH), 0);
+    Running host(loaderOf(deployed, hotDeploy));
+    const auto wantsIt = [&] {
+        const QDir open(QStringLiteral("/proc/%1/fd").arg(host.process().processId()));
+        const QFileInfoList files = open.entryInfoList(QDir::AllEntries | QDir::System);
+        return std::any_of(files.begin(), files.end(),
+                           [&](const QFileInfo &file) { return file.symLinkTarget() == deployed.path(); });
+    };
+    while (!wantsIt())
+        QVERIFY2(!host.process().waitForFinished(1), "it did not wait");
+    close(descriptor);
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(IsWatching), Patience);
 }
 
 void tst_ZHostFolders::saysThatADropIsGoneAfterARestart_data() { beforeOrAfterTheStart(); }

@@ -33,8 +33,7 @@ bool lock(int descriptor, int patienceMs)
 QString contentOf(const QString &path)
 {
     QFile file(path);
-    file.open(QIODevice::ReadOnly);
-    return QString::fromLocal8Bit(file.readAll()).trimmed();
+    return file.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(file.readAll()).trimmed() : QString();
 }
 
 /// The process that has locked the file, as the kernel lists it: "1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF".
@@ -54,16 +53,32 @@ QString lockerOf(int descriptor)
 
 QString describe(const QString &process)
 {
-    if (process.isEmpty())
+    const QString program = contentOf(QStringLiteral("/proc/%1/comm").arg(process));
+    if (program.isEmpty()) // it has handed the lock on, and ended
         return QStringLiteral("another process");
-    return QStringLiteral("process %1 (%2)").arg(process, contentOf(QStringLiteral("/proc/%1/comm").arg(process)));
+    return QStringLiteral("process %1 (%2)").arg(process, program);
+}
+
+int openFolder(const QString &folder)
+{
+    return open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
 } // namespace
 
-FolderLock::FolderLock(const QString &folder, int patienceMs)
-    : m_descriptor(folder.isEmpty() ? -1
-                                    : open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+FolderHolder FolderHolder::of(const QString &folder)
+{
+    const int descriptor = openFolder(folder);
+    FolderHolder holder;
+    if (descriptor >= 0 && flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        holder.process = lockerOf(descriptor);
+        holder.name = describe(holder.process);
+    }
+    close(descriptor);
+    return holder;
+}
+
+FolderLock::FolderLock(const QString &folder, int patienceMs) : m_descriptor(folder.isEmpty() ? -1 : openFolder(folder))
 {
     if (folder.isEmpty() || (m_descriptor >= 0 && lock(m_descriptor, patienceMs)))
         return;

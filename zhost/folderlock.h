@@ -3,6 +3,16 @@
 
 #include <QString>
 
+/// Who has locked a folder, as another process sees it.
+struct FolderHolder
+{
+    QString name;    ///< Such as "process 1234 (zhost)"; null if nobody has.
+    QString process; ///< Its number; empty where that cannot be told, such as of another container.
+
+    /// Keeps nobody from locking the folder, but for a moment.
+    static FolderHolder of(const QString &folder);
+};
+
 /// Keeps a folder to one process, as long as it lives.
 class FolderLock
 {

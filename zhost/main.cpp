@@ -24,6 +24,8 @@
 
 namespace {
 
+constexpr int LockPatienceMs = 500; // who asks whether somebody has the folder, has it for a moment
+
 int refuse(const QString &reason)
 {
     complain(reason);
@@ -47,7 +49,7 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
 {
     // Two would take each other's drops, and each would remove the other's temporary files.
     const QString deployed = configuration.folder(QStringLiteral("deployed"));
-    const FolderLock lock(deployed);
+    const FolderLock lock(deployed, LockPatienceMs);
     if (!lock.holder().isNull())
         return refuse(QStringLiteral("%1 is in use by %2").arg(deployed, lock.holder()));
     if (!lock.error().isNull())
