@@ -110,6 +110,18 @@ void tst_ZDeploy::refusesACommandLineThatItCannotUse_data()
     QTest::newRow("nowhere to go back") << QStringList{"--rollback", "foo"} << "name one folder";
     QTest::newRow("two things to do") << QStringList{"--list", "--rollback", "foo", here}
                                       << "--list and --rollback exclude each other";
+    QTest::newRow("nothing to wait for") << QStringList{"--wait", "--list", here}
+                                         << "--wait and --list exclude each other";
+    QTest::newRow("nothing to rehearse") << QStringList{"--for", "3", "--list", here} << "--for goes with --rehearse";
+    QTest::newRow("two to rehearse") << QStringList{"--rehearse", "a.json", "b.json"}
+                                     << "--rehearse needs no more than a configuration";
+    QTest::newRow("nowhere to tidy up") << QStringList{"--keep", "2"}
+                                        << "name one folder, or one plugin and one folder";
+    for (const char *const number : {"", "0", "-1", "few", "1000001"})
+        QTest::addRow("keep \"%s\"", number)
+            << QStringList{"--keep", number, here} << "--keep needs a number of versions, 1 to 1000000";
+    QTest::newRow("endless rehearsal") << QStringList{"--rehearse", "a.json", "--for", "0"}
+                                       << "--for needs a number of seconds, 1 to 3600";
     QTest::newRow("nothing") << QStringList() << "name one plugin and one folder";
     QTest::newRow("no folder named") << QStringList{"libfoo.so"} << "name one plugin and one folder";
     QTest::newRow("too much") << QStringList{"libfoo.so", here, here} << "name one plugin and one folder";
@@ -572,15 +584,21 @@ void tst_ZDeploy::listsWhatIsThere()
     const Place place;
     place.deploy({"libb.so", "libb.0001.so", "libb.9.so", "liba.1\033.so"}, {"libb.so", "libb.9.so"});
     place.write(QStringLiteral("deployed/libb.A00000.so.quarantined"), "");
+    place.write(QStringLiteral("deployed/libb.A00002.so.quarantined"), "");
+    place.write(QStringLiteral("deployed/quarantined.json"), R"({"libb.A00002.so": {"why": "it\u001b fell"}})");
     place.write(QStringLiteral("deployed/libb.9.so"), "exchanged since");
     place.write(QStringLiteral("deployed/config.json"), "");
     place.write(QStringLiteral("hot-deploy/libb.A00001.so"), "");
     const Result result = run({QStringLiteral("--list"), place.hotDeploy()});
     QCOMPARE(result.err, QString());
     QCOMPARE(result.exitCode, 0);
-    const QStringList lines{"liba.1\\x1b.so: not known to be good", "libb.so: good since 2026-11-21T10:00:00",
-                            "libb.0001.so: not known to be good",   "libb.9.so: not known to be good",
-                            "libb.A00000.so: quarantined",          "libb.A00001.so: waits for a host"};
+    const QStringList lines{"liba.1\\x1b.so: not known to be good",
+                            "libb.so: good since 2026-11-21T10:00:00",
+                            "libb.0001.so: not known to be good",
+                            "libb.9.so: not known to be good",
+                            "libb.A00000.so: quarantined",
+                            "libb.A00001.so: waits for a host",
+                            "libb.A00002.so: quarantined: it\\x1b fell"};
     QCOMPARE(result.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts), lines);
 }
 
