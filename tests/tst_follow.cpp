@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "hiddenlock.h"
 #include "place.h"
 #include "runninghost.h"
 #include "testcase.h"
@@ -23,6 +24,7 @@ private Q_SLOTS:
     void tellsWhatIsNotSettled();
     void tellsThatAFileIsGone();
     void tellsThatAFileIsNotLoaded();
+    void tellsThatTheMemoryOfTheHostCannotBeRead();
     void dropsNothingWhereNoHostRuns();
 };
 
@@ -205,6 +207,24 @@ void tst_Follow::tellsThatAFileIsNotLoaded()
     QCOMPARE(result.err, QStringLiteral("zdeploy: librestless.so is not in memory: it could not be loaded, nothing "
                                         "holds it, or a newer version has come; the log of the host tells\n"));
     QCOMPARE(result.exitCode, 1);
+}
+
+void tst_Follow::tellsThatTheMemoryOfTheHostCannotBeRead()
+{
+    const Place place;
+    const HiddenLock lock(place.deployed());
+    QVERIFY(lock.isHeld());
+    QProcess process;
+    process.start(QStringLiteral(ZDEPLOY),
+                  {QStringLiteral("--wait"), pluginFile(QStringLiteral("plain")), place.hotDeploy()});
+    QTRY_COMPARE_WITH_TIMEOUT(place.dropped(), QStringList{"libplain.so"}, Patience);
+    place.deploy({"libplain.so"}, {"libplain.so"}); // as a host does
+    QVERIFY(QFile::remove(place.hotDeploy() + QStringLiteral("/libplain.so")));
+    const Result result = finish(process);
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.out, QStringLiteral("dropped as libplain.so\n"
+                                        "libplain.so is good; whether it is loaded cannot be told\n"));
+    QCOMPARE(result.exitCode, 0);
 }
 
 void tst_Follow::dropsNothingWhereNoHostRuns()

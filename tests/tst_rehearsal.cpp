@@ -191,7 +191,7 @@ void tst_Rehearsal::rehearsesBesideARunningHost()
 void tst_Rehearsal::givesUpTheRightsOfRoot()
 {
     if (getuid() != 0)
-        QSKIP("only root has rights to give up");
+        return QTest::qSkip("only root has rights to give up", __FILE__, __LINE__);
     constexpr uid_t Nobody = 65534;
     const Site site;
     site.deploy(QStringLiteral("restless"), QStringLiteral("librestless.so"));

@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "hiddenlock.h"
 #include "place.h"
 #include "runninghost.h"
 #include "testcase.h"
 
 #include <QDir>
 
-#include <cstdlib>
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <optional>
 
 /// Which old versions zdeploy removes.
 class tst_Tidying : public TestCase
@@ -116,15 +112,10 @@ void tst_Tidying::removesNothingWhereItCannotBeToldWhatIsLoaded()
     const Place place;
     const QStringList files{"liba.1.so", "liba.2.so"};
     place.deploy(files, {});
-    const int descriptor = open(QFile::encodeName(place.deployed()).constData(), O_RDONLY | O_CLOEXEC);
-    const pid_t locker = fork(); // that has ended is still the one who has locked it
-    if (locker == 0)
-        std::_Exit(flock(descriptor, LOCK_EX));
-    int status = -1;
-    QCOMPARE(waitpid(locker, &status, 0), locker);
-    QCOMPARE(status, 0);
+    std::optional<HiddenLock> lock(place.deployed());
+    QVERIFY(lock->isHeld());
     const Result result = keep(place, 1);
-    close(descriptor);
+    lock.reset();
     QCOMPARE(result.err, QStringLiteral("zdeploy: cannot tell what another process has loaded\n"));
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(pluginsIn(place), files);
