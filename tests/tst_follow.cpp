@@ -204,8 +204,8 @@ void tst_Follow::tellsThatAFileIsNotLoaded()
     QVERIFY(site.isWatching());
     site.start(pluginFile(QStringLiteral("restless")));
     const Result result = site.end();
-    QCOMPARE(result.err, QStringLiteral("zdeploy: librestless.so is not in memory: it could not be loaded, nothing "
-                                        "holds it, or a newer version has come; the log of the host tells\n"));
+    QCOMPARE(result.err, QStringLiteral("zdeploy: librestless.so is not noted as good: it could not be loaded, or is not "
+                                        "healthy; the log of the host tells\n"));
     QCOMPARE(result.exitCode, 1);
 }
 

@@ -47,6 +47,8 @@ private Q_SLOTS:
     void versionThatIsDeployedAgainIsNotJudged();
     void killedAnywhereTheNextStartIsRight_data();
     void killedAnywhereTheNextStartIsRight();
+    void copiedOnesAreNotTakenBackForNothing();
+    void anUnhealthyOneDoesNotBecomeGoodByARestart();
     void killedWhileItTakesBackTheNextStartIsRight();
 };
 
@@ -350,7 +352,7 @@ void tst_Guard::goodOneIsNeverTakenBack()
     QVERIFY(startsWell(&site));
     site.setProbation(Long);
     site.setCall("//guarded/crash");
-    for (int start = 0; start < 2; ++start) {
+    for (int start = 0; start < 5; ++start) {
         site.start();
         QVERIFY(site.crashes());
     }
@@ -402,7 +404,7 @@ void tst_Guard::startsThatAreKilledCountAndThoseThatAreStoppedDoNot()
     }
     QVERIFY(isLoaded(One));
     QVERIFY(
-        site.hasWritten(takenBack(Two) + QStringLiteral("two starts in a row have not come as far as running well\n")));
+        site.hasWritten(takenBack(Two) + QStringLiteral("2 starts in a row have not come as far as running well\n")));
     QVERIFY(!site.hasWritten(loaded(Two)));
 }
 
@@ -597,6 +599,36 @@ void tst_Guard::killedAnywhereTheNextStartIsRight()
         QCOMPARE(site.isGood(Two), !isBad);
     }
     QVERIFY2(call > 5, "it was hardly ever killed");
+}
+
+void tst_Guard::copiedOnesAreNotTakenBackForNothing()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    QFile copy(site.deployed.filePath(One));
+    QVERIFY(copy.open(QIODevice::ReadWrite));
+    QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addDays(1), QFileDevice::FileModificationTime));
+    copy.close();
+    site.setProbation(Long);
+    for (int start = 0; start < 3; ++start) {
+        site.start();
+        QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+        site.kill();
+    }
+    QCOMPARE(site.plugins(), QStringList{One}); // nothing that is there is known to be good
+}
+
+void tst_Guard::anUnhealthyOneDoesNotBecomeGoodByARestart()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    QVERIFY(site.deployed.drop(guarded("BeUnhealthy"), Two));
+    site.setProbation(2000);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Two)) && !site.isStarting(), Patience);
+    QVERIFY(site.isGood(One));
+    QVERIFY(!site.isGood(Two));
+    QCOMPARE(site.stop(), 0);
 }
 
 void tst_Guard::killedWhileItTakesBackTheNextStartIsRight()

@@ -183,6 +183,7 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadFile(const QString &name, ZEmitter *em
         if (failure.isNull())
             m_versions->add(name, library);
     }
+    loading.end(failure.isNull());
     zCaught([&] {
         if (failure.isNull())
             m_log.log(LineKind, [&] { return QStringLiteral("loaded: %1").arg(name); });

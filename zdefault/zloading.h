@@ -21,6 +21,9 @@ public:
     explicit ZLoading(const QString &name);
     ~ZLoading();
 
+    /// It has succeeded, or failed.
+    void end(bool isLoaded) const;
+
 private:
     Q_DISABLE_COPY(ZLoading)
     const QByteArray m_name;
@@ -30,3 +33,7 @@ private:
 /// The name of the file that the calling thread is loading, the innermost one; null if there is none. May be called by
 /// a signal's handler.
 ZDEFAULT_EXPORT const char *zLoadingHere();
+
+/// Whether the file of this name has been loaded in this process, and has not failed to be at its last load. It may
+/// have left memory since. Any thread.
+ZDEFAULT_EXPORT bool zHasBeenLoaded(const QString &name);

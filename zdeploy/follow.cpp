@@ -5,6 +5,8 @@
 #include "versions.h"
 
 #include <QDeadlineTimer>
+#include <QDir>
+#include <QFileInfo>
 #include <QThread>
 
 #include <notes.h>
@@ -22,9 +24,11 @@ struct Look
 {
     std::optional<Version> version;
     RunningHost host;
+    QString deployed;
     Notes notes;
 
-    explicit Look(const Follow &follow) : host(RunningHost::on(follow.deployed)), notes(follow.deployed)
+    explicit Look(const Follow &follow)
+        : host(RunningHost::on(follow.deployed)), deployed(follow.deployed), notes(follow.deployed)
     {
         const QVector<Version> versions = versionsIn(follow.hotDeploy, follow.deployed);
         const auto isIt = [&](const Version &other) { return other.name.file() == follow.file; };
@@ -33,6 +37,12 @@ struct Look
             version = *found;
     }
 
+    /// A probation has ended since the file came, and none is under way.
+    bool isJudged() const
+    {
+        return version && version->state != Version::Waiting && notes.start().count == 0 &&
+               notes.noted() >= QFileInfo(QDir(deployed).filePath(version->name.file())).metadataChangeTime();
+    }
     bool isMissing(const QString &file) const { return host.files && !host.files->contains(file); }
 };
 
@@ -48,11 +58,20 @@ std::optional<Follow::Result> end(const QString &file, const Look &look)
     if (!look.host.files)
         return Follow::Result{true, QStringLiteral("%1 is good; whether it is loaded cannot be told").arg(file)};
     if (look.isMissing(file))
-        return Follow::Result{false,
-                              QStringLiteral("%1 is not in memory: it could not be loaded, nothing holds it, or a "
-                                             "newer version has come; the log of the host tells")
-                                  .arg(file)};
+        return Follow::Result{
+            false, QStringLiteral("%1 is not in memory: nothing holds it, or a newer version has come; the log "
+                                  "of the host tells")
+                       .arg(file)};
     return Follow::Result{true, QStringLiteral("%1 is loaded, and good").arg(file)};
+}
+
+/// A probation is over, and the file is not good.
+Follow::Result notGood(const QString &file)
+{
+    return {false,
+            QStringLiteral("%1 is not noted as good: it could not be loaded, or is not healthy; the log of the host "
+                           "tells")
+                .arg(file)};
 }
 
 /// Why nothing is settled.
@@ -80,10 +99,15 @@ Follow::Result Follow::run() const
 {
     const QDeadlineTimer deadline(seconds * 1000);
     QDeadlineTimer restart(RestartMs);
+    bool wasJudged = false;
     for (;;) {
         const Look look(*this);
         if (const std::optional<Result> result = end(file, look))
             return *result;
+        const bool isJudged = look.isJudged();
+        if (wasJudged && isJudged && look.host.isThere()) // the host may just be about to see the drop
+            return notGood(file);
+        wasJudged = isJudged;
         if (look.host.isThere())
             restart.setRemainingTime(RestartMs);
         else if (restart.hasExpired() || deadline.hasExpired())

@@ -251,7 +251,7 @@ void tell(int number, const Registers &registers)
     for (const char *const part : {file.data(), "\n", loading ? loading : "", "\n"})
         note.add(part);
     note.add(line.data() + std::strlen("zhost: "));
-    const int descriptor = open(notePath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const int descriptor = open(notePath, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
     note.writeTo(descriptor);
     fsync(descriptor);
     close(descriptor);

@@ -28,6 +28,8 @@ public:
     /// Asks no more, loses its name, and deletes itself as soon as the call that is being made has come back.
     void end();
     QUrl url() const { return m_url; }
+    /// By its last answer.
+    bool isHealthy() const { return m_failures == 0; }
     /// Whether a call hangs, after waiting a second for its end.
     bool hangs() { return m_call && !m_call->wait(PeriodMs); }
 

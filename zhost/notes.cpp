@@ -27,10 +27,18 @@ const QString Count = QStringLiteral("starts");
 const QString Taking = QStringLiteral("taking");
 const QString Why = QStringLiteral("why");
 
+/// Whether a note may be read: a pipe would be waited for, and a link leads elsewhere.
+bool isOurs(const QString &path)
+{
+    const QFileInfo file(path);
+    return file.isFile() && !file.isSymLink();
+}
+
 QJsonObject read(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+    return isOurs(path) && file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object()
+                                                          : QJsonObject();
 }
 
 /// What tells a file from another of its name.
@@ -74,6 +82,8 @@ bool Notes::isGood(const QString &file) const
     return entry == identity(path(file));
 }
 
+QDateTime Notes::noted() const { return QFileInfo(path(GoodName)).lastModified(); }
+
 Notes::Start Notes::start() const
 {
     const QJsonObject object = read(path(StartName));
@@ -81,8 +91,10 @@ Notes::Start Notes::start() const
     start.count = object.value(Count).toInt();
     start.why = object.value(Why).toString();
     const QJsonArray taking = object.value(Taking).toArray();
-    for (const auto &file : taking)
-        start.taking.append(file.toString());
+    for (const auto &file : taking) {
+        if (!file.toString().contains(QLatin1Char('/'))) // all lies in one folder
+            start.taking.append(file.toString());
+    }
     return start;
 }
 
@@ -103,7 +115,7 @@ QString Notes::crashPath() const { return path(CrashName); }
 Notes::Crash Notes::crash() const
 {
     QFile file(crashPath());
-    if (!file.open(QIODevice::ReadOnly))
+    if (!isOurs(crashPath()) || !file.open(QIODevice::ReadOnly))
         return {};
     const QStringList lines = QFile::decodeName(file.readAll()).split(QLatin1Char('\n'));
     if (lines.size() != 4) // it was not written to its end
@@ -144,6 +156,8 @@ void Notes::noteQuarantine(const QString &file, const QString &why)
 
 bool Notes::write(const QString &name, const QJsonObject &object)
 {
+    if (QFileInfo(path(name)).isSymLink()) // else it would be followed
+        QFile::remove(path(name));
     QSaveFile file(path(name));
     const QByteArray text = QJsonDocument(object).toJson();
     // flush: what fails in commit() itself for want of room is not found out

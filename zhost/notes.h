@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QDateTime>
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -21,8 +22,8 @@ public:
     bool noteGood(const QStringList &files);
     /// Whether `file` is one of them, and still what it was.
     bool isGood(const QString &file) const;
-    /// Whether there are any.
-    bool hasGood() const { return !m_good.isEmpty(); }
+    /// When that was written last.
+    QDateTime noted() const;
 
     /// Of starts that did not come as far as running well.
     struct Start

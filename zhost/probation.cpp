@@ -3,24 +3,28 @@
 
 #include "crashline.h"
 #include "healthcheck.h"
-#include "mappedfiles.h"
 #include "redeployment.h"
 
 #include "../zdeploy/pluginname.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QJsonObject>
 
 #include <zdefaultloader.h>
+#include <zloading.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <utility>
 
 namespace {
 
 constexpr int DefaultMs = 10000;
 constexpr int StartsInARow = 2;
+constexpr int StartsUntilHopeless =
+    5; // somebody else may have killed it: a machine that is short of memory, or its operator
 
 QJsonValue guardOf(const QJsonObject &configuration) { return configuration.value(QStringLiteral("guard")); }
 
@@ -88,14 +92,15 @@ bool Probation::judge(Notes::Start *start)
     if (!isInARow && crash.text.isEmpty())
         return true;
     start->taking = toTake(crash);
-    start->why =
-        crash.text.isEmpty() ? QStringLiteral("two starts in a row have not come as far as running well") : crash.text;
+    start->why = crash.text.isEmpty()
+                     ? QStringLiteral("%1 starts in a row have not come as far as running well").arg(start->count)
+                     : crash.text;
     if (!start->taking.isEmpty()) {
         start->count = 0;
         m_notes.noteStart(*start);
         return true;
     }
-    if (!isInARow)
+    if (start->count < StartsUntilHopeless)
         return true;
     say(QStringLiteral("%1, and nothing is left that could be taken back").arg(start->why));
     m_notes.forgetCrash();
@@ -108,14 +113,20 @@ void Probation::watch(ZDbus *bus)
         return;
     m_bus = bus;
     m_watcher.addPath(m_deployed);
+    const QStringList good = goodOnes();
+    for (const QString &file : qAsConst(m_known)) { // what a stop has kept from its verdict
+        if (!good.contains(file))
+            check(file, AtStart);
+    }
     look();
     m_timer.start();
 }
 
 void Probation::end()
 {
-    if (!m_bus)
+    if (!m_isOn)
         return;
+    m_isOn = false; // a plugin may still be loading
     m_timer.stop();
     m_watcher.removePath(m_deployed);
     endChecks();
@@ -157,25 +168,27 @@ QStringList Probation::toTake(const Notes::Crash &crash) const
         if (fresh.contains(guilty))
             return {guilty};
     }
-    return m_notes.hasGood() ? fresh : QStringList();
+    return good.isEmpty() ? QStringList() : fresh;
 }
 
-/// What is in memory, and what was noted before. A file that nobody has loaded may still be bad.
+/// What has been loaded and says nothing bad of itself, and what was noted before.
 QStringList Probation::thoseThatRanWell() const
 {
-    const QStringList mapped = mappedFiles();
-    QStringList files = plugins();
-    const auto isUntried = [&](const QString &file) {
-        return !m_notes.isGood(file) && !mapped.contains(m_deployed + QLatin1Char('/') + file);
+    const QStringList files = plugins();
+    const auto isDoubtful = [&](const QString &file) {
+        const auto *const health = findChild<HealthCheck *>(PluginName::parse(file).plugin);
+        const bool isUnhealthy = health && !health->isHealthy() && file == newest(health->objectName(), files);
+        return !m_notes.isGood(file) && (isUnhealthy || !zHasBeenLoaded(QFileInfo(file).completeBaseName()));
     };
-    files.erase(std::remove_if(files.begin(), files.end(), isUntried), files.end());
-    return files;
+    QStringList result;
+    std::remove_copy_if(files.begin(), files.end(), std::back_inserter(result), isDoubtful);
+    return result;
 }
 
 void Probation::passed()
 {
-    endChecks();
     m_notes.noteGood(thoseThatRanWell());
+    endChecks();
     m_notes.forgetStart();
 }
 
@@ -188,12 +201,13 @@ void Probation::look()
         if (!m_timer.isActive()) // else a note is there
             m_notes.noteStart({1, {}, {}});
         m_timer.start();
-        check(file);
+        check(file, Live);
     }
 }
 
-/// Asks the plugin of the newcomer `file`: it is the newest version that answers.
-void Probation::check(const QString &file)
+/// Asks the plugin of the newcomer `file`: it is the newest version that answers. At a start, when it may not have all
+/// that it needs yet, it is not taken back for what it answers; but it does not become good as long as it is unhealthy.
+void Probation::check(const QString &file, Occasion occasion)
 {
     const QString plugin = PluginName::parse(file).plugin;
     if (m_again.contains(file) || file != newest(plugin, m_known))
@@ -202,6 +216,8 @@ void Probation::check(const QString &file)
         before->end();
     auto *check = new HealthCheck(QDir(m_deployed).filePath(file), m_bus, this);
     check->setObjectName(plugin);
+    if (occasion == AtStart)
+        return;
     connect(check, &HealthCheck::failed, this, [this, check, file](const QString &reason) {
         check->end();
         takeBack(file, reason);

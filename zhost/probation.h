@@ -43,7 +43,12 @@ private:
     QStringList toTake(const Notes::Crash &crash) const;
     void passed();
     void look();
-    void check(const QString &file);
+    enum Occasion
+    {
+        AtStart,
+        Live
+    };
+    void check(const QString &file, Occasion occasion);
     void endChecks() const;
     bool takeAway(const QString &file, const QString &why);
     void takeBack(const QString &file, const QString &why);
@@ -51,7 +56,7 @@ private:
     const QString m_hotDeploy;
     const QString m_deployed; // empty if there is none
     Notes m_notes;
-    const bool m_isOn;
+    bool m_isOn;
     QTimer m_timer;
     QFileSystemWatcher m_watcher;
     ZDbus *m_bus = nullptr;
