@@ -2,23 +2,13 @@
 #include "zloading.h"
 
 #include <QFile>
-#include <QMutex>
-#include <QMutexLocker>
-#include <QSet>
 
 namespace {
 
 // Reached without a call that might ask for memory, which a signal's handler must not do.
 [[gnu::tls_model("initial-exec")]] thread_local const char *current = nullptr;
 
-QBasicMutex namesMutex;
-
-/// Never destroyed: plugins are loaded until the very end.
-QSet<QByteArray> &loadedNames()
-{
-    static auto &names = *new QSet<QByteArray>;
-    return names;
-}
+void (*listener)(const QByteArray &name, bool isLoaded) = nullptr;
 
 } // namespace
 
@@ -31,17 +21,10 @@ ZLoading::~ZLoading() { current = m_before; }
 
 void ZLoading::end(bool isLoaded) const
 {
-    const QMutexLocker locker(&namesMutex);
-    if (isLoaded)
-        loadedNames().insert(m_name);
-    else
-        loadedNames().remove(m_name);
+    if (listener)
+        listener(m_name, isLoaded);
 }
 
 const char *zLoadingHere() { return current; }
 
-bool zHasBeenLoaded(const QString &name)
-{
-    const QMutexLocker locker(&namesMutex);
-    return loadedNames().contains(QFile::encodeName(name));
-}
+void zTellLoads(void (*hear)(const QByteArray &name, bool isLoaded)) { listener = hear; }

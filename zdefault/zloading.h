@@ -34,6 +34,6 @@ private:
 /// a signal's handler.
 ZDEFAULT_EXPORT const char *zLoadingHere();
 
-/// Whether the file of this name has been loaded in this process, and has not failed to be at its last load. It may
-/// have left memory since. Any thread.
-ZDEFAULT_EXPORT bool zHasBeenLoaded(const QString &name);
+/// Has `hear` called after each load, on the thread that loads, with the file's name. To be called before the first
+/// load.
+ZDEFAULT_EXPORT void zTellLoads(void (*hear)(const QByteArray &name, bool isLoaded));

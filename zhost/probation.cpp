@@ -8,8 +8,12 @@
 #include "../zdeploy/pluginname.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QSet>
 
 #include <zdefaultloader.h>
 #include <zloading.h>
@@ -25,6 +29,43 @@ constexpr int DefaultMs = 10000;
 constexpr int StartsInARow = 2;
 constexpr int StartsUntilHopeless =
     5; // somebody else may have killed it: a machine that is short of memory, or its operator
+
+/// The files, without ".so", that have been loaded and have not failed since. They may have left memory. Plugins are
+/// loaded until the very end, so it is never destroyed.
+struct Loads
+{
+    QMutex mutex;
+    QSet<QByteArray> names;
+
+    static Loads &get()
+    {
+        static auto &loads = *new Loads;
+        return loads;
+    }
+    static void hear(const QByteArray &name, bool isLoaded)
+    {
+        const QMutexLocker locker(&get().mutex);
+        if (isLoaded)
+            get().names.insert(name);
+        else
+            get().names.remove(name);
+    }
+    static QByteArray nameOf(const QString &file) { return QFile::encodeName(QFileInfo(file).completeBaseName()); }
+    static bool contain(const QString &file)
+    {
+        const QMutexLocker locker(&get().mutex);
+        return get().names.contains(nameOf(file));
+    }
+    /// All but those of `files`.
+    static void forgetBut(const QStringList &files)
+    {
+        const QMutexLocker locker(&get().mutex);
+        QSet<QByteArray> kept;
+        for (const QString &file : files)
+            kept.insert(nameOf(file));
+        get().names.intersect(kept);
+    }
+};
 
 QJsonValue guardOf(const QJsonObject &configuration) { return configuration.value(QStringLiteral("guard")); }
 
@@ -63,6 +104,7 @@ Probation::Probation(const QJsonObject &configuration)
 {
     m_timer.setSingleShot(true);
     m_timer.setInterval(qMax(0, guardOf(configuration).toObject().value(QStringLiteral("probation")).toInt(DefaultMs)));
+    zTellLoads(&Loads::hear);
     connect(&m_timer, &QTimer::timeout, this, &Probation::passed);
     connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, &Probation::look);
 }
@@ -178,7 +220,7 @@ QStringList Probation::thoseThatRanWell() const
     const auto isDoubtful = [&](const QString &file) {
         const auto *const health = findChild<HealthCheck *>(PluginName::parse(file).plugin);
         const bool isUnhealthy = health && !health->isHealthy() && file == newest(health->objectName(), files);
-        return !m_notes.isGood(file) && (isUnhealthy || !zHasBeenLoaded(QFileInfo(file).completeBaseName()));
+        return !m_notes.isGood(file) && (isUnhealthy || !Loads::contain(file));
     };
     QStringList result;
     std::remove_copy_if(files.begin(), files.end(), std::back_inserter(result), isDoubtful);
@@ -188,6 +230,11 @@ QStringList Probation::thoseThatRanWell() const
 void Probation::passed()
 {
     m_notes.noteGood(thoseThatRanWell());
+    QStringList doubtful = plugins();
+    const QStringList good = goodOnes();
+    for (const QString &file : good)
+        doubtful.removeOne(file);
+    Loads::forgetBut(doubtful); // the others are noted
     endChecks();
     m_notes.forgetStart();
 }

@@ -13,7 +13,7 @@ classes=(
 functions=(
     zDefaultConfigTypeName zDefaultContextTypeName zDefaultDbusTypeName zDefaultEmitterTypeName
     zDefaultJobPoolSetTypeName zDefaultLoaderTypeName zDefaultLoggerTypeName zDefaultSchedulerTypeName
-    zDefaultTempFileTypeName zDefaultThreadPoolSetTypeName zLoadingHere
+    zDefaultTempFileTypeName zDefaultThreadPoolSetTypeName zLoadingHere zTellLoads
 )
 
 exported() {
@@ -21,7 +21,7 @@ exported() {
     # standard library's.
     nm -D --defined-only --demangle "$1" | cut -d' ' -f3- | grep -v -e '^__' -e '^_init$' -e '^_fini$' |
         sed -E 's/^(vtable for|typeinfo for|typeinfo name for|VTT for|(non-)?virtual thunk to) //; s/^guard variable for //' |
-        sed -E 's/^(zDefault[A-Za-z]+|zLoadingHere)\(\)$/\1/; s/^([A-Za-z_]+)::.*/\1/' | grep -v -e '^Q' -e '^std$' -e '^void ' | sort -u
+        sed -E 's/^(zDefault[A-Za-z]+|zLoadingHere|zTellLoads)\(.*\)$/\1/; s/^([A-Za-z_]+)::.*/\1/' | grep -v -e '^Q' -e '^std$' -e '^void ' | sort -u
 }
 
 diff <(printf '%s\n' "${classes[@]}" "${functions[@]}" | sort -u) <(exported "$1")
