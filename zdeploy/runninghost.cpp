@@ -1,25 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runninghost.h"
 
-#include <QFile>
 #include <QSet>
+
+#include <mappedfiles.h>
 
 namespace {
 
 /// By name alone: what the host sees as the folder may be called otherwise here.
 std::optional<QStringList> filesIn(const QString &process)
 {
-    QFile maps(QStringLiteral("/proc/%1/maps").arg(process));
-    const QByteArray text = !process.isEmpty() && maps.open(QIODevice::ReadOnly) ? maps.readAll() : QByteArray();
-    if (text.isEmpty())
+    const QStringList files = process.isEmpty() ? QStringList() : mappedFiles(process);
+    if (files.isEmpty())
         return {};
     QSet<QString> names;
-    const QList<QByteArray> lines = text.split('\n');
-    for (const QByteArray &line : lines) {
-        const int name = line.lastIndexOf('/') + 1;
-        if (name > 0)
-            names.insert(QFile::decodeName(line.mid(name)));
-    }
+    for (const QString &file : files)
+        names.insert(file.section(QLatin1Char('/'), -1));
     return names.values();
 }
 

@@ -8,7 +8,7 @@
 
 Attendance::Attendance(const CommandLine &commandLine, const Configuration &configuration,
                        const StopSignals &stopSignals)
-    : m_configuration(configuration), m_probation(configuration.object), m_reload(commandLine.file, configuration)
+    : m_configuration(configuration), m_probation(configuration), m_reload(commandLine.file, configuration)
 {
     QObject::connect(&stopSignals, &StopSignals::received, &m_probation, &Probation::end);
 }

@@ -4,10 +4,11 @@
 #include <QFile>
 #include <QList>
 
-QStringList mappedFiles()
+QStringList mappedFiles(const QString &process)
 {
-    QFile maps(QStringLiteral("/proc/self/maps"));
-    maps.open(QIODevice::ReadOnly);
+    QFile maps(QStringLiteral("/proc/%1/maps").arg(process));
+    if (!maps.open(QIODevice::ReadOnly))
+        return {};
     QStringList files;
     const QList<QByteArray> lines = maps.readAll().split('\n');
     for (const QByteArray &line : lines) {

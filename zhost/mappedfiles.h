@@ -3,5 +3,5 @@
 
 #include <QStringList>
 
-/// The files that are in memory, by their paths, sorted.
-QStringList mappedFiles();
+/// The files that `process` has in memory, by their paths, sorted; none where that cannot be read.
+QStringList mappedFiles(const QString &process = QStringLiteral("self"));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "probation.h"
 
+#include "configuration.h"
 #include "crashline.h"
 #include "healthcheck.h"
 #include "redeployment.h"
@@ -15,7 +16,6 @@
 #include <QMutexLocker>
 #include <QSet>
 
-#include <zdefaultloader.h>
 #include <zloading.h>
 
 #include <algorithm>
@@ -27,8 +27,8 @@ namespace {
 
 constexpr int DefaultMs = 10000;
 constexpr int StartsInARow = 2;
-constexpr int StartsUntilHopeless =
-    5; // somebody else may have killed it: a machine that is short of memory, or its operator
+// More, for somebody else may have killed it: a machine that is short of memory, or its operator.
+constexpr int StartsUntilHopeless = 5;
 
 /// The files, without ".so", that have been loaded and have not failed since. They may have left memory. Plugins are
 /// loaded until the very end, so it is never destroyed.
@@ -69,15 +69,11 @@ struct Loads
 
 QJsonValue guardOf(const QJsonObject &configuration) { return configuration.value(QStringLiteral("guard")); }
 
-/// The folder that the loader uses; empty if there is none.
-QString folderOf(const QJsonObject &configuration, const QString &key)
+/// By its real name, which the kernel shows for what is in memory; empty if there is none.
+QString folderOf(const Configuration &configuration, const QString &key)
 {
-    const QJsonValue loader = configuration.value(QStringLiteral("loader"));
-    const QString path = loader.toObject().value(key).toString();
-    QDir dir;
-    if (!loader.isObject() || !ZDefaultLoader::resolve(path.isEmpty() ? key : path, dir))
-        return {};
-    return dir.canonicalPath();
+    const QString folder = configuration.folder(key);
+    return folder.isEmpty() ? folder : QDir(folder).canonicalPath();
 }
 
 /// The version of `plugin` that is loaded last of `files`, which are in the order of their names; empty if there is
@@ -97,13 +93,14 @@ void say(const QString &line) { qWarning("zhost: %s", qPrintable(line)); }
 
 } // namespace
 
-Probation::Probation(const QJsonObject &configuration)
+Probation::Probation(const Configuration &configuration)
     : m_hotDeploy(folderOf(configuration, QStringLiteral("hot-deploy"))),
       m_deployed(folderOf(configuration, QStringLiteral("deployed"))), m_notes(m_deployed),
-      m_isOn(!m_deployed.isEmpty() && guardOf(configuration) != false)
+      m_isOn(!m_deployed.isEmpty() && guardOf(configuration.object) != false)
 {
     m_timer.setSingleShot(true);
-    m_timer.setInterval(qMax(0, guardOf(configuration).toObject().value(QStringLiteral("probation")).toInt(DefaultMs)));
+    const QJsonObject guard = guardOf(configuration.object).toObject();
+    m_timer.setInterval(qMax(0, guard.value(QStringLiteral("probation")).toInt(DefaultMs)));
     zTellLoads(&Loads::hear);
     connect(&m_timer, &QTimer::timeout, this, &Probation::passed);
     connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, &Probation::look);
@@ -155,9 +152,8 @@ void Probation::watch(ZDbus *bus)
         return;
     m_bus = bus;
     m_watcher.addPath(m_deployed);
-    const QStringList good = goodOnes();
     for (const QString &file : qAsConst(m_known)) { // what a stop has kept from its verdict
-        if (!good.contains(file))
+        if (!m_notes.isGood(file))
             check(file, AtStart);
     }
     look();
@@ -191,26 +187,23 @@ QStringList Probation::plugins() const
     return QDir(m_deployed).entryList({QStringLiteral("lib*.so")}, QDir::Files, QDir::Name);
 }
 
-QStringList Probation::goodOnes() const
+QStringList Probation::plugins(bool areGood) const
 {
     QStringList files = plugins();
-    const auto isFresh = [this](const QString &file) { return !m_notes.isGood(file); };
-    files.erase(std::remove_if(files.begin(), files.end(), isFresh), files.end());
+    const auto isOther = [&](const QString &file) { return m_notes.isGood(file) != areGood; };
+    files.erase(std::remove_if(files.begin(), files.end(), isOther), files.end());
     return files;
 }
 
 /// The guilty one, if it may be that; else all that were not there when the host last ran well.
 QStringList Probation::toTake(const Notes::Crash &crash) const
 {
-    QStringList fresh = plugins();
-    const QStringList good = goodOnes();
-    for (const QString &file : good)
-        fresh.removeOne(file);
+    const QStringList fresh = plugins(false);
     for (const QString &guilty : {crash.file, crash.loading}) {
         if (fresh.contains(guilty))
             return {guilty};
     }
-    return good.isEmpty() ? QStringList() : fresh;
+    return plugins(true).isEmpty() ? QStringList() : fresh;
 }
 
 /// What has been loaded and says nothing bad of itself, and what was noted before.
@@ -230,11 +223,7 @@ QStringList Probation::thoseThatRanWell() const
 void Probation::passed()
 {
     m_notes.noteGood(thoseThatRanWell());
-    QStringList doubtful = plugins();
-    const QStringList good = goodOnes();
-    for (const QString &file : good)
-        doubtful.removeOne(file);
-    Loads::forgetBut(doubtful); // the others are noted
+    Loads::forgetBut(plugins(false)); // the others are noted
     endChecks();
     m_notes.forgetStart();
 }
@@ -294,7 +283,7 @@ void Probation::takeBack(const QString &file, const QString &why)
 {
     if (!takeAway(file, why))
         return;
-    const QString before = newest(PluginName::parse(file).plugin, goodOnes());
+    const QString before = newest(PluginName::parse(file).plugin, plugins(true));
     if (before.isEmpty()) {
         say(QStringLiteral("no version before %1 has run well: it serves on until the host ends").arg(file));
         return;

@@ -8,7 +8,7 @@
 #include <QStringList>
 #include <QTimer>
 
-class QJsonObject;
+struct Configuration;
 class ZDbus;
 
 /**
@@ -23,10 +23,10 @@ class Probation : public QObject
     Q_OBJECT
 
 public:
-    explicit Probation(const QJsonObject &configuration);
+    explicit Probation(const Configuration &configuration);
 
-    /// Before the plugins are loaded: takes back what the last start has not survived. False if it did not, nor the one
-    /// before it, and there is nothing to take back: then the host should not start.
+    /// Before the plugins are loaded: takes back what the last start has not survived. False if too many in a row have
+    /// not been survived, and there is nothing to take back: then the host should not start.
     bool begin();
     /// After they have been loaded: what runs from now on, and what is dropped, is on probation.
     void watch(ZDbus *bus);
@@ -38,7 +38,7 @@ public:
 private:
     bool judge(Notes::Start *start);
     QStringList plugins() const;
-    QStringList goodOnes() const;
+    QStringList plugins(bool areGood) const;
     QStringList thoseThatRanWell() const;
     QStringList toTake(const Notes::Crash &crash) const;
     void passed();
