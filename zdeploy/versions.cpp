@@ -1,34 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "versions.h"
 
-#include <QDateTime>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
+
+#include <notes.h>
 
 #include <algorithm>
 
 namespace {
-
-const QString QuarantineSuffix = QStringLiteral(".quarantined");
-
-/// What the host has noted in the file `name`, by file name of the plugins; empty where there is no note.
-QJsonObject notesIn(const QString &deployed, const QString &name)
-{
-    QFile file(QDir(deployed).filePath(name));
-    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
-}
-
-/// Whether the note is of this very file, and not of another one that had its name.
-bool isOf(const QJsonObject &note, const QFileInfo &file)
-{
-    const auto number = [&](const char *key) {
-        return static_cast<qint64>(note.value(QLatin1String(key)).toDouble(-1));
-    };
-    return number("size") == file.size() && number("mtime") == file.lastModified().toMSecsSinceEpoch();
-}
 
 QFileInfoList filesIn(const QString &folder, const QString &pattern)
 {
@@ -73,20 +53,18 @@ QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed)
     const QFileInfoList waiting = filesIn(hotDeploy, plain);
     for (const QFileInfo &file : waiting)
         add(file.fileName(), Version::Waiting);
-    const QJsonObject notes = notesIn(deployed, QStringLiteral("good.json"));
+    const Notes notes(deployed);
     const QFileInfoList files = filesIn(deployed, plain);
     for (const QFileInfo &file : files) {
-        const QJsonObject note = notes.value(file.fileName()).toObject();
-        if (isOf(note, file))
-            add(file.fileName(), Version::Good, note.value(QStringLiteral("since")).toString());
+        if (notes.isGood(file.fileName()))
+            add(file.fileName(), Version::Good, notes.goodSince(file.fileName()));
         else
             add(file.fileName(), Version::Unproven);
     }
-    const QFileInfoList quarantined = filesIn(deployed, plain + QuarantineSuffix);
-    const QJsonObject reasons = notesIn(deployed, QStringLiteral("quarantined.json"));
+    const QFileInfoList quarantined = filesIn(deployed, plain + Notes::Quarantined);
     for (const QFileInfo &file : quarantined) {
-        const QString name = file.fileName().chopped(QuarantineSuffix.size());
-        add(name, Version::Quarantined, reasons.value(name).toObject().value(QStringLiteral("why")).toString());
+        const QString name = file.fileName().chopped(Notes::Quarantined.size());
+        add(name, Version::Quarantined, notes.whyQuarantined(name));
     }
     std::sort(versions.begin(), versions.end(), isBefore);
     return versions;

@@ -82,6 +82,11 @@ bool Notes::isGood(const QString &file) const
     return entry == identity(path(file));
 }
 
+QString Notes::goodSince(const QString &file) const
+{
+    return isGood(file) ? m_good.value(file).toObject().value(Since).toString() : QString();
+}
+
 QDateTime Notes::noted() const { return QFileInfo(path(GoodName)).lastModified(); }
 
 Notes::Start Notes::start() const
@@ -152,6 +157,11 @@ void Notes::noteQuarantine(const QString &file, const QString &why)
             notes.insert(note.key(), note.value());
     }
     write(QuarantineName, notes);
+}
+
+QString Notes::whyQuarantined(const QString &file) const
+{
+    return read(path(QuarantineName)).value(file).toObject().value(Why).toString();
 }
 
 bool Notes::write(const QString &name, const QJsonObject &object)

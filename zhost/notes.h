@@ -22,6 +22,8 @@ public:
     bool noteGood(const QStringList &files);
     /// Whether `file` is one of them, and still what it was.
     bool isGood(const QString &file) const;
+    /// Since when it is, as a text; empty if it is none.
+    QString goodSince(const QString &file) const;
     /// When that was written last.
     QDateTime noted() const;
 
@@ -49,6 +51,8 @@ public:
 
     /// Renames a plugin, so that it is not loaded again. Why, is in "quarantined.json" before that is done.
     bool quarantine(const QString &file, const QString &why);
+    /// Why the plugin that had this name was renamed; empty if that is not known.
+    QString whyQuarantined(const QString &file) const;
     /// What `quarantine` appends to a name.
     static const QLatin1String Quarantined;
 
