@@ -204,8 +204,8 @@ void fuzz(const QByteArray &input)
     promise(configuration.object.isEmpty() || configuration.error.isEmpty(), "a file is read, or it is not");
     promise(!configuration.error.contains(QLatin1Char('\n')), "an error is one line", configuration.error);
     configuration.object = prison.confined(configuration.object);
-    const QVector<Configuration::Finding> findings = configuration.findings();
-    for (const Configuration::Finding &finding : findings)
+    const QVector<Finding> findings = configuration.findings();
+    for (const Finding &finding : findings)
         promise(!finding.text.isEmpty() && !finding.text.contains(QLatin1Char('\n')), "a finding is one line",
                 finding.text);
     start(prison, configuration.object);
