@@ -101,6 +101,8 @@ private:
 const QByteArray NoSummerTime("UTC0");
 const QByteArray SummerTime("CET-1CEST,M3.5.0,M10.5.0/3"); // in 2023: from 26 March at 2:00 to 29 October at 3:00
 
+const QByteArray NoMidnight("BRT3BRST,M10.3.0/0,M2.3.0/0"); // 21 October 1979 and 15 October 2023 begin at 1:00
+
 QDateTime moment(const char *text) { return QDateTime::fromString(QString::fromLatin1(text), Qt::ISODateWithMs); }
 
 QTime timeOf(const char *text) { return QTime::fromString(QString::fromLatin1(text), Qt::ISODateWithMs); }
@@ -158,6 +160,8 @@ private Q_SLOTS:
     void theWindowDecidesAtEachHour_data();
     void theWindowDecidesAtEachHour();
     void anHourThatIsSkippedIsMadeUpFor();
+    void aMidnightThatIsSkippedIsMadeUpFor_data();
+    void aMidnightThatIsSkippedIsMadeUpFor();
     void anHourThatComesTwiceOpensOnce();
 
 private:
@@ -461,6 +465,26 @@ void tst_Schedule::anHourThatIsSkippedIsMadeUpFor()
     QCOMPARE(window.start, moment("2023-03-27T02:30:00"));
     // The end of a window may be skipped too.
     QVERIFY(ZDailyWindow::at(moment("2023-03-26T01:00:00"), {0, 0}, skipped, 60000).isOpen);
+}
+
+void tst_Schedule::aMidnightThatIsSkippedIsMadeUpFor_data()
+{
+    QTest::addColumn<QByteArray>("now");
+    QTest::addColumn<QByteArray>("madeUp");
+    QTest::newRow("the noon before") << QByteArray("1979-10-20T12:00:00") << QByteArray("1979-10-21T01:09:10.124");
+    QTest::newRow("the hour before") << QByteArray("1979-10-20T23:30:00") << QByteArray("1979-10-21T01:09:10.124");
+    QTest::newRow("a later year") << QByteArray("2023-10-14T12:00:00") << QByteArray("2023-10-15T01:09:10.124");
+}
+
+void tst_Schedule::aMidnightThatIsSkippedIsMadeUpFor()
+{
+    const TimeZone zone(NoMidnight);
+    QFETCH(QByteArray, now);
+    QFETCH(QByteArray, madeUp);
+    const QTime skipped(0, 9, 10, 124);
+    const ZDailyWindow window = ZDailyWindow::at(moment(now), skipped, skipped, 60000);
+    QVERIFY(!window.isOpen);
+    QCOMPARE(window.start, moment(madeUp));
 }
 
 void tst_Schedule::anHourThatComesTwiceOpensOnce()

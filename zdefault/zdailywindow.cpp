@@ -11,7 +11,7 @@ QDateTime moment(const QDate &date, const QTime &time)
     const auto withOffsetOf = [&](const QDateTime &other) {
         return asUtc.addSecs(-other.offsetFromUtc()).toLocalTime();
     };
-    const QDateTime before = withOffsetOf(date.startOfDay());
+    const QDateTime before = withOffsetOf(asUtc.addDays(-1).toLocalTime()); // that of the day may begin after a gap
     const QDateTime after = withOffsetOf(before);
     return after.time() == time ? after : before;
 }
