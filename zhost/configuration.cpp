@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 #include <zdefaultloader.h>
@@ -56,6 +57,16 @@ QString Configuration::inbox() const
     const QString path = object.value(QStringLiteral("loader")).toObject().value(QStringLiteral("inbox")).toString();
     const QDir program(QCoreApplication::applicationDirPath());
     return path.isEmpty() ? QString() : QDir::cleanPath(program.absoluteFilePath(path));
+}
+
+QStringList Configuration::loadListOf(const QJsonObject &configuration)
+{
+    QStringList names;
+    const QJsonObject section = configuration.value(QStringLiteral("loader")).toObject();
+    const QJsonArray list = section.value(QStringLiteral("load-list")).toArray();
+    for (const auto &name : list)
+        names.append(name.toString());
+    return names;
 }
 
 QVector<Finding> Configuration::findings() const

@@ -25,6 +25,9 @@ struct Configuration
     /// The folder that the section "loader" has under "inbox", be it there or not; empty if none is named.
     QString inbox() const;
 
+    /// The names of plugins that the section "loader" of a configuration has under "load-list".
+    static QStringList loadListOf(const QJsonObject &configuration);
+
     /// What is wrong with it, or may be. The services pass over all of it silently.
     QVector<Finding> findings() const;
 };

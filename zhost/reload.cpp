@@ -65,20 +65,11 @@ QStringList differences(const QJsonObject &left, const QJsonObject &right)
     return keys;
 }
 
-QStringList loadList(const QJsonObject &configuration)
-{
-    QStringList names;
-    const QJsonArray list = configuration.value(Loader).toObject().value(LoadList).toArray();
-    for (const auto &name : list)
-        names.append(name.toString());
-    return names;
-}
-
 } // namespace
 
 Reload::Reload(const QString &file, const Configuration &started)
     : m_file(QFileInfo(file).absoluteFilePath()), m_started(started.object), m_now(started.object),
-      m_listed(loadList(started.object))
+      m_listed(Configuration::loadListOf(started.object))
 {
     const QLoggingCategory *const category = QLoggingCategory::defaultCategory();
     m_severities = {{QStringLiteral("debug"), int(category->isDebugEnabled())},
@@ -155,7 +146,7 @@ QJsonObject Reload::inForce(QJsonObject wanted) const
 
 void Reload::tellUnloaded(const QJsonObject &configuration)
 {
-    const QStringList names = loadList(configuration);
+    const QStringList names = Configuration::loadListOf(configuration);
     for (const QString &name : qAsConst(m_listed)) {
         if (!names.contains(name))
             complain(
