@@ -19,6 +19,8 @@ private Q_SLOTS:
     void sortsLastAndStaysShortOverManyDrops();
     void findsAShorterNameWhereALongerOneHasNoRoom_data();
     void findsAShorterNameWhereALongerOneHasNoRoom();
+    void countsOnAsTheLoaderFindsVersions_data();
+    void countsOnAsTheLoaderFindsVersions();
 };
 
 namespace {
@@ -122,6 +124,29 @@ void tst_PluginName::findsAShorterNameWhereALongerOneHasNoRoom()
     QVERIFY(QFile::encodeName(name.file()).size() <= NAME_MAX);
     QTEST(after(name).version, "next");
     QVERIFY(after(name).isNewest({name.file()}));
+}
+
+void tst_PluginName::countsOnAsTheLoaderFindsVersions_data()
+{
+    QTest::addColumn<QString>("dropped");
+    QTest::addColumn<QStringList>("files");
+    QTest::addColumn<QString>("next");
+    QTest::newRow("a version in another case") << "libfoo.so" << QStringList{"libFoo.0001.so"} << "libFoo.0002.so";
+    QTest::newRow("a case that sorts before it")
+        << "libFoo.0003.so" << QStringList{"libfoo.so", "libfoo.0001.so"} << "libfoo.0002.so";
+    QTest::newRow("versions in both") << "libfoo.so" << QStringList{"libfoo.0001.so", "libFoo.0007.so"}
+                                      << "libfoo.0002.so";
+    QTest::newRow("a plain file in another case") << "libfoo.so" << QStringList{"libFoo.so"} << "libfoo.so";
+    QTest::newRow("a plain file of a version in another case")
+        << "libFoo.1.so" << QStringList{"libfoo.so"} << "libFoo.1.so";
+    QTest::newRow("another plugin") << "libfoo.so" << QStringList{"libfool.1.so"} << "libfoo.so";
+}
+
+void tst_PluginName::countsOnAsTheLoaderFindsVersions()
+{
+    QFETCH(QString, dropped);
+    QFETCH(QStringList, files);
+    QTEST(PluginName::parse(dropped).next(files).file(), "next");
 }
 
 QTEST_GUILESS_MAIN(tst_PluginName)

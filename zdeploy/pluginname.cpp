@@ -8,19 +8,6 @@
 
 namespace {
 
-/// The last of `files` in the loader's order, if they are of this plugin.
-PluginName newest(const QString &plugin, const QStringList &files)
-{
-    PluginName result;
-    for (const QString &file : files) {
-        const PluginName name = PluginName::parse(file);
-        if (name.plugin == plugin && (result.plugin.isNull() || result.version.isEmpty() ||
-                                      (!name.version.isEmpty() && name.file() > result.file())))
-            result = name;
-    }
-    return result;
-}
-
 bool isDigit(QChar c) { return c >= QLatin1Char('0') && c <= QLatin1Char('9'); }
 
 /// How many digits follow on `letter` at the end of a version that this file has made: five on "A", six on "B".
@@ -89,9 +76,28 @@ QString PluginName::file() const
                              : QStringLiteral("lib%1.%2.so").arg(plugin, version);
 }
 
+bool PluginName::isSamePlugin(const PluginName &other) const
+{
+    const bool arePlain = version.isEmpty() && other.version.isEmpty();
+    return plugin.compare(other.plugin, arePlain ? Qt::CaseSensitive : Qt::CaseInsensitive) == 0;
+}
+
+PluginName PluginName::newest(const QStringList &files) const
+{
+    PluginName result;
+    for (const QString &file : files) {
+        const PluginName name = parse(file);
+        const bool isNewer = result.plugin.isNull() || result.version.isEmpty() ||
+                             (!name.version.isEmpty() && name.file() > result.file());
+        if (!name.plugin.isNull() && isSamePlugin(name) && isNewer)
+            result = name;
+    }
+    return result;
+}
+
 bool PluginName::isNewest(const QStringList &files) const
 {
-    const PluginName last = newest(plugin, files);
+    const PluginName last = newest(files);
     return last.plugin.isNull() || (!version.isEmpty() && (last.version.isEmpty() || file() > last.file()));
 }
 
@@ -99,7 +105,7 @@ PluginName PluginName::next(const QStringList &files) const
 {
     if (isNewest(files))
         return *this;
-    const QString last = newest(plugin, files).version;
-    const PluginName result{plugin, after(last)};
-    return fitsAFileSystem(result) ? result : PluginName{plugin, shortAfter(last)};
+    const PluginName last = newest(files); // another case may sort before it
+    const PluginName result{last.plugin, after(last.version)};
+    return fitsAFileSystem(result) ? result : PluginName{last.plugin, shortAfter(last.version)};
 }

@@ -16,6 +16,11 @@ struct PluginName
 
     QString file() const;
 
+    /// Whether a loader takes both for one plugin: it looks for versions without regard to case, but not for plain
+    /// files.
+    bool isSamePlugin(const PluginName &other) const;
+    /// The newest of `files` that are of this plugin; null plugin if there is none.
+    PluginName newest(const QStringList &files) const;
     /// Whether this one is newer than all of `files`: their plain file is the oldest, and versions are compared as
     /// texts, which is how the loader sorts them.
     bool isNewest(const QStringList &files) const;

@@ -2,7 +2,10 @@
 #include "drops.h"
 
 #include "configuration.h"
+#include "pluginfiles.h"
 #include "warn.h"
+
+#include "../zdeploy/pluginname.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -28,11 +31,6 @@ QStringList texts(const QJsonArray &array)
 
 QJsonObject sectionOf(const QJsonObject &configuration) { return configuration.value(Section).toObject(); }
 
-QStringList listOf(const QJsonObject &configuration)
-{
-    return texts(sectionOf(configuration).value(LoadList).toArray());
-}
-
 QStringList readNote(const QString &path)
 {
     QFile note(path);
@@ -40,12 +38,10 @@ QStringList readNote(const QString &path)
     return texts(QJsonDocument::fromJson(note.readAll()).array());
 }
 
-/// As the loader finds them: versions without regard to case.
 bool isPluginOf(const QString &file, const QString &name)
 {
-    const bool isVersion = ZDefaultLoader::undecorate(file).contains(QLatin1Char('.'));
-    return ZDefaultLoader::basen(file).compare(ZDefaultLoader::basen(name),
-                                               isVersion ? Qt::CaseInsensitive : Qt::CaseSensitive) == 0;
+    const QString version = ZDefaultLoader::undecorate(file).section(QLatin1Char('.'), 1);
+    return PluginName{ZDefaultLoader::basen(file), version}.isSamePlugin({ZDefaultLoader::basen(name), {}});
 }
 
 } // namespace
@@ -53,8 +49,8 @@ bool isPluginOf(const QString &file, const QString &name)
 Drops::Drops(const Configuration &configuration)
     : m_folder(configuration.folder(QStringLiteral("deployed"))),
       m_remembers(sectionOf(configuration.object).value(QStringLiteral("remember")).toBool()),
-      m_note(QDir(m_folder).filePath(QStringLiteral(".zhost-remembered.json"))), m_names(listOf(configuration.object)),
-      m_seen(plugins())
+      m_note(QDir(m_folder).filePath(QStringLiteral(".zhost-remembered.json"))),
+      m_names(Configuration::loadListOf(configuration.object)), m_seen(pluginFilesIn(m_folder))
 {
     if (!m_remembers || m_folder.isEmpty())
         return;
@@ -71,7 +67,7 @@ QJsonObject Drops::withRemembered(QJsonObject configuration) const
 {
     if (!m_remembered.isEmpty()) {
         QJsonObject section = sectionOf(configuration);
-        section.insert(LoadList, QJsonArray::fromStringList(listOf(configuration) + m_remembered));
+        section.insert(LoadList, QJsonArray::fromStringList(Configuration::loadListOf(configuration) + m_remembered));
         configuration.insert(Section, section);
     }
     return configuration;
@@ -80,7 +76,7 @@ QJsonObject Drops::withRemembered(QJsonObject configuration) const
 QStringList Drops::follow(const QJsonObject &configuration)
 {
     const QStringList before = m_names;
-    m_names = listOf(configuration);
+    m_names = Configuration::loadListOf(configuration);
     QStringList added = m_names;
     for (const QString &name : before)
         added.removeAll(name);
@@ -98,15 +94,10 @@ void Drops::watch(ZLogger *logger)
     look();
 }
 
-QStringList Drops::plugins() const
-{
-    return m_folder.isEmpty() ? QStringList() : QDir(m_folder).entryList({QStringLiteral("lib*.so")}, QDir::Files);
-}
-
 void Drops::look()
 {
     const QStringList before = m_seen;
-    m_seen = plugins();
+    m_seen = pluginFilesIn(m_folder);
     for (const QString &file : qAsConst(m_seen)) {
         if (before.contains(file) || isListed(file))
             continue;

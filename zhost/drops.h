@@ -27,7 +27,6 @@ public:
 
 private:
     Q_DISABLE_COPY(Drops)
-    QStringList plugins() const;
     void look();
     bool isListed(const QString &file) const;
     void remember(const QString &name);
