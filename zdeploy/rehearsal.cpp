@@ -16,6 +16,7 @@
 #include <crashline.h>
 #include <exitguard.h>
 #include <host.h>
+#include <lastwords.h>
 #include <notes.h>
 #include <zdefaultloader.h>
 
@@ -137,7 +138,8 @@ QString rehearse(const QString &deployed, const QJsonObject &object, int seconds
         stage = {copies, answer};
         qInstallMessageHandler(listen);
         sayWhatCrashes();
-        noteCrashes(copies.path(), notes.crashPath());
+        lookForPluginsIn(copies.path());
+        noteEndsAt(notes.crashPath());
         return runHost(within(scratch, object), seconds);
     };
     const QString verdict = confinement.run(work, (seconds + patience) * QThread::idealThreadCount());

@@ -2,9 +2,7 @@
 // All that is reached by a signal's handler calls nothing that allocates or locks: a crash may come anywhere.
 #include "crashline.h"
 
-#include <QFile>
-
-#include <zloading.h>
+#include "lastwords.h"
 
 #include <atomic>
 #include <climits>
@@ -31,37 +29,7 @@ constexpr Crash crashes[] = {{SIGSEGV, "Segmentation fault"},
 
 alignas(16) char handlerStack[64 << 10];
 char pluginFolder[PATH_MAX]; // with a slash at its end; empty if there is none
-char notePath[PATH_MAX];
 std::atomic_flag isTelling = ATOMIC_FLAG_INIT;
-
-/// A text of a limited length.
-class Text
-{
-public:
-    const char *data() const { return m_data; }
-    void add(const char *text)
-    {
-        for (; *text && m_size + 1 < sizeof m_data; ++text)
-            m_data[m_size++] = *text;
-        m_data[m_size] = 0;
-    }
-    void addHex(uintptr_t number)
-    {
-        if (number >= 16)
-            addHex(number / 16);
-        const char digit[] = {"0123456789abcdef"[number % 16], 0};
-        add(digit);
-    }
-    void writeTo(int descriptor) const
-    {
-        if (write(descriptor, m_data, m_size) < 0)
-            return; // there is nobody who could be told
-    }
-
-private:
-    char m_data[2 * PATH_MAX] = {};
-    size_t m_size = 0;
-};
 
 struct Range
 {
@@ -207,7 +175,7 @@ uintptr_t placeInPlugins(const Registers &registers)
 }
 
 /// Adds " in FILE+0xOFFSET", and sets `file`, where the address lies in a file's code.
-void addPlace(Text *line, Text *file, uintptr_t address)
+void addPlace(FixedText *line, FixedText *file, uintptr_t address)
 {
     for (Maps maps; maps.next();) {
         if (!maps.range().contains(address) || !maps.isCode())
@@ -232,29 +200,15 @@ const char *textOf(int number)
 
 void tell(int number, const Registers &registers)
 {
-    static Text line, file, note; // too large for the stack that is left
+    static FixedText line, file; // too large for the stack that is left
     line.add("zhost: ended by ");
     line.add(textOf(number));
     const uintptr_t place = placeInPlugins(registers);
     addPlace(&line, &file, place ? place : registers.instruction);
-    const char *loading = zLoadingHere();
-    if (loading && std::strncmp(loading, "lib", 3) == 0)
-        loading += 3;
-    if (loading) {
-        line.add(", while loading ");
-        line.add(loading);
-    }
+    addLoading(&line);
     line.add("\n");
     line.writeTo(STDERR_FILENO);
-    if (!notePath[0])
-        return;
-    for (const char *const part : {file.data(), "\n", loading ? loading : "", "\n"})
-        note.add(part);
-    note.add(line.data() + std::strlen("zhost: "));
-    const int descriptor = open(notePath, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
-    note.writeTo(descriptor);
-    fsync(descriptor);
-    close(descriptor);
+    noteEnd(file.data(), line.data() + std::strlen("zhost: "));
 }
 
 void handle(int number, siginfo_t *info, void *context)
@@ -267,14 +221,6 @@ void handle(int number, siginfo_t *info, void *context)
     std::signal(number, SIG_DFL);
     if (info->si_code <= 0) // it was sent: what comes back to its instruction by itself leaves the better core
         raise(number);
-}
-
-void copyPath(char (&to)[PATH_MAX], const QString &path)
-{
-    const QByteArray name = QFile::encodeName(path);
-    to[0] = 0;
-    if (name.size() < PATH_MAX)
-        std::memcpy(to, name.constData(), static_cast<size_t>(name.size()) + 1);
 }
 
 } // namespace
@@ -298,8 +244,7 @@ void sayWhatCrashes()
     }
 }
 
-void noteCrashes(const QString &folder, const QString &note)
+void lookForPluginsIn(const QString &folder)
 {
     copyPath(pluginFolder, folder.isEmpty() ? folder : folder + QLatin1Char('/'));
-    copyPath(notePath, note);
 }

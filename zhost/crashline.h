@@ -15,6 +15,5 @@
  */
 void sayWhatCrashes();
 
-/// Files in `folder`, by its canonical path, are plugins. What is said is written to the file `note` as well, unless
-/// that is empty: the path of the file, the name of what was being loaded, and what ended the process, a line each.
-void noteCrashes(const QString &folder, const QString &note);
+/// Files in `folder`, by its canonical path, are plugins.
+void lookForPluginsIn(const QString &folder);

@@ -2,6 +2,7 @@
 #include "exitguard.h"
 
 #include "exitcode.h"
+#include "lastwords.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -48,8 +49,11 @@ void handleExit(int status, void *)
     if (!isGuarded)
         return;
     const QString plugin = pluginOnStack();
-    tellOf(QStringLiteral("ended by exit(%1), called by %2")
-               .arg(QString::number(status), plugin.isEmpty() ? QStringLiteral("a plugin") : plugin));
+    const QString line = QStringLiteral("ended by exit(%1), called by %2")
+                             .arg(QString::number(status), plugin.isEmpty() ? QStringLiteral("a plugin") : plugin);
+    tellOf(line);
+    const QString file = plugin.isEmpty() ? plugin : QFileInfo(plugin).canonicalFilePath();
+    noteEnd(QFile::encodeName(file), QFile::encodeName(line + QLatin1Char('\n')));
     std::fflush(nullptr);
     std::_Exit(EndedByPlugin); // what is left to do at an exit takes for granted that the host has ended
 }

@@ -4,7 +4,8 @@
 #include "say.h"
 
 /// While it lives nobody but a plugin has a reason to call `exit()`: this is said, with the plugin's file where the
-/// stack tells, and the exit status is `EndedByPlugin`, whatever the plugin had in mind. One object in a process.
+/// stack tells, and noted as a crash is; the exit status is `EndedByPlugin`, whatever the plugin had in mind. One
+/// object in a process.
 class ExitGuard
 {
 public:

@@ -7,6 +7,7 @@
 #include "exitguard.h"
 #include "folderlock.h"
 #include "host.h"
+#include "lastwords.h"
 #include "logformat.h"
 #include "printable.h"
 #include "say.h"
@@ -15,6 +16,7 @@
 #include "tellfindings.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QJsonDocument>
 #include <QTimer>
 
@@ -82,8 +84,11 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     if (attendance)
         attendance->end();
     const bool isDone = StopSignals::isStopWanted() || result;
-    if (!isDone)
-        complain(QStringLiteral("ended by quit(), called by a plugin"));
+    if (!isDone) {
+        const QString line = QStringLiteral("ended by quit(), called by a plugin");
+        complain(line);
+        noteEnd("", QFile::encodeName(line + QLatin1Char('\n')).constData()); // which one is not known
+    }
     const int asTold = result.value_or(commandLine.isCall ? Wrong : Success); // a signal may have come before the call
     const int exitCode = isDone ? asTold : EndedByPlugin;
     QStringList running = host ? host->stop() : QStringList();

@@ -4,6 +4,7 @@
 #include "configuration.h"
 #include "crashline.h"
 #include "healthcheck.h"
+#include "lastwords.h"
 #include "redeployment.h"
 
 #include "../zdeploy/pluginname.h"
@@ -109,9 +110,10 @@ Probation::Probation(const Configuration &configuration)
 /// Whenever it is killed, the next start goes on where it was: what is to be taken back is noted first.
 bool Probation::begin()
 {
-    noteCrashes(m_deployed, m_isOn ? m_notes.crashPath() : QString());
+    lookForPluginsIn(m_deployed);
     if (!m_isOn)
         return true;
+    noteEndsAt(m_notes.crashPath());
     Notes::Start start = m_notes.start();
     if (start.taking.isEmpty() && !judge(&start))
         return false;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stopsignals.h"
 
+#include "lastwords.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -60,9 +62,11 @@ void boundStop()
         return;
     isBounded = true;
     std::signal(SIGALRM, [](int) {
-        const char line[] = "zhost: something does not end; ended by force\n";
-        if (write(STDERR_FILENO, line, sizeof line - 1) >= 0)
-            _exit(EXIT_FAILURE);
+        static FixedText line; // too large for a stack that may be short
+        line.add("zhost: something does not end");
+        addLoading(&line); // on the main thread, to which the kernel gives the signal
+        line.add("; ended by force\n");
+        line.writeTo(STDERR_FILENO);
         _exit(EXIT_FAILURE);
     });
     alarm(StopSeconds);
