@@ -3,6 +3,7 @@
 #include "testcase.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -13,11 +14,15 @@
 #include <QRegularExpression>
 #include <QSet>
 
+#include <cerrno>
 #include <csignal>
 #include <memory>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 /// The program zhost with plugins that it does not survive, or that are not healthy.
 class tst_Guard : public TestCase
@@ -50,6 +55,18 @@ private Q_SLOTS:
     void copiedOnesAreNotTakenBackForNothing();
     void anUnhealthyOneDoesNotBecomeGoodByARestart();
     void killedWhileItTakesBackTheNextStartIsRight();
+    void doesNotStartOnWhatCannotBeTakenBack_data();
+    void doesNotStartOnWhatCannotBeTakenBack();
+    void unhealthyVersionThatKeepsItsNameIsNotGood();
+    void whatIsInQuarantineIsNotReplaced_data();
+    void whatIsInQuarantineIsNotReplaced();
+    void whoEndsTheHostIsTakenBackAtOnce_data();
+    void whoEndsTheHostIsTakenBackAtOnce();
+    void whoHangsWhileLoadedIsTakenBackAlone_data();
+    void whoHangsWhileLoadedIsTakenBackAlone();
+    void stopDuringTheLoadIsNoFailure();
+    void versionsInAnotherCaseAreVersions();
+    void takesBackWhileSomebodyDeploys();
 };
 
 namespace {
@@ -64,6 +81,7 @@ const QString Two = QStringLiteral("libguarded.2.so");
 const QString Three = QStringLiteral("libguarded.3.so");
 const QString Four = QStringLiteral("libguarded.4.so");
 
+const QString Last = QStringLiteral("libguarded.9.so");
 const QString Innocent = QStringLiteral("libinnocent.so");
 const QString Watching = QStringLiteral("hot-deploy folder changed"); // when all plugins have been loaded
 
@@ -160,14 +178,21 @@ public:
     /// What "good.json" has.
     QJsonObject good() const { return note(QStringLiteral("good.json")); }
     /// Why `file` was taken back, as "quarantined.json" has it.
-    QString why(const QString &file) const
+    QString why(const QString &file) const { return whyCalled(quarantined(file)); }
+    QString whyCalled(const QString &name) const
     {
-        const QJsonValue entry = note(QStringLiteral("quarantined.json")).value(file);
+        const QJsonValue entry = note(QStringLiteral("quarantined.json")).value(name);
         return entry.toObject().value(QStringLiteral("why")).toString();
     }
     bool isGood(const QString &file) const { return good().contains(file); }
     bool isDeployed(const QString &file) const { return QFile::exists(deployed.filePath(file)); }
     bool isStarting() const { return QFile::exists(deployed.filePath(QStringLiteral(".zhost-starting.json"))); }
+    /// What is being loaded.
+    QByteArray loading() const
+    {
+        QFile note(deployed.filePath(QStringLiteral(".zhost-loading.txt")));
+        return note.open(QIODevice::ReadOnly) ? note.readAll() : QByteArray();
+    }
     /// The plugins there, whatever has become of them.
     QStringList plugins() const { return deployed.files().filter(QStringLiteral("libguarded")); }
 
@@ -189,12 +214,12 @@ private:
 };
 
 /// Runs version 1 until it is good.
-bool startsWell(Site *site, const char *deed = "Serve")
+bool startsWell(Site *site, const char *deed = "Serve", const QString &file = One)
 {
-    site->deployed.drop(guarded(deed), One);
+    site->deployed.drop(guarded(deed), file);
     site->setProbation(Short);
     site->start();
-    const bool isGood = QTest::qWaitFor([&] { return site->isGood(One) && !site->isStarting(); }, Patience);
+    const bool isGood = QTest::qWaitFor([&] { return site->isGood(file) && !site->isStarting(); }, Patience);
     return isGood && site->stop() == 0;
 }
 
@@ -662,6 +687,226 @@ void tst_Guard::killedWhileItTakesBackTheNextStartIsRight()
     }
     const QSet<QStringList> expected{{One, Two}, {One, quarantined(Two)}, {One, quarantined(Two), Three}};
     QCOMPARE(ends, expected);
+}
+
+void tst_Guard::doesNotStartOnWhatCannotBeTakenBack_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("failing");
+    QTest::addColumn<int>("error");
+    QTest::newRow("the name is too long")
+        << QStringLiteral("libguarded.%1.so").arg(QString(230, '2')) << QString() << ENAMETOOLONG;
+    QTest::newRow("the folder is closed")
+        << Two << QStringLiteral("renameat2 %1 libguarded.2.so").arg(EACCES) << EACCES;
+}
+
+void tst_Guard::doesNotStartOnWhatCannotBeTakenBack()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, failing);
+    QFETCH(int, error);
+    Site site;
+    QVERIFY(startsWell(&site));
+    QVERIFY(site.deployed.drop(guarded("CrashInWriter"), file));
+    site.start();
+    QVERIFY(site.crashes());
+    for (int start = 0; start < 2; ++start) {
+        site.start(failing);
+        QCOMPARE(site.exits(), Hopeless);
+        const QString line = QStringLiteral("zhost: %1 should be taken back, but cannot be renamed: %2: ended by ")
+                                 .arg(file, qt_error_string(error));
+        QVERIFY2(site.hasWritten(line), qPrintable(site.written()));
+        QVERIFY(!site.hasWritten(QStringLiteral("loaded: ")));
+    }
+    QVERIFY(QFile::rename(site.deployed.filePath(file), site.deployed.filePath(QStringLiteral("bad")))); // by hand
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QVERIFY(site.hasWritten(QStringLiteral("zhost: %1 is gone already: ended by ").arg(file)));
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::unhealthyVersionThatKeepsItsNameIsNotGood()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    site.setProbation(4000);
+    site.start(QStringLiteral("renameat2 %1 %2").arg(EACCES).arg(site.deployed.filePath(Two)));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), Two));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        site.hasWritten(QStringLiteral("zhost: libguarded.2.so should be taken back, but cannot be renamed: ")),
+        Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(!site.isStarting(), Patience);
+    QVERIFY(site.isGood(One));
+    QVERIFY(!site.isGood(Two));
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::whatIsInQuarantineIsNotReplaced_data()
+{
+    QTest::addColumn<QString>("what");
+    for (const char *const what : {"an older version", "a folder", "a link that leads nowhere"})
+        QTest::newRow(what) << what;
+}
+
+void tst_Guard::whatIsInQuarantineIsNotReplaced()
+{
+    QFETCH(QString, what);
+    Site site;
+    QVERIFY(startsWell(&site));
+    const QString first = quarantined(Two);
+    const QString path = site.deployed.filePath(first);
+    if (what == QStringLiteral("a folder"))
+        QVERIFY(QDir().mkdir(path));
+    else if (what == QStringLiteral("an older version"))
+        QVERIFY(site.deployed.write(first, "older"));
+    else
+        QVERIFY(QFile::link(QStringLiteral("nowhere"), path));
+    struct stat before, after;
+    QCOMPARE(lstat(QFile::encodeName(path).constData(), &before), 0);
+    for (const QString &name : {first + QStringLiteral(".1"), first + QStringLiteral(".2")}) {
+        QVERIFY(site.deployed.drop(guarded("CrashInWriter"), Two));
+        site.start();
+        QVERIFY(site.crashes());
+        site.start();
+        QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+        QVERIFY(site.hasWritten(
+            QStringLiteral("zhost: libguarded.2.so is taken back, and now called %1: ended by ").arg(name)));
+        QVERIFY(site.whyCalled(name).startsWith(QStringLiteral("ended by ")));
+        QVERIFY(!site.isDeployed(Two));
+        QCOMPARE(site.stop(), 0);
+    }
+    QVERIFY(!site.whyCalled(first + QStringLiteral(".1")).isEmpty()); // it is kept
+    QCOMPARE(lstat(QFile::encodeName(path).constData(), &after), 0);
+    QCOMPARE(after.st_ino, before.st_ino);
+}
+
+void tst_Guard::whoEndsTheHostIsTakenBackAtOnce_data()
+{
+    QTest::addColumn<QString>("plugin");
+    QTest::addColumn<QString>("why");
+    QTest::addColumn<bool>("isKnown"); // which one it was
+    QTest::newRow("exit") << guarded("ExitInWriter") << QStringLiteral("ended by exit(0), called by %1\n") << true;
+    QTest::newRow("quit") << guarded("QuitInWriter") << QStringLiteral("ended by quit(), called by a plugin\n")
+                          << false;
+}
+
+void tst_Guard::whoEndsTheHostIsTakenBackAtOnce()
+{
+    QFETCH(QString, plugin);
+    QFETCH(QString, why);
+    QFETCH(bool, isKnown);
+    Site site;
+    QVERIFY(startsWell(&site));
+    site.setProbation(Long);
+    QVERIFY(site.deployed.drop(plugin, Two));
+    QVERIFY(site.deployed.drop(guarded("Serve"), Three));
+    site.start();
+    QCOMPARE(site.exits(), 3);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    const QString reason = isKnown ? why.arg(site.deployed.filePath(Two)) : why;
+    QVERIFY2(site.hasWritten(takenBack(Two) + reason), qPrintable(site.written()));
+    QCOMPARE(site.isDeployed(Three), isKnown);
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::whoHangsWhileLoadedIsTakenBackAlone_data()
+{
+    QTest::addColumn<bool>("isDropped"); // live
+    QTest::addColumn<bool>("isFirst");   // nothing is known to be good
+    QTest::newRow("at a start") << false << false;
+    QTest::newRow("dropped") << true << false;
+    QTest::newRow("first") << false << true;
+    QTest::newRow("first, dropped") << true << true;
+}
+
+void tst_Guard::whoHangsWhileLoadedIsTakenBackAlone()
+{
+    QFETCH(bool, isDropped);
+    QFETCH(bool, isFirst);
+    Site site;
+    QVERIFY(isFirst || startsWell(&site));
+    site.setProbation(isDropped ? Short : Long);
+    QVERIFY(site.deployed.drop(guarded("Serve"), Last));
+    if (isDropped) {
+        site.start();
+        QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Last) && !site.isStarting(), Patience);
+        QCOMPARE(site.loading(), QByteArray());
+        QVERIFY(site.hotDeploy.drop(guarded("HangInWriter"), Two));
+    } else {
+        QVERIFY(site.deployed.drop(guarded("HangInWriter"), Two));
+        site.start();
+    }
+    const QString hangs = QStringLiteral("guarded: hangs\n");
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(hangs), Patience);
+    QCOMPARE(site.loading(), Two.toLatin1());
+    site.kill();
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(hangs), Patience);
+    site.kill();
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Last)), Patience);
+    QVERIFY2(site.hasWritten(takenBack(Two) +
+                             QStringLiteral("2 starts in a row have not come as far as running well, the last while "
+                                            "loading libguarded.2.so\n")),
+             qPrintable(site.written()));
+    QVERIFY(site.isDeployed(Last));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::stopDuringTheLoadIsNoFailure()
+{
+    Site site;
+    QVERIFY(site.deployed.drop(guarded("StopInWriter"), One));
+    QVERIFY(site.deployed.drop(guarded("HangWhenAsked"), Two)); // and nobody asks
+    site.setProbation(Short);
+    for (int start = 0; start < 3; ++start) {
+        site.start();
+        QCOMPARE(site.exits(), 0);
+        QVERIFY(site.hasWritten(loaded(Two)));
+        QVERIFY(!site.isStarting());
+        QCOMPARE(site.loading(), QByteArray());
+        QCOMPARE(site.good(), QJsonObject());
+        QCOMPARE(site.plugins(), QStringList({One, Two}));
+    }
+}
+
+void tst_Guard::versionsInAnotherCaseAreVersions()
+{
+    Site site;
+    QVERIFY(startsWell(&site, "Serve", QStringLiteral("libguarded.so")));
+    site.setProbation(Long);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    const QString bad = QStringLiteral("libGuarded.0001.so");
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), bad));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(takenBack(bad)), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        site.hasWritten(QStringLiteral("zhost: libguarded.so is deployed again, as libGuarded.0002.so\n")), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(QStringLiteral("libGuarded.0002.so"))), Patience);
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::takesBackWhileSomebodyDeploys()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    QVERIFY(QFile::setPermissions(site.deployed.filePath(One), QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+    const QByteArray folder = QFile::encodeName(site.hotDeploy.path());
+    const int descriptor = open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    QVERIFY(flock(descriptor, LOCK_EX) == 0);
+    site.setProbation(Long);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Three)), Patience);
+    close(descriptor);
+    struct stat status;
+    QCOMPARE(stat(QFile::encodeName(site.deployed.filePath(Three)).constData(), &status), 0);
+    QCOMPARE(int(status.st_mode & 07777), 0444); // as zdeploy leaves it, whatever the source has
+    QCOMPARE(site.stop(), 0);
 }
 
 QTEST_GUILESS_MAIN(tst_Guard)

@@ -585,7 +585,11 @@ void tst_ZDeploy::listsWhatIsThere()
     place.deploy({"libb.so", "libb.0001.so", "libb.9.so", "liba.1\033.so"}, {"libb.so", "libb.9.so"});
     place.write(QStringLiteral("deployed/libb.A00000.so.quarantined"), "");
     place.write(QStringLiteral("deployed/libb.A00002.so.quarantined"), "");
-    place.write(QStringLiteral("deployed/quarantined.json"), R"({"libb.A00002.so": {"why": "it\u001b fell"}})");
+    place.write(
+        QStringLiteral("deployed/quarantined.json"),
+        R"({"libb.A00002.so.quarantined": {"why": "it\u001b fell"}, "libb.A00002.so.quarantined.12": {"why": "again"}})");
+    place.write(QStringLiteral("deployed/libb.A00002.so.quarantined.12"), "");
+    place.write(QStringLiteral("deployed/libb.A00002.so.quarantined.old"), ""); // somebody else's
     place.write(QStringLiteral("deployed/libb.9.so"), "exchanged since");
     place.write(QStringLiteral("deployed/config.json"), "");
     place.write(QStringLiteral("hot-deploy/libb.A00001.so"), "");
@@ -598,7 +602,8 @@ void tst_ZDeploy::listsWhatIsThere()
                             "libb.9.so: not known to be good",
                             "libb.A00000.so: quarantined",
                             "libb.A00001.so: waits for a host",
-                            "libb.A00002.so: quarantined: it\\x1b fell"};
+                            "libb.A00002.so: quarantined: it\\x1b fell",
+                            "libb.A00002.so: quarantined, as libb.A00002.so.quarantined.12: again"};
     QCOMPARE(result.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts), lines);
 }
 

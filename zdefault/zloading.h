@@ -17,6 +17,15 @@
 class ZLoading
 {
 public:
+    /// What has become of a load. `Over` comes last, also where neither of the two before has come.
+    enum State
+    {
+        Begun,
+        Loaded,
+        Failed,
+        Over
+    };
+
     /// `name` is the file's, as it is loaded.
     explicit ZLoading(const QString &name);
     ~ZLoading();
@@ -34,6 +43,6 @@ private:
 /// a signal's handler.
 ZDEFAULT_EXPORT const char *zLoadingHere();
 
-/// Has `hear` called after each load, on the thread that loads, with the file's name. To be called before the first
-/// load.
-ZDEFAULT_EXPORT void zTellLoads(void (*hear)(const QByteArray &name, bool isLoaded));
+/// Has `hear` called before and after each load, on the thread that loads, with the file's name. To be called before
+/// the first load.
+ZDEFAULT_EXPORT void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state));

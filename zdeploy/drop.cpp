@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QTemporaryFile>
 
+#include <renameto.h>
 #include <zfilecopy.h>
 
 #include <atomic>
@@ -64,16 +65,6 @@ QString copy(ZFileCopy &from, QTemporaryFile &to)
     default:
         return from.isSettled() ? QString() : QStringLiteral("it has changed while it was copied");
     }
-}
-
-/// False, and errno, where it fails; `to` is never replaced.
-bool renameTo(const QByteArray &from, const QByteArray &to)
-{
-    if (renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
-        return true;
-    if (errno != EINVAL && errno != ENOSYS) // some file systems, such as those of a network, do not know how
-        return false;
-    return link(from.constData(), to.constData()) == 0 && unlink(from.constData()) == 0;
 }
 
 const char *volatile partPath = nullptr; // all that a signal handler can reach, and may use
@@ -156,7 +147,7 @@ Drop::Result Drop::run() const
                         .arg(name.file(), name.next(names).file())};
     }
     const QString goal = QDir(hotDeploy).filePath(name.file());
-    if (!renameTo(QFile::encodeName(part.fileName()), QFile::encodeName(goal)))
+    if (!renameTo(part.fileName(), goal))
         return {{}, QStringLiteral("cannot rename it to %1: %2").arg(goal, systemError())};
     part.setAutoRemove(false);
     folder.sync();

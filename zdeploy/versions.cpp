@@ -5,6 +5,7 @@
 #include <QFileInfo>
 
 #include <notes.h>
+#include <pluginfiles.h>
 
 #include <algorithm>
 
@@ -17,8 +18,8 @@ QFileInfoList filesIn(const QString &folder, const QString &pattern)
 
 bool isBefore(const Version &one, const Version &other)
 {
-    if (one.name.plugin != other.name.plugin)
-        return one.name.plugin < other.name.plugin;
+    if (const int order = one.name.plugin.compare(other.name.plugin, Qt::CaseInsensitive))
+        return order < 0;
     if (one.name.version.isEmpty() != other.name.version.isEmpty())
         return one.name.version.isEmpty();
     return one.name.file() < other.name.file();
@@ -32,8 +33,9 @@ QString Version::describe() const
     case Good:
         return QStringLiteral("%1: good since %2").arg(name.file(), remark);
     case Quarantined:
-        return remark.isEmpty() ? QStringLiteral("%1: quarantined").arg(name.file())
-                                : QStringLiteral("%1: quarantined: %2").arg(name.file(), remark);
+        return QStringLiteral("%1: quarantined%2%3")
+            .arg(name.file(), place.isEmpty() ? place : QStringLiteral(", as ") + place,
+                 remark.isEmpty() ? remark : QStringLiteral(": ") + remark);
     case Waiting:
         return QStringLiteral("%1: waits for a host").arg(name.file());
     default:
@@ -44,29 +46,31 @@ QString Version::describe() const
 QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed)
 {
     QVector<Version> versions;
-    const auto add = [&](const QString &file, Version::State state, const QString &remark = QString()) {
+    const auto add = [&](const QString &file, Version::State state, const QString &remark = {},
+                         const QString &place = {}) {
         const PluginName name = PluginName::parse(file);
         if (!name.plugin.isNull())
-            versions.append({name, state, remark});
+            versions.append({name, state, remark, place});
     };
-    const QString plain = QStringLiteral("lib*.so");
-    const QFileInfoList waiting = filesIn(hotDeploy, plain);
+    const QFileInfoList waiting = filesIn(hotDeploy, PluginPattern);
     for (const QFileInfo &file : waiting)
         add(file.fileName(), Version::Waiting);
     const Notes notes(deployed);
-    const QFileInfoList files = filesIn(deployed, plain);
+    const QFileInfoList files = filesIn(deployed, PluginPattern);
     for (const QFileInfo &file : files) {
         if (notes.isGood(file.fileName()))
             add(file.fileName(), Version::Good, notes.goodSince(file.fileName()));
         else
             add(file.fileName(), Version::Unproven);
     }
-    const QFileInfoList quarantined = filesIn(deployed, plain + Notes::Quarantined);
+    const QFileInfoList quarantined = filesIn(deployed, Notes::QuarantinePattern);
     for (const QFileInfo &file : quarantined) {
-        const QString name = file.fileName().chopped(Notes::Quarantined.size());
-        add(name, Version::Quarantined, notes.whyQuarantined(name));
+        const QString name = file.fileName();
+        const bool isNumbered = !name.endsWith(QLatin1String(".quarantined"));
+        add(Notes::nameBeforeQuarantine(name), Version::Quarantined, notes.whyQuarantined(name),
+            isNumbered ? name : QString());
     }
-    std::sort(versions.begin(), versions.end(), isBefore);
+    std::stable_sort(versions.begin(), versions.end(), isBefore);
     return versions;
 }
 
@@ -75,7 +79,7 @@ PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versi
     bool isNewest = true;
     for (auto version = versions.rbegin(); version != versions.rend(); ++version) {
         const bool isDeployed = version->state == Version::Good || version->state == Version::Unproven;
-        if (version->name.plugin != plugin || !isDeployed)
+        if (!version->name.isSamePlugin({plugin, {}}) || !isDeployed)
             continue;
         if (version->state == Version::Good && !isNewest)
             return version->name;

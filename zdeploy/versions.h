@@ -20,11 +20,13 @@ struct Version
     PluginName name;
     State state;
     QString remark; ///< Since when it is good, or why it is in quarantine, as the host has noted it.
+    QString place;  ///< What a file in quarantine is called, where that has a number.
 
     QString describe() const;
 };
 
-/// All versions in both folders, by plugin, and in the order in which a loader sorts them.
+/// All versions in both folders, by plugin, and in the order in which a loader sorts them. Those in quarantine
+/// come after others of their name.
 QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed);
 
 /// The last good one of `versions` of this plugin before the newest that is deployed; null plugin if there is none.

@@ -30,7 +30,7 @@ The bus endpoint //zhost/printd tells what is wired and what runs.
 Exit status: 0 stopped as told, --check found nothing, --call was handled; 1 something had to be left running,
 --check found something wrong, --call was not handled; 2 the command line or the configuration file cannot be
 used, or a program runs on the deployed folder already; 3 a plugin has ended the program by exit() or quit();
-78 five starts in a row have failed, and no plugin is left that could be taken back.)";
+78 five starts in a row have failed, and no plugin is left that could be taken back, or one cannot be renamed.)";
 
 struct Parser : QCommandLineParser
 {

@@ -25,11 +25,11 @@ QUrl declaredUrl(const QString &path)
 } // namespace
 
 HealthCheck::HealthCheck(const QString &path, ZDbus *bus, QObject *parent)
-    : QObject(parent), m_bus(bus), m_url(declaredUrl(path)), m_isDeclared(!m_url.host().isEmpty())
+    : QObject(parent), m_file(path.section(QLatin1Char('/'), -1)), m_bus(bus), m_url(declaredUrl(path)),
+      m_isDeclared(!m_url.host().isEmpty())
 {
     if (!m_isDeclared) {
-        const QString name = ZDefaultLoader::basen(path.section(QLatin1Char('/'), -1));
-        m_url = QUrl(QStringLiteral("//%1/healthy").arg(name));
+        m_url = QUrl(QStringLiteral("//%1/healthy").arg(ZDefaultLoader::basen(m_file)));
     }
     ask();
     m_timer = startTimer(PeriodMs);

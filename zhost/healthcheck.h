@@ -27,6 +27,8 @@ public:
 
     /// Asks no more, loses its name, and deletes itself as soon as the call that is being made has come back.
     void end();
+    /// The file's name, without its folder.
+    QString file() const { return m_file; }
     QUrl url() const { return m_url; }
     /// By its last answer.
     bool isHealthy() const { return m_failures == 0; }
@@ -46,6 +48,7 @@ private:
     void ask();
     void judge(bool isOver);
 
+    const QString m_file;
     ZDbus *const m_bus;
     QUrl m_url;
     bool m_isDeclared = false;

@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "notes.h"
 
+#include "renameto.h"
+
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QSaveFile>
 
 #include <cerrno>
-#include <cstdio>
 #include <utility>
 
 #include <fcntl.h>
@@ -21,6 +23,7 @@ const QString GoodName = QStringLiteral("good.json");
 const QString QuarantineName = QStringLiteral("quarantined.json");
 const QString StartName = QStringLiteral(".zhost-starting.json"); // hidden: of no use to anybody else
 const QString CrashName = QStringLiteral(".zhost-crash.txt");
+const QString LoadingName = QStringLiteral(".zhost-loading.txt");
 
 const QString Since = QStringLiteral("since");
 const QString Count = QStringLiteral("starts");
@@ -48,6 +51,12 @@ QJsonObject identity(const QString &path)
     return {{QStringLiteral("size"), file.size()}, {QStringLiteral("mtime"), file.lastModified().toMSecsSinceEpoch()}};
 }
 
+QString nameInQuarantine(const QString &file, int number)
+{
+    const QString name = file + QStringLiteral(".quarantined");
+    return number == 0 ? name : QStringLiteral("%1.%2").arg(name, QString::number(number));
+}
+
 /// Has the disk keep the names in `folder`.
 void syncFolder(const QString &folder)
 {
@@ -58,7 +67,7 @@ void syncFolder(const QString &folder)
 
 } // namespace
 
-const QLatin1String Notes::Quarantined(".quarantined");
+const QString Notes::QuarantinePattern = QStringLiteral("lib*.so.quarantined*");
 
 Notes::Notes(const QString &folder) : m_folder(folder), m_good(read(path(GoodName))) {}
 
@@ -136,32 +145,47 @@ Notes::Crash Notes::crash() const
 
 bool Notes::forgetCrash() { return forget(crashPath()); }
 
-bool Notes::quarantine(const QString &file, const QString &why)
+QString Notes::loadingPath() const { return path(LoadingName); }
+
+QString Notes::quarantine(const QString &file, const QString &why)
 {
-    noteQuarantine(file, why);
-    const QByteArray from = QFile::encodeName(path(file));
-    const bool isRenamed = std::rename(from.constData(), from + Quarantined.data()) == 0;
-    const int error = errno;
-    syncFolder(m_folder);
-    errno = error;
-    return isRenamed;
+    for (int number = 0;; ++number) {
+        const QString name = nameInQuarantine(file, number);
+        if (QFileInfo::exists(path(name)))
+            continue;
+        noteQuarantine(name, why);
+        const bool isRenamed = renameTo(path(file), path(name));
+        const int error = errno;
+        if (!isRenamed && error == EEXIST) // such as a link that leads nowhere
+            continue;
+        syncFolder(m_folder);
+        errno = error;
+        return isRenamed ? name : QString();
+    }
 }
 
 /// Those that have been removed, or renamed back, are forgotten.
-void Notes::noteQuarantine(const QString &file, const QString &why)
+void Notes::noteQuarantine(const QString &name, const QString &why)
 {
-    QJsonObject notes{{file, QJsonObject{{Why, why}}}};
+    QJsonObject notes{{name, QJsonObject{{Why, why}}}};
     const QJsonObject before = read(path(QuarantineName));
     for (auto note = before.begin(); note != before.end(); ++note) {
-        if (note.key() != file && QFile::exists(path(note.key() + Quarantined)))
+        if (note.key() != name && QFileInfo::exists(path(note.key())))
             notes.insert(note.key(), note.value());
     }
     write(QuarantineName, notes);
 }
 
-QString Notes::whyQuarantined(const QString &file) const
+QString Notes::whyQuarantined(const QString &name) const
 {
-    return read(path(QuarantineName)).value(file).toObject().value(Why).toString();
+    return read(path(QuarantineName)).value(name).toObject().value(Why).toString();
+}
+
+QString Notes::nameBeforeQuarantine(const QString &name)
+{
+    static const QRegularExpression pattern(QStringLiteral(R"(\A(lib.*\.so)\.quarantined(?:\.[0-9]+)?\z)"),
+                                            QRegularExpression::DotMatchesEverythingOption);
+    return pattern.match(name).captured(1);
 }
 
 bool Notes::write(const QString &name, const QJsonObject &object)

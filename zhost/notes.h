@@ -38,7 +38,7 @@ public:
     bool noteStart(const Start &start);
     bool forgetStart();
 
-    /// What `noteCrashes()` has noted.
+    /// What `noteEnd()` has noted.
     struct Crash
     {
         QString file;    ///< in which it came; empty if that is not one of the folder
@@ -49,16 +49,23 @@ public:
     Crash crash() const;
     bool forgetCrash();
 
-    /// Renames a plugin, so that it is not loaded again. Why, is in "quarantined.json" before that is done.
-    bool quarantine(const QString &file, const QString &why);
-    /// Why the plugin that had this name was renamed; empty if that is not known.
-    QString whyQuarantined(const QString &file) const;
-    /// What `quarantine` appends to a name.
-    static const QLatin1String Quarantined;
+    /// What the process is loading: the note of `Loads`.
+    QString loadingPath() const;
+
+    /// Renames a plugin to "FILE.quarantined", so that it is not loaded again; where that name is taken, to
+    /// "FILE.quarantined.1", and so on. Why, is in "quarantined.json" before that is done. Answers the new name; null,
+    /// and errno, where that fails.
+    QString quarantine(const QString &file, const QString &why);
+    /// Why the plugin that has this name now was renamed; empty if that is not known.
+    QString whyQuarantined(const QString &name) const;
+    /// The name that a file in quarantine had; null if `name` is not that of one.
+    static QString nameBeforeQuarantine(const QString &name);
+    /// What such a name is like, for a folder's list.
+    static const QString QuarantinePattern;
 
 private:
     QString path(const QString &name) const { return m_folder + QLatin1Char('/') + name; }
-    void noteQuarantine(const QString &file, const QString &why);
+    void noteQuarantine(const QString &name, const QString &why);
     bool write(const QString &name, const QJsonObject &object);
     bool forget(const QString &path);
     bool failed(const QString &path, const QString &reason);

@@ -5,19 +5,15 @@
 #include "crashline.h"
 #include "healthcheck.h"
 #include "lastwords.h"
+#include "loads.h"
+#include "pluginfiles.h"
 #include "redeployment.h"
 
 #include "../zdeploy/pluginname.h"
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonObject>
-#include <QMutex>
-#include <QMutexLocker>
-#include <QSet>
-
-#include <zloading.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -31,43 +27,6 @@ constexpr int StartsInARow = 2;
 // More, for somebody else may have killed it: a machine that is short of memory, or its operator.
 constexpr int StartsUntilHopeless = 5;
 
-/// The files, without ".so", that have been loaded and have not failed since. They may have left memory. Plugins are
-/// loaded until the very end, so it is never destroyed.
-struct Loads
-{
-    QMutex mutex;
-    QSet<QByteArray> names;
-
-    static Loads &get()
-    {
-        static auto &loads = *new Loads;
-        return loads;
-    }
-    static void hear(const QByteArray &name, bool isLoaded)
-    {
-        const QMutexLocker locker(&get().mutex);
-        if (isLoaded)
-            get().names.insert(name);
-        else
-            get().names.remove(name);
-    }
-    static QByteArray nameOf(const QString &file) { return QFile::encodeName(QFileInfo(file).completeBaseName()); }
-    static bool contain(const QString &file)
-    {
-        const QMutexLocker locker(&get().mutex);
-        return get().names.contains(nameOf(file));
-    }
-    /// All but those of `files`.
-    static void forgetBut(const QStringList &files)
-    {
-        const QMutexLocker locker(&get().mutex);
-        QSet<QByteArray> kept;
-        for (const QString &file : files)
-            kept.insert(nameOf(file));
-        get().names.intersect(kept);
-    }
-};
-
 QJsonValue guardOf(const QJsonObject &configuration) { return configuration.value(QStringLiteral("guard")); }
 
 /// By its real name, which the kernel shows for what is in memory; empty if there is none.
@@ -77,17 +36,19 @@ QString folderOf(const Configuration &configuration, const QString &key)
     return folder.isEmpty() ? folder : QDir(folder).canonicalPath();
 }
 
-/// The version of `plugin` that is loaded last of `files`, which are in the order of their names; empty if there is
-/// none.
-QString newest(const QString &plugin, const QStringList &files)
+bool isNewest(const QString &file, const QStringList &files)
 {
-    QString result; // the plain file comes first of all
-    for (const QString &file : files) {
-        const PluginName name = PluginName::parse(file);
-        if (name.plugin == plugin && (result.isEmpty() || !name.version.isEmpty()))
-            result = file;
-    }
-    return result;
+    return PluginName::parse(file).newest(files).file() == file;
+}
+
+/// What the check of a file's plugin is called.
+QString checkOf(const QString &file) { return PluginName::parse(file).plugin.toLower(); }
+
+/// Why something is taken back after so many starts, the last of which has ended with `loading`.
+QString reasonFor(int starts, const QStringList &loading)
+{
+    const QString reason = QStringLiteral("%1 starts in a row have not come as far as running well").arg(starts);
+    return loading.isEmpty() ? reason : QStringLiteral("%1, the last while loading %2").arg(reason, loading.first());
 }
 
 void say(const QString &line) { qWarning("zhost: %s", qPrintable(line)); }
@@ -102,7 +63,6 @@ Probation::Probation(const Configuration &configuration)
     m_timer.setSingleShot(true);
     const QJsonObject guard = guardOf(configuration.object).toObject();
     m_timer.setInterval(qMax(0, guard.value(QStringLiteral("probation")).toInt(DefaultMs)));
-    zTellLoads(&Loads::hear);
     connect(&m_timer, &QTimer::timeout, this, &Probation::passed);
     connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, &Probation::look);
 }
@@ -117,11 +77,15 @@ bool Probation::begin()
     Notes::Start start = m_notes.start();
     if (start.taking.isEmpty() && !judge(&start))
         return false;
+    bool areGone = true;
     for (const QString &file : qAsConst(start.taking))
-        takeAway(file, start.why);
+        areGone = takeAway(file, start.why) && areGone;
+    if (!areGone) // the notes stay: what is loaded all the same would be the end of each start
+        return false;
     m_notes.forgetCrash();
     m_notes.noteStart({start.count + 1, {}, {}});
-    m_known = plugins();
+    Loads::listen(m_notes.loadingPath());
+    m_known = pluginFilesIn(m_deployed);
     return true;
 }
 
@@ -129,13 +93,13 @@ bool Probation::begin()
 bool Probation::judge(Notes::Start *start)
 {
     const Notes::Crash crash = m_notes.crash();
-    const bool isInARow = start->count >= StartsInARow;
-    if (!isInARow && crash.text.isEmpty())
+    const QStringList loading = Loads::notedIn(m_notes.loadingPath());
+    if (!loading.isEmpty()) // what was dropped may have hung, and nobody have counted it
+        start->count = qMax(start->count, 1);
+    if (start->count < StartsInARow && crash.text.isEmpty())
         return true;
-    start->taking = toTake(crash);
-    start->why = crash.text.isEmpty()
-                     ? QStringLiteral("%1 starts in a row have not come as far as running well").arg(start->count)
-                     : crash.text;
+    start->why = crash.text.isEmpty() ? reasonFor(start->count, loading) : crash.text;
+    start->taking = toTake(crash.text.isEmpty() ? loading : QStringList{crash.file, crash.loading});
     if (!start->taking.isEmpty()) {
         start->count = 0;
         m_notes.noteStart(*start);
@@ -155,7 +119,7 @@ void Probation::watch(ZDbus *bus)
     m_bus = bus;
     m_watcher.addPath(m_deployed);
     for (const QString &file : qAsConst(m_known)) { // what a stop has kept from its verdict
-        if (!m_notes.isGood(file))
+        if (!m_notes.isGood(file) && isNewest(file, m_known))
             check(file, AtStart);
     }
     look();
@@ -170,6 +134,7 @@ void Probation::end()
     m_timer.stop();
     m_watcher.removePath(m_deployed);
     endChecks();
+    Loads::endNote();
     m_notes.forgetStart();
 }
 
@@ -184,26 +149,21 @@ QStringList Probation::hanging() const
     return urls;
 }
 
-QStringList Probation::plugins() const
-{
-    return QDir(m_deployed).entryList({QStringLiteral("lib*.so")}, QDir::Files, QDir::Name);
-}
-
 QStringList Probation::plugins(bool areGood) const
 {
-    QStringList files = plugins();
+    QStringList files = pluginFilesIn(m_deployed);
     const auto isOther = [&](const QString &file) { return m_notes.isGood(file) != areGood; };
     files.erase(std::remove_if(files.begin(), files.end(), isOther), files.end());
     return files;
 }
 
-/// The guilty one, if it may be that; else all that were not there when the host last ran well.
-QStringList Probation::toTake(const Notes::Crash &crash) const
+/// The first of `suspects` that may be guilty; else all that were not there when the host last ran well.
+QStringList Probation::toTake(const QStringList &suspects) const
 {
     const QStringList fresh = plugins(false);
-    for (const QString &guilty : {crash.file, crash.loading}) {
-        if (fresh.contains(guilty))
-            return {guilty};
+    for (const QString &suspect : suspects) {
+        if (fresh.contains(suspect))
+            return {suspect};
     }
     return plugins(true).isEmpty() ? QStringList() : fresh;
 }
@@ -211,10 +171,10 @@ QStringList Probation::toTake(const Notes::Crash &crash) const
 /// What has been loaded and says nothing bad of itself, and what was noted before.
 QStringList Probation::thoseThatRanWell() const
 {
-    const QStringList files = plugins();
+    const QStringList files = pluginFilesIn(m_deployed);
     const auto isDoubtful = [&](const QString &file) {
-        const auto *const health = findChild<HealthCheck *>(PluginName::parse(file).plugin);
-        const bool isUnhealthy = health && !health->isHealthy() && file == newest(health->objectName(), files);
+        const auto *const health = findChild<HealthCheck *>(checkOf(file));
+        const bool isUnhealthy = health && !health->isHealthy() && health->file() == file;
         return !m_notes.isGood(file) && (isUnhealthy || !Loads::contain(file));
     };
     QStringList result;
@@ -232,28 +192,29 @@ void Probation::passed()
 
 void Probation::look()
 {
-    const QStringList before = std::exchange(m_known, plugins());
-    for (const QString &file : qAsConst(m_known)) {
-        if (before.contains(file) || m_notes.isGood(file))
-            continue;
-        if (!m_timer.isActive()) // else a note is there
-            m_notes.noteStart({1, {}, {}});
-        m_timer.start();
-        check(file, Live);
+    QStringList newcomers = pluginFilesIn(m_deployed);
+    const QStringList before = std::exchange(m_known, newcomers);
+    const auto isKnown = [&](const QString &file) { return before.contains(file) || m_notes.isGood(file); };
+    newcomers.erase(std::remove_if(newcomers.begin(), newcomers.end(), isKnown), newcomers.end());
+    if (newcomers.isEmpty())
+        return;
+    if (!m_timer.isActive()) // else a note is there
+        m_notes.noteStart({1, {}, {}});
+    m_timer.start();
+    for (const QString &file : qAsConst(newcomers)) {
+        if (isNewest(file, newcomers) && !m_again.contains(file)) // the one that came last answers
+            check(file, Live);
     }
 }
 
-/// Asks the plugin of the newcomer `file`: it is the newest version that answers. At a start, when it may not have all
-/// that it needs yet, it is not taken back for what it answers; but it does not become good as long as it is unhealthy.
+/// Asks the plugin of the newcomer `file`. At a start, when it may not have all that it needs yet, it is not taken back
+/// for what it answers; but it does not become good as long as it is unhealthy.
 void Probation::check(const QString &file, Occasion occasion)
 {
-    const QString plugin = PluginName::parse(file).plugin;
-    if (m_again.contains(file) || file != newest(plugin, m_known))
-        return;
-    if (HealthCheck *before = findChild<HealthCheck *>(plugin))
+    if (HealthCheck *before = findChild<HealthCheck *>(checkOf(file)))
         before->end();
     auto *check = new HealthCheck(QDir(m_deployed).filePath(file), m_bus, this);
-    check->setObjectName(plugin);
+    check->setObjectName(checkOf(file));
     if (occasion == AtStart)
         return;
     connect(check, &HealthCheck::failed, this, [this, check, file](const QString &reason) {
@@ -271,25 +232,31 @@ void Probation::endChecks() const
 
 bool Probation::takeAway(const QString &file, const QString &why)
 {
-    const bool isGone = m_notes.quarantine(file, why) || errno == ENOENT; // by a start that was killed
-    if (isGone)
-        say(QStringLiteral("%1 is taken back, and now called %1%2: %3").arg(file, Notes::Quarantined, why));
-    else
+    if (!QFile::exists(QDir(m_deployed).filePath(file))) { // a start has renamed it that was killed then
+        say(QStringLiteral("%1 is gone already: %2").arg(file, why));
+        return true;
+    }
+    const QString name = m_notes.quarantine(file, why);
+    if (name.isNull())
         say(QStringLiteral("%1 should be taken back, but cannot be renamed: %2: %3")
                 .arg(file, qt_error_string(errno), why));
-    return isGone;
+    else
+        say(QStringLiteral("%1 is taken back, and now called %2: %3").arg(file, name, why));
+    return !name.isNull();
 }
 
 /// Under its callers: the version before comes as any new one does.
 void Probation::takeBack(const QString &file, const QString &why)
 {
+    Loads::forget(file); // also where it keeps its name: it is not good
     if (!takeAway(file, why))
         return;
-    const QString before = newest(PluginName::parse(file).plugin, plugins(true));
-    if (before.isEmpty()) {
+    const PluginName good = PluginName::parse(file).newest(plugins(true));
+    if (good.plugin.isNull()) {
         say(QStringLiteral("no version before %1 has run well: it serves on until the host ends").arg(file));
         return;
     }
+    const QString before = good.file();
     const Redeployment::Result again = Redeployment{m_deployed, before, m_hotDeploy}.run();
     if (!again.error.isEmpty()) {
         say(QStringLiteral("%1 cannot be deployed again: %2").arg(before, again.error));

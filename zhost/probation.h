@@ -26,7 +26,8 @@ public:
     explicit Probation(const Configuration &configuration);
 
     /// Before the plugins are loaded: takes back what the last start has not survived. False if too many in a row have
-    /// not been survived, and there is nothing to take back: then the host should not start.
+    /// not been survived and there is nothing to take back, or something cannot be taken back: then the host should not
+    /// start.
     bool begin();
     /// After they have been loaded: what runs from now on, and what is dropped, is on probation.
     void watch(ZDbus *bus);
@@ -37,10 +38,9 @@ public:
 
 private:
     bool judge(Notes::Start *start);
-    QStringList plugins() const;
     QStringList plugins(bool areGood) const;
     QStringList thoseThatRanWell() const;
-    QStringList toTake(const Notes::Crash &crash) const;
+    QStringList toTake(const QStringList &suspects) const;
     void passed();
     void look();
     enum Occasion

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "redeployment.h"
 
+#include "folderlock.h"
 #include "notes.h"
+#include "pluginfiles.h"
+#include "renameto.h"
 
 #include "../zdeploy/pluginname.h"
 
@@ -12,9 +15,8 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 
-#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -22,17 +24,23 @@ namespace {
 const QString PartName = QStringLiteral(".zhost-XXXXXX.part");
 const QString PartPattern = QStringLiteral(".zhost-*.part");
 
+// Who deploys has the lock while he tries a plugin out as well, and takes its name within a moment, at the end.
+constexpr int LockPatienceMs = 500;
+
+// As zdeploy leaves it: everybody may read it, and nobody change the code of what is loaded.
+constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
+
 /// The names of plugins in the two folders, those in quarantine among them: such a one may still be in memory, where a
 /// newcomer of its name would be taken for it.
 QStringList takenNames(const QString &hotDeploy, const QString &deployed)
 {
-    const QStringList filter{QStringLiteral("lib*.so"), QStringLiteral("lib*.so") + Notes::Quarantined};
+    const QStringList filter{PluginPattern, Notes::QuarantinePattern};
     const QDir::Filters all = QDir::AllEntries | QDir::System | QDir::Hidden;
     QStringList names = QDir(hotDeploy).entryList(filter, all); // first: what is moved meanwhile is not missed
     names += QDir(deployed).entryList(filter, all);
     for (QString &name : names) {
-        if (name.endsWith(Notes::Quarantined))
-            name.chop(Notes::Quarantined.size());
+        if (const QString before = Notes::nameBeforeQuarantine(name); !before.isNull())
+            name = before;
     }
     return names;
 }
@@ -48,16 +56,8 @@ bool copy(const QString &source, QTemporaryFile *part)
 {
     static const std::atomic_bool isStopped{false};
     ZFileCopy from(source);
-    return from.open() && part->open() && from.writeTo(*part, isStopped) == ZFileCopy::Complete;
-}
-
-/// False, and errno, where it fails; `to` is not replaced, where the file system has a way to do so.
-bool renameTo(const QString &from, const QString &to)
-{
-    const QByteArray source = QFile::encodeName(from);
-    const QByteArray target = QFile::encodeName(to);
-    return renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0 ||
-           ((errno == EINVAL || errno == ENOSYS) && std::rename(source.constData(), target.constData()) == 0);
+    return from.open() && part->open() && from.writeTo(*part, isStopped) == ZFileCopy::Complete &&
+           fchmod(part->handle(), DroppedMode) == 0;
 }
 
 } // namespace
@@ -65,6 +65,7 @@ bool renameTo(const QString &from, const QString &to)
 Redeployment::Result Redeployment::run() const
 {
     const QDir hot(hotDeploy);
+    const FolderLock lock(hotDeploy, LockPatienceMs); // goes on without it, too: a bad version serves
     removeWhatKilledOnesLeft(hot);
     QTemporaryFile part(hot.filePath(PartName));
     if (!copy(QDir(deployed).filePath(file), &part))

@@ -5,11 +5,14 @@
 #include <zemitter.h>
 #include <zobject.h>
 
+#include <QCoreApplication>
 #include <QJsonObject>
 #include <QTemporaryFile>
 #include <QTimer>
 #include <QUrl>
 
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <thread>
 
@@ -29,7 +32,11 @@ enum Deed
     CrashLater,
     BeUnhealthy,
     HangWhenAsked,
-    NameItsHealth ///< by its metadata; and is unhealthy
+    NameItsHealth, ///< by its metadata; and is unhealthy
+    ExitInWriter,
+    QuitInWriter,
+    HangInWriter,
+    StopInWriter ///< has the host told to stop, and hear of it
 };
 
 __attribute__((no_sanitize("undefined"))) void crash()
@@ -56,6 +63,18 @@ void beginToServe()
         overflow(&depth);
     if (DEED == ThrowOnThread)
         std::thread([] { throw 1; }).join();
+    if (DEED == ExitInWriter)
+        std::exit(0);
+    if (DEED == QuitInWriter)
+        QCoreApplication::quit();
+    if (DEED == HangInWriter)
+        std::fputs("guarded: hangs\n", stderr);
+    while (DEED == HangInWriter)
+        pause();
+    if (DEED == StopInWriter) {
+        std::raise(SIGTERM);
+        QCoreApplication::processEvents();
+    }
 }
 
 } // namespace
