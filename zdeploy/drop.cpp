@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "drop.h"
 
-#include "folderlock.h"
+#include "deployerlock.h"
 #include "inspection.h"
 #include "pluginname.h"
 #include "tryout.h"
@@ -25,8 +25,6 @@
 #include <unistd.h>
 
 namespace {
-
-constexpr int PatienceMs = 10000; // anybody who may read the folder may lock it, and keep it for ever
 
 // Hidden, and without the suffix: nothing that a loader would take.
 const QString PartName = QStringLiteral(".zdeploy-XXXXXX.part");
@@ -110,11 +108,9 @@ Drop::Result Drop::run() const
     if (!error.isEmpty())
         return {{}, error};
 
-    FolderLock folder(hotDeploy, PatienceMs);
+    DeployerLock folder(hotDeploy);
     if (!folder.error().isNull())
         return {{}, folder.error()};
-    if (!folder.holder().isNull())
-        return {{}, QStringLiteral("%1 is being deployed to by %2").arg(hotDeploy, folder.holder())};
     removeWhatKilledOnesLeft(hotDeploy);
 
     // From here on it is the copy that counts: the source may change at any time.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tidying.h"
 
+#include "deployerlock.h"
 #include "runninghost.h"
 #include "versions.h"
 
@@ -8,11 +9,7 @@
 #include <QFile>
 #include <QMap>
 
-#include <folderlock.h>
-
 namespace {
-
-constexpr int PatienceMs = 10000; // with who deploys at the moment
 
 /// Those that have had their turn, the oldest first.
 QStringList oldOnes(const QVector<Version> &versions, const QString &plugin, int keep)
@@ -37,11 +34,9 @@ QStringList oldOnes(const QVector<Version> &versions, const QString &plugin, int
 
 Tidying::Result Tidying::run() const
 {
-    const FolderLock folder(hotDeploy, PatienceMs);
+    const DeployerLock folder(hotDeploy);
     if (!folder.error().isNull())
         return {{}, folder.error()};
-    if (!folder.holder().isNull())
-        return {{}, QStringLiteral("%1 is being deployed to by %2").arg(hotDeploy, folder.holder())};
     const RunningHost host = RunningHost::on(deployed);
     if (host.isThere() && !host.files)
         return {{}, QStringLiteral("cannot tell what %1 has loaded").arg(host.holder.name)};
