@@ -65,6 +65,7 @@ namespace {
 
 Result run(const QStringList &arguments) { return runProgram(QStringLiteral(ZDEPLOY), arguments); }
 
+    void doesNotGoBackWhileAVersionWaits();
 QProcessEnvironment slowDisk()
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -659,3 +660,21 @@ void tst_ZDeploy::goesBackToTheLastGoodVersion()
 QTEST_GUILESS_MAIN(tst_ZDeploy)
 
 #include "tst_zdeploy.moc"
+void tst_ZDeploy::doesNotGoBackWhileAVersionWaits()
+{
+    const Place place;
+    const QStringList files{"libplain.so", "libplain.0001.so"};
+    place.deploy(files, files, contentOf(plugin("plain")));
+    const QStringList arguments{QStringLiteral("--rollback"), QStringLiteral("plain"), place.hotDeploy()};
+    const QString waiting = place.write(QStringLiteral("hot-deploy/libplain.0002.so"), "");
+    place.write(QStringLiteral("hot-deploy/libother.so"), "");
+    const Result result = run(arguments);
+    QCOMPARE(result.err,
+             QStringLiteral("zdeploy: libplain.0002.so still waits for a host: let one load it, or remove it, "
+                            "before you go back\n"));
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(place.dropped(), (QStringList{"libother.so", "libplain.0002.so"}));
+    QVERIFY(QFile::remove(waiting));
+    QCOMPARE(run(arguments).out, QStringLiteral("dropped as libplain.0002.so\n"));
+}
+

@@ -75,7 +75,12 @@ int listAll(const Drop &drop)
 
 int goBack(Drop drop, const QString &plugin, bool waits)
 {
-    const PluginName good = goodBeforeNewest(plugin, versionsIn(drop.hotDeploy, drop.deployed));
+    const QVector<Version> versions = versionsIn(drop.hotDeploy, drop.deployed);
+    const PluginName waiting = lastWaiting(plugin, versions);
+    if (!waiting.plugin.isNull()) // it may come after what is dropped now, and is none to go back from yet
+        return refused(QStringLiteral("%1 still waits for a host: let one load it, or remove it, before you go back")
+                           .arg(waiting.file()));
+    const PluginName good = goodBeforeNewest(plugin, versions);
     if (good.plugin.isNull())
         return refused(QStringLiteral("%1 has no good version before the newest").arg(plugin));
     drop.source = QDir::cleanPath(QDir(drop.deployed).filePath(good.file()));

@@ -77,6 +77,15 @@ QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed)
 PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions)
 {
     bool isNewest = true;
+PluginName lastWaiting(const QString &plugin, const QVector<Version> &versions)
+{
+    const auto isWaiting = [&](const Version &version) {
+        return version.name.plugin == plugin && version.state == Version::Waiting;
+    };
+    const auto last = std::find_if(versions.rbegin(), versions.rend(), isWaiting);
+    return last == versions.rend() ? PluginName() : last->name;
+}
+
     for (auto version = versions.rbegin(); version != versions.rend(); ++version) {
         const bool isDeployed = version->state == Version::Good || version->state == Version::Unproven;
         if (!version->name.isSamePlugin({plugin, {}}) || !isDeployed)

@@ -30,4 +30,7 @@ struct Version
 QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed);
 
 /// The last good one of `versions` of this plugin before the newest that is deployed; null plugin if there is none.
+/// The last of `versions` of this plugin that no host has come for; null plugin if there is none.
+PluginName lastWaiting(const QString &plugin, const QVector<Version> &versions);
+
 PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions);
