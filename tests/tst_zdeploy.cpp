@@ -18,7 +18,9 @@
 #include <csignal>
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,15 +59,19 @@ private Q_SLOTS:
     void tidiesUpWhatAKilledOneLeft();
     void aRunningHostLoadsWhatIsDropped();
     void listsWhatIsThere();
+    void listsEachVersionOnItsOwnLine();
+    void listsNothingWhereNothingIs();
+    void refusesAFolderThatItCannotRead_data();
+    void refusesAFolderThatItCannotRead();
     void goesBackToTheLastGoodVersion_data();
     void goesBackToTheLastGoodVersion();
+    void doesNotGoBackWhileAVersionWaits();
 };
 
 namespace {
 
 Result run(const QStringList &arguments) { return runProgram(QStringLiteral(ZDEPLOY), arguments); }
 
-    void doesNotGoBackWhileAVersionWaits();
 QProcessEnvironment slowDisk()
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -74,6 +80,17 @@ QProcessEnvironment slowDisk()
     environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0"));
     return environment;
 }
+
+/// A process that has to keep to permissions, also where it is root's.
+class BoundProcess : public QProcess
+{
+protected:
+    void setupChildProcess() override
+    {
+        for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH})
+            prctl(PR_CAPBSET_DROP, right);
+    }
+};
 
 QString plugin(const char *name) { return pluginFile(QString::fromLatin1(name)); }
 
@@ -591,6 +608,7 @@ void tst_ZDeploy::listsWhatIsThere()
         R"({"libb.A00002.so.quarantined": {"why": "it\u001b fell"}, "libb.A00002.so.quarantined.12": {"why": "again"}})");
     place.write(QStringLiteral("deployed/libb.A00002.so.quarantined.12"), "");
     place.write(QStringLiteral("deployed/libb.A00002.so.quarantined.old"), ""); // somebody else's
+    place.write(QStringLiteral("deployed/libb.9.so.quarantined.1"), "");        // of an earlier file of this name
     place.write(QStringLiteral("deployed/libb.9.so"), "exchanged since");
     place.write(QStringLiteral("deployed/config.json"), "");
     place.write(QStringLiteral("hot-deploy/libb.A00001.so"), "");
@@ -601,11 +619,58 @@ void tst_ZDeploy::listsWhatIsThere()
                             "libb.so: good since 2026-11-21T10:00:00",
                             "libb.0001.so: not known to be good",
                             "libb.9.so: not known to be good",
+                            "libb.9.so: quarantined",
                             "libb.A00000.so: quarantined",
                             "libb.A00001.so: waits for a host",
                             "libb.A00002.so: quarantined: it\\x1b fell",
                             "libb.A00002.so: quarantined, as libb.A00002.so.quarantined.12: again"};
     QCOMPARE(result.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts), lines);
+}
+
+void tst_ZDeploy::listsEachVersionOnItsOwnLine()
+{
+    const Place place;
+    place.write(QStringLiteral("deployed/libb\nliba.so: good.so"), "");
+    QStringList lines{"libb\\nliba.so: good.so: not known to be good"};
+    for (int i = 0; i < 100; ++i) {
+        const QString file = QStringLiteral("libc.%1.so").arg(i, 4, 10, QLatin1Char('0'));
+        place.write(QStringLiteral("deployed/") + file, "");
+        lines.append(file + QStringLiteral(": not known to be good"));
+    }
+    QCOMPARE(run({QStringLiteral("--list"), place.hotDeploy()}).out.split(QLatin1Char('\n'), Qt::SkipEmptyParts),
+             lines);
+}
+
+void tst_ZDeploy::listsNothingWhereNothingIs()
+{
+    const Result result = run({QStringLiteral("--list"), Place().hotDeploy()});
+    QCOMPARE(result.out + result.err, QString());
+    QCOMPARE(result.exitCode, 0);
+}
+
+void tst_ZDeploy::refusesAFolderThatItCannotRead_data()
+{
+    QTest::addColumn<QString>("folder");
+    QTest::newRow("hot-deploy") << "hot-deploy";
+    QTest::newRow("deployed") << "deployed";
+}
+
+void tst_ZDeploy::refusesAFolderThatItCannotRead()
+{
+    QFETCH(QString, folder);
+    const Place place;
+    const QString path = QDir(place.path()).filePath(folder);
+    QVERIFY(QFile::setPermissions(path, QFile::WriteOwner | QFile::ExeOwner));
+    const QString reason = QStringLiteral("zdeploy: %1 cannot be read; see zdeploy --help\n").arg(path);
+    for (const QStringList &task : {QStringList{"--list"}, QStringList{plugin("plain")}}) {
+        BoundProcess process;
+        process.start(QStringLiteral(ZDEPLOY), task + QStringList{place.hotDeploy()});
+        const Result result = finish(process);
+        QCOMPARE(result.err, reason);
+        QCOMPARE(result.exitCode, 2);
+    }
+    QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    QCOMPARE(place.dropped(), QStringList());
 }
 
 void tst_ZDeploy::goesBackToTheLastGoodVersion_data()
@@ -657,9 +722,6 @@ void tst_ZDeploy::goesBackToTheLastGoodVersion()
              contentOf(place.deployed() + QLatin1Char('/') + source));
 }
 
-QTEST_GUILESS_MAIN(tst_ZDeploy)
-
-#include "tst_zdeploy.moc"
 void tst_ZDeploy::doesNotGoBackWhileAVersionWaits()
 {
     const Place place;
@@ -678,3 +740,6 @@ void tst_ZDeploy::doesNotGoBackWhileAVersionWaits()
     QCOMPARE(run(arguments).out, QStringLiteral("dropped as libplain.0002.so\n"));
 }
 
+QTEST_GUILESS_MAIN(tst_ZDeploy)
+
+#include "tst_zdeploy.moc"

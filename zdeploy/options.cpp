@@ -141,6 +141,7 @@ private:
         return readFolders(arguments.constLast());
     }
 
+    /// The loader's folders, which are all looked at: a version that is not seen would be dropped once more.
     QString readFolders(const QString &name)
     {
         const QFileInfo hotDeploy(name);
@@ -157,6 +158,10 @@ private:
         if (QFileInfo(drop.deployed).canonicalFilePath() == real.path())
             return QStringLiteral("%1 is the folder to which plugins are moved: name the one that is watched")
                 .arg(drop.hotDeploy);
+        for (const QString &folder : {drop.hotDeploy, drop.deployed}) {
+            if (!QFileInfo(folder).isReadable())
+                return QStringLiteral("%1 cannot be read").arg(QDir::cleanPath(folder));
+        }
         return {};
     }
 

@@ -11,9 +11,9 @@
 
 namespace {
 
-QFileInfoList filesIn(const QString &folder, const QString &pattern)
+QFileInfoList filesIn(const QString &folder, const QStringList &patterns)
 {
-    return QDir(folder).entryInfoList({pattern}, QDir::AllEntries | QDir::System | QDir::Hidden);
+    return QDir(folder).entryInfoList(patterns, QDir::AllEntries | QDir::System | QDir::Hidden);
 }
 
 bool isBefore(const Version &one, const Version &other)
@@ -22,7 +22,9 @@ bool isBefore(const Version &one, const Version &other)
         return order < 0;
     if (one.name.version.isEmpty() != other.name.version.isEmpty())
         return one.name.version.isEmpty();
-    return one.name.file() < other.name.file();
+    if (one.name.version != other.name.version)
+        return one.name.file() < other.name.file();
+    return one.state < other.state; // the one that counts comes first
 }
 
 } // namespace
@@ -74,18 +76,18 @@ QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed)
     return versions;
 }
 
-PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions)
-{
-    bool isNewest = true;
 PluginName lastWaiting(const QString &plugin, const QVector<Version> &versions)
 {
     const auto isWaiting = [&](const Version &version) {
-        return version.name.plugin == plugin && version.state == Version::Waiting;
+        return version.name.isSamePlugin({plugin, {}}) && version.state == Version::Waiting;
     };
     const auto last = std::find_if(versions.rbegin(), versions.rend(), isWaiting);
     return last == versions.rend() ? PluginName() : last->name;
 }
 
+PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions)
+{
+    bool isNewest = true;
     for (auto version = versions.rbegin(); version != versions.rend(); ++version) {
         const bool isDeployed = version->state == Version::Good || version->state == Version::Unproven;
         if (!version->name.isSamePlugin({plugin, {}}) || !isDeployed)

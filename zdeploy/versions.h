@@ -25,12 +25,12 @@ struct Version
     QString describe() const;
 };
 
-/// All versions in both folders, by plugin, and in the order in which a loader sorts them. Those in quarantine
-/// come after others of their name.
+/// All versions in both folders, by plugin, and in the order in which a loader sorts them. Those in quarantine come
+/// after others of their name.
 QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed);
 
-/// The last good one of `versions` of this plugin before the newest that is deployed; null plugin if there is none.
 /// The last of `versions` of this plugin that no host has come for; null plugin if there is none.
 PluginName lastWaiting(const QString &plugin, const QVector<Version> &versions);
 
+/// The last good one of `versions` of this plugin before the newest that is deployed; null plugin if there is none.
 PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions);
