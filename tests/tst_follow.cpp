@@ -47,16 +47,10 @@ public:
 
     void startHost()
     {
-        const QJsonObject loader{{QStringLiteral("deployed"), place.deployed()},
-                                 {QStringLiteral("hot-deploy"), place.hotDeploy()}};
-        const QJsonObject logger{{QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), 3}}}};
-        const QJsonObject configuration{
-            {QStringLiteral("loader"), loader}, {QStringLiteral("logger"), logger}, {QStringLiteral("guard"), m_guard}};
-        // The sanitizers tell of crashes themselves, if they may.
-        const QString quiet = QStringLiteral("handle_segv=0:handle_sigbus=0:use_sigaltstack=0");
-        const QMap<QString, QString> variables{{QStringLiteral("RESTLESS"), m_restless},
-                                               {QStringLiteral("ASAN_OPTIONS"), quiet + ":detect_leaks=0"},
-                                               {QStringLiteral("TSAN_OPTIONS"), quiet}};
+        QJsonObject configuration = loaderOf(place.deployed(), place.hotDeploy());
+        configuration.insert(QStringLiteral("guard"), m_guard);
+        QMap<QString, QString> variables = withoutSanitizersSignals();
+        variables.insert(QStringLiteral("RESTLESS"), m_restless);
         host = std::make_unique<Running>(configuration, variables, QStringList());
     }
     bool isWatching() const
@@ -204,8 +198,9 @@ void tst_Follow::tellsThatAFileIsNotLoaded()
     QVERIFY(site.isWatching());
     site.start(pluginFile(QStringLiteral("restless")));
     const Result result = site.end();
-    QCOMPARE(result.err, QStringLiteral("zdeploy: librestless.so is not noted as good: it could not be loaded, or is not "
-                                        "healthy; the log of the host tells\n"));
+    QCOMPARE(result.err,
+             QStringLiteral("zdeploy: librestless.so is not noted as good: it could not be loaded, or is not "
+                            "healthy; the log of the host tells\n"));
     QCOMPARE(result.exitCode, 1);
 }
 

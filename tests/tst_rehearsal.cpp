@@ -19,6 +19,7 @@ private Q_SLOTS:
     void tellsWhichPluginIsToBlame_data();
     void tellsWhichPluginIsToBlame();
     void runsTheTimetable();
+    void tellsWhichCallOfTheTimetableHangs();
     void runsWhatWasRemembered();
     void rehearsesBesideARunningHost();
     void givesUpTheRightsOfRoot();
@@ -38,32 +39,35 @@ public:
     {
         place.write(QStringLiteral("deployed/") + file, contentOf(pluginFile(plugin)));
     }
+    /// Under its plain name.
+    void deploy(const QString &plugin) const { deploy(plugin, QStringLiteral("lib%1.so").arg(plugin)); }
+    /// The plugin "guarded", which does its deed.
+    void deployGuarded(const char *deed = "Serve", const QString &file = QStringLiteral("libguarded.so")) const
+    {
+        deploy(QStringLiteral("guarded_%1").arg(QLatin1String(deed)), file);
+    }
 
     QJsonObject object(const QStringList &names) const
     {
-        const QJsonObject loader{{QStringLiteral("deployed"), place.deployed()},
-                                 {QStringLiteral("hot-deploy"), place.hotDeploy()},
-                                 {QStringLiteral("remember"), true},
-                                 {QStringLiteral("load-list"), QJsonArray::fromStringList(names)}};
-        const QJsonObject logger{{QStringLiteral("warning"), 0},
-                                 {QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), 3}}}};
-        return {{QStringLiteral("loader"), loader},
-                {QStringLiteral("logger"), logger},
-                {QStringLiteral("filesystem"), QJsonObject{{QStringLiteral("temporary-folder"), place.path()}}},
-                {QStringLiteral("schedule"), schedule}};
+        QJsonObject object = loaderOf(place.deployed(), place.hotDeploy(), names);
+        const auto set = [&](const char *section, const char *key, const QJsonValue &value) {
+            QJsonObject changed = object.value(QLatin1String(section)).toObject();
+            changed.insert(QLatin1String(key), value);
+            object.insert(QLatin1String(section), changed);
+        };
+        set("loader", "remember", true);
+        set("logger", "warning", 0);
+        set("filesystem", "temporary-folder", place.path());
+        object.insert(QStringLiteral("schedule"), schedule);
+        return object;
     }
 
     /// For a second, unless it is refused before.
     Result rehearse(const QStringList &names, const QMap<QString, QString> &variables = {}, int patience = 60) const
     {
         QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        // The sanitizers tell of crashes themselves, if they may.
-        const QString quiet = QStringLiteral("handle_segv=0:handle_sigbus=0:use_sigaltstack=0");
-        environment.insert(QStringLiteral("ASAN_OPTIONS"), quiet + QStringLiteral(":detect_leaks=0"));
-        environment.insert(QStringLiteral("TSAN_OPTIONS"), quiet);
-        for (auto variable = variables.begin(); variable != variables.end(); ++variable)
-            environment.insert(variable.key(), variable.value());
+        QProcessEnvironment environment = environmentWith(withoutSanitizersSignals());
+        environment.insert(environmentOf(variables));
         process.setProcessEnvironment(environment);
         place.write(QStringLiteral("config.json"), QJsonDocument(object(names)).toJson());
         process.start(QStringLiteral(ZDEPLOY),
@@ -84,9 +88,9 @@ public:
 void tst_Rehearsal::findsNothingWrongWithWhatRuns()
 {
     Site site;
-    site.deploy(QStringLiteral("guarded_Serve"), QStringLiteral("libguarded.1.so"));
-    site.deploy(QStringLiteral("guarded_Serve"), QStringLiteral("libguarded.2.so"));
-    site.deploy(QStringLiteral("caller"), QStringLiteral("libcaller.so"));
+    for (const char *const file : {"libguarded.1.so", "libguarded.2.so"})
+        site.deployGuarded("Serve", QString::fromLatin1(file));
+    site.deploy(QStringLiteral("caller"));
     site.schedule = {entry("//guarded/work")};
     const Result result = site.rehearse({QStringLiteral("guarded"), QStringLiteral("caller")});
     QCOMPARE(result.err, QString());
@@ -97,7 +101,7 @@ void tst_Rehearsal::findsNothingWrongWithWhatRuns()
 void tst_Rehearsal::touchesNothing()
 {
     const Site site;
-    site.deploy(QStringLiteral("plain"), QStringLiteral("libplain.so"));
+    site.deploy(QStringLiteral("plain"));
     site.place.write(QStringLiteral("zhost.AbCdEf"), "in use");
     site.place.write(QStringLiteral("hot-deploy/libplain.1.so"), contentOf(pluginFile(QStringLiteral("plain"))));
     QDir(site.place.path()).mkdir(QStringLiteral("scratch"));
@@ -124,8 +128,12 @@ void tst_Rehearsal::tellsWhichPluginIsToBlame_data()
     row("guarded_ThrowOnThread", "", "ended by Aborted in libbad\\.1\\.so\\+0x[0-9a-f]+.*");
     row("restless", "constructor throw", "failed to load libbad\\.1: .*thrown with a \\\\x1b\\[2J in it");
     row("restless", "writer throw", "failed to load libbad\\.1: .*thrown with a \\\\x1b\\[2J in it");
-    row("restless", "writer hang", "loading the plugins does not end");
-    row("restless", "end hang", "stopping does not end");
+    row("restless", "constructor hang",
+        "loading the plugins does not end, in libbad\\.1\\.so, while loading libbad\\.1\\.so");
+    row("restless", "writer hang",
+        "loading the plugins does not end, in libbad\\.1\\.so, while loading libbad\\.1\\.so");
+    row("restless", "quit hang", "stopping does not end, in libbad\\.1\\.so");
+    row("restless", "end hang", "stopping does not end, in libbad\\.1\\.so");
     row("restless", "quit abort", "ended by Aborted in libbad\\.1\\.so\\+0x[0-9a-f]+");
     row("unruly", "exit", "ended by exit\\(0\\), called by libbad\\.1\\.so");
     row("unruly", "exit on a thread", "ended by exit\\(0\\), called by libbad\\.1\\.so");
@@ -141,7 +149,7 @@ void tst_Rehearsal::tellsWhichPluginIsToBlame()
     QFETCH(QString, deed);
     QFETCH(QString, pattern);
     const Site site;
-    site.deploy(QStringLiteral("plain"), QStringLiteral("libplain.so"));
+    site.deploy(QStringLiteral("plain"));
     site.deploy(plugin, QStringLiteral("libbad.1.so"));
     const QMap<QString, QString> variables{{QStringLiteral("RESTLESS"), deed},
                                            {QStringLiteral("RESTLESS_FILE"), site.place.path() + "/told"},
@@ -158,17 +166,30 @@ void tst_Rehearsal::tellsWhichPluginIsToBlame()
 void tst_Rehearsal::runsTheTimetable()
 {
     Site site;
-    site.deploy(QStringLiteral("guarded_Serve"), QStringLiteral("libguarded.so"));
+    site.deployGuarded();
     site.schedule = {entry("//guarded/crash")};
     const QString err = site.rehearse({QStringLiteral("guarded")}).err;
     QVERIFY2(err.contains(QStringLiteral("is refused: ended by Segmentation fault in libguarded.so+0x")),
              qPrintable(err));
 }
 
+void tst_Rehearsal::tellsWhichCallOfTheTimetableHangs()
+{
+    constexpr int Seconds = 12; // the host has its own patience with calls, and names none before
+    Site site;
+    site.deployGuarded("HangWhenAsked");
+    site.schedule = {entry("//guarded/healthy", false)};
+    const Result result = site.rehearse({QStringLiteral("guarded")}, {}, Seconds);
+    const QString line = QStringLiteral("\\Azdeploy: %1 is refused: [^ ]*\\(//guarded/healthy, [^ ]* does not end\n\\z")
+                             .arg(QRegularExpression::escape(site.configuration));
+    QVERIFY2(QRegularExpression(line).match(result.err).hasMatch(), qPrintable(result.err));
+    QCOMPARE(result.exitCode, 1);
+}
+
 void tst_Rehearsal::runsWhatWasRemembered()
 {
     const Site site;
-    site.deploy(QStringLiteral("guarded_CrashInWriter"), QStringLiteral("libguarded.so"));
+    site.deployGuarded("CrashInWriter");
     QCOMPARE(site.rehearse({}).exitCode, 0);
     site.place.write(QStringLiteral("deployed/.zhost-remembered.json"), "[\"guarded\"]");
     const QString err = site.rehearse({}).err;
@@ -178,7 +199,7 @@ void tst_Rehearsal::runsWhatWasRemembered()
 void tst_Rehearsal::rehearsesBesideARunningHost()
 {
     const Site site;
-    site.deploy(QStringLiteral("guarded_Serve"), QStringLiteral("libguarded.so"));
+    site.deployGuarded();
     Running host(site.object({QStringLiteral("guarded")}));
     QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed")), Patience);
     const Result result = site.rehearse({QStringLiteral("guarded")});
@@ -194,7 +215,7 @@ void tst_Rehearsal::givesUpTheRightsOfRoot()
         return QTest::qSkip("only root has rights to give up", __FILE__, __LINE__);
     constexpr uid_t Nobody = 65534;
     const Site site;
-    site.deploy(QStringLiteral("restless"), QStringLiteral("librestless.so"));
+    site.deploy(QStringLiteral("restless"));
     QCOMPARE(chmod(QFile::encodeName(site.place.path()).constData(), 01777), 0);
     QCOMPARE(chown(QFile::encodeName(site.place.deployed()).constData(), Nobody, Nobody), 0);
     const QString file = site.place.path() + QStringLiteral("/told");

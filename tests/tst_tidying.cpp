@@ -92,11 +92,7 @@ void tst_Tidying::neverRemovesWhatIsLoaded()
     const Place place;
     const QByteArray content = contentOf(pluginFile(QStringLiteral("guarded_Serve")));
     place.deploy({"libguarded.1.so"}, {}, content);
-    const QJsonObject loader{{QStringLiteral("deployed"), place.deployed()},
-                             {QStringLiteral("hot-deploy"), place.hotDeploy()},
-                             {QStringLiteral("load-list"), QJsonArray{"guarded"}}};
-    const QJsonObject logger{{QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), 3}}}};
-    Running host({{QStringLiteral("loader"), loader}, {QStringLiteral("logger"), logger}});
+    Running host(loaderOf(place.deployed(), place.hotDeploy(), {QStringLiteral("guarded")}));
     QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed")), Patience);
     place.deploy({"libguarded.2.so", "libguarded.3.so"}, {}, content); // which it does not load
     const Result result = keep(place, 1);

@@ -23,7 +23,8 @@
 
 namespace {
 
-constexpr int GraceSeconds = 30; // for the watching process, which ends by itself
+constexpr int GraceSeconds = 30;  // for the watching process, which ends by itself
+constexpr int LastWordsMs = 2000; // to write down where it hangs
 
 bool isHungUp(int descriptor)
 {
@@ -92,15 +93,16 @@ int end(pid_t process)
     return status;
 }
 
-QString verdictOf(const Account &account, End end, int status)
+Confinement::Verdict verdictOf(const Account &account, End end, int status)
 {
     if (account.verdict)
-        return *account.verdict;
+        return {*account.verdict, false};
     if (end == End::Late || (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU))
-        return QStringLiteral("%1 does not end").arg(account.doing);
-    return QStringLiteral("%1 ends the process: %2")
-        .arg(account.doing, WIFSIGNALED(status) ? QString::fromLatin1(strsignal(WTERMSIG(status)))
-                                                : QStringLiteral("exit status %1").arg(WEXITSTATUS(status)));
+        return {QStringLiteral("%1 does not end").arg(account.doing), true};
+    return {QStringLiteral("%1 ends the process: %2")
+                .arg(account.doing, WIFSIGNALED(status) ? QString::fromLatin1(strsignal(WTERMSIG(status)))
+                                                        : QStringLiteral("exit status %1").arg(WEXITSTATUS(status))),
+            false};
 }
 
 QByteArray readAll(int descriptor)
@@ -152,19 +154,23 @@ Confinement::Confinement(const QString &folder, int seconds) : m_deadline(second
 
 bool Confinement::isForNobody() const { return isHungUp(STDIN_FILENO); }
 
-QString Confinement::run(const Work &work, int processorSeconds) const
+Confinement::Verdict Confinement::run(const Work &work, int processorSeconds) const
 {
     int answer[2];
     if (pipe2(answer, O_CLOEXEC | O_NONBLOCK) != 0)
-        return notTriedOut(qt_error_string(errno));
+        return {notTriedOut(qt_error_string(errno)), false};
     const pid_t process = fork();
     if (process == 0) {
         confine(scratch(), processorSeconds, m_signals);
         judge(answer[1], work);
     }
-    QString verdict = notTriedOut(qt_error_string(errno)); // unless there is a process
+    Verdict verdict{notTriedOut(qt_error_string(errno)), false}; // unless there is a process
     if (process > 0) {
         const End how = awaitEnd(process, m_signals, m_deadline);
+        if (how == End::Late) {
+            kill(process, SIGABRT);
+            awaitEnd(process, m_signals, QDeadlineTimer(LastWordsMs));
+        }
         const int status = end(process);
         verdict = verdictOf(Account::read(readAll(answer[0])), how, status);
     }

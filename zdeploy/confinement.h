@@ -26,12 +26,18 @@ public:
     /// A folder, in which anything may be left.
     QString scratch() const { return m_scratch->path(); }
 
+    struct Verdict
+    {
+        QString text; ///< What is wrong; empty if nothing is.
+        bool isHang;  ///< Whether that is that the process has not ended.
+    };
     /// Answers what is wrong, empty if nothing is. `answer` is the descriptor to which an `Account` is written of what
     /// is done.
     using Work = std::function<QString(int answer)>;
     /// Has `work` done by a process with an application object and limits; what is wrong with it, or with how the
-    /// process has ended. `processorSeconds` is what it may use.
-    QString run(const Work &work, int processorSeconds) const;
+    /// process has ended. `processorSeconds` is what it may use. One that does not end is aborted before it is killed,
+    /// so that it can write down where it hangs.
+    Verdict run(const Work &work, int processorSeconds) const;
 
 private:
     QString m_error;

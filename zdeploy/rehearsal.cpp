@@ -29,6 +29,7 @@
 namespace {
 
 const char Option[] = "--rehearse-in"; // DEPLOYED CONFIG SECONDS PATIENCE
+const QString Stopping = QStringLiteral("stopping");
 
 /// Where the process of the host plays. Those who listen to it are functions that know of nothing else.
 struct
@@ -95,6 +96,15 @@ QString copyPlugins(const QString &deployed, const QString &scratch)
     return {};
 }
 
+/// Waits for what the host has left running, which is named where it does not end.
+void awaitRest(Host *host)
+{
+    for (QStringList left = host->stop(); !left.isEmpty(); left = host->stop()) {
+        Account::begin(stage.answer, left.join(QStringLiteral(", ")));
+        noteCrashes({}, {}); // it hangs on a thread of its own, and not where this one waits for it
+    }
+}
+
 /// The verdict on what a host does in this event loop.
 QString runHost(const Configuration &configuration, int seconds)
 {
@@ -104,7 +114,7 @@ QString runHost(const Configuration &configuration, int seconds)
     bool isOver = false;
     const auto finish = [&] {
         isOver = true;
-        Account::begin(stage.answer, QStringLiteral("stopping"));
+        Account::begin(stage.answer, Stopping);
         QCoreApplication::quit();
     };
     const auto start = [&] {
@@ -116,9 +126,23 @@ QString runHost(const Configuration &configuration, int seconds)
     QCoreApplication::exec();
     if (!isOver)
         return QStringLiteral("ended by quit(), called by a plugin");
-    if (host->stop().isEmpty()) // else it has something that takes longer, and that uses what would go now
-        host.reset();
+    awaitRest(&*host);
+    Account::begin(stage.answer, Stopping);
+    host.reset();
     return {};
+}
+
+/// The verdict, with what the process has noted of its end.
+QString withPlace(const Confinement::Verdict &verdict, const Notes::Crash &crash, const QDir &deployed)
+{
+    if (!verdict.isHang)
+        return crash.text.isEmpty() ? verdict.text : withoutPaths(crash.text, deployed);
+    QString text = verdict.text;
+    if (!crash.file.isEmpty())
+        text += QStringLiteral(", in %1").arg(crash.file);
+    if (!crash.loading.isEmpty())
+        text += QStringLiteral(", while loading %1").arg(crash.loading);
+    return text;
 }
 
 /// What is wrong; empty if nothing is, or nobody wants to know any more.
@@ -142,9 +166,8 @@ QString rehearse(const QString &deployed, const QJsonObject &object, int seconds
         noteEndsAt(notes.crashPath());
         return runHost(within(scratch, object), seconds);
     };
-    const QString verdict = confinement.run(work, (seconds + patience) * QThread::idealThreadCount());
-    const QString crash = withoutPaths(notes.crash().text, copies);
-    return crash.isEmpty() ? verdict : crash;
+    const Confinement::Verdict verdict = confinement.run(work, (seconds + patience) * QThread::idealThreadCount());
+    return withPlace(verdict, notes.crash(), copies);
 }
 
 } // namespace

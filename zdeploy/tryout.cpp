@@ -29,7 +29,7 @@ QString watch(const QString &file, const QString &plugin, int seconds)
         return {};
     const auto over = [&](QString (Trial::*load)() const) {
         const auto work = [&](int answer) { return (Trial{file, plugin, confinement.scratch(), answer}.*load)(); };
-        return confinement.run(work, seconds);
+        return confinement.run(work, seconds).text;
     };
     const QString verdict = over(&Trial::loadAlone);
     return verdict.isEmpty() ? over(&Trial::loadInHost) : verdict;

@@ -15,14 +15,42 @@
 
 constexpr int Patience = 30000; // milliseconds: a busy machine may take seconds for what is done in one
 
-inline QJsonObject loaderOf(const Folder &deployed, const Folder &hotDeploy, const QStringList &names = {})
+inline QJsonObject loaderOf(const QString &deployed, const QString &hotDeploy, const QStringList &names = {})
 {
     return {
         {QStringLiteral("logger"), QJsonObject{{QStringLiteral("debug"), 1},
                                                {QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), 3}}}}},
-        {QStringLiteral("loader"), QJsonObject{{QStringLiteral("deployed"), deployed.path()},
-                                               {QStringLiteral("hot-deploy"), hotDeploy.path()},
+        {QStringLiteral("loader"), QJsonObject{{QStringLiteral("deployed"), deployed},
+                                               {QStringLiteral("hot-deploy"), hotDeploy},
                                                {QStringLiteral("load-list"), QJsonArray::fromStringList(names)}}}};
+}
+inline QJsonObject loaderOf(const Folder &deployed, const Folder &hotDeploy, const QStringList &names = {})
+{
+    return loaderOf(deployed.path(), hotDeploy.path(), names);
+}
+
+/// For a program that tells of crashes: the sanitizers would do so themselves, if they might.
+inline QMap<QString, QString> withoutSanitizersSignals()
+{
+    const QString quiet = QStringLiteral("handle_segv=0:handle_sigbus=0:use_sigaltstack=0");
+    return {{QStringLiteral("ASAN_OPTIONS"), quiet + QStringLiteral(":detect_leaks=0")},
+            {QStringLiteral("TSAN_OPTIONS"), quiet}};
+}
+
+inline QProcessEnvironment environmentOf(const QMap<QString, QString> &variables)
+{
+    QProcessEnvironment environment;
+    for (auto variable = variables.begin(); variable != variables.end(); ++variable)
+        environment.insert(variable.key(), variable.value());
+    return environment;
+}
+
+/// The environment of this process, with these as well.
+inline QProcessEnvironment environmentWith(const QMap<QString, QString> &variables)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(environmentOf(variables));
+    return environment;
 }
 
 /// Of the section "schedule".
@@ -43,10 +71,7 @@ public:
     {}
     Running(const QJsonObject &configuration, const QMap<QString, QString> &variables, const QStringList &options)
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (auto variable = variables.begin(); variable != variables.end(); ++variable)
-            environment.insert(variable.key(), variable.value());
-        m_host.setProcessEnvironment(environment);
+        m_host.setProcessEnvironment(environmentWith(variables));
         configure(QJsonDocument(configuration).toJson());
         m_host.setProcessChannelMode(QProcess::MergedChannels);
         m_host.start(QStringLiteral(ZHOST), options + QStringList{configurationFile()});
