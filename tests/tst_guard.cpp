@@ -34,6 +34,8 @@ private Q_SLOTS:
     void crashIsToldWithItsPlugin();
     void signalFromOutsideEndsIt();
     void whatHasRunWellIsNoted();
+    void whatTheLoadListNamesIsNoted_data();
+    void whatTheLoadListNamesIsNoted();
     void hostComesBackOnTheLastGoodVersionByItself();
     void reasonsAreKeptAsLongAsTheirFiles();
     void guiltyOneGoesFirstAndThenTheOthers();
@@ -291,6 +293,26 @@ void tst_Guard::whatHasRunWellIsNoted()
     site.start();
     QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Two), Patience);
     QCOMPARE(site.good().value(One).toObject(), entry); // it has been since then
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Guard::whatTheLoadListNamesIsNoted_data()
+{
+    QTest::addColumn<QString>("name");
+    for (const char *const name : {"guarded", "libguarded", "libguarded.so"})
+        QTest::newRow(name) << QString(name);
+}
+
+void tst_Guard::whatTheLoadListNamesIsNoted()
+{
+    QFETCH(QString, name);
+    const QString plain = QStringLiteral("libguarded.so");
+    Site site;
+    QVERIFY(site.deployed.drop(guarded("Serve"), plain));
+    site.loadList = {name};
+    site.setProbation(Short);
+    site.start();
+    QTRY_COMPARE_WITH_TIMEOUT(site.good().keys(), QStringList{plain}, Patience);
     QCOMPARE(site.stop(), 0);
 }
 
