@@ -22,7 +22,7 @@ mkdir -p "$root/var/lib/dpkg/"{info,updates}
 touch "$root/var/lib/dpkg/"{status,available}
 quietly dpkg --root="$root" --force-depends --force-not-root --force-script-chrootless --install "$run" "$dev"
 
-for file in share/doc/zdefault/docs/operator-guide.md share/man/man1/zhost.1 lib/systemd/system/zhost@.service; do
+for file in share/doc/zdefault/docs/operator-guide.md share/man/man1/zdeploy.1 share/man/man1/zhost.1 lib/systemd/system/zhost@.service; do
     grep -qx "/usr/$file" "$root/var/lib/dpkg/info/"libzdefault1*.list || fail "the programs come without $file"
 done
 if command -v systemd-analyze >/dev/null; then
