@@ -22,11 +22,14 @@ mkdir -p "$root/var/lib/dpkg/"{info,updates}
 touch "$root/var/lib/dpkg/"{status,available}
 quietly dpkg --root="$root" --force-depends --force-not-root --force-script-chrootless --install "$run" "$dev"
 
-for file in share/doc/zdefault/docs/operator-guide.md share/man/man1/zdeploy.1 share/man/man1/zhost.1 lib/systemd/system/zhost@.service; do
+for file in share/doc/zdefault/docs/operator-guide.md share/doc/zdefault/docs/zhost.limits.conf \
+    share/man/man1/zdeploy.1 share/man/man1/zhost.1 lib/systemd/system/zhost@.service; do
     grep -qx "/usr/$file" "$root/var/lib/dpkg/info/"libzdefault1*.list || fail "the programs come without $file"
 done
 if command -v systemd-analyze >/dev/null; then
     sed "s|/usr/bin/|$root&|" "$root/usr/lib/systemd/system/zhost@.service" >"$folder/zhost@one.service"
+    mkdir "$folder/zhost@one.service.d"
+    cp "$root/usr/share/doc/zdefault/docs/zhost.limits.conf" "$folder/zhost@one.service.d/limits.conf"
     systemd-analyze verify "$folder/zhost@one.service" 2>"$folder/log" || fail "the unit is wrong"
     ! grep "zhost@" "$folder/log" || fail "the unit is wrong"
 fi
