@@ -18,6 +18,7 @@
 #include <host.h>
 #include <lastwords.h>
 #include <notes.h>
+#include <pluginfiles.h>
 #include <zdefaultloader.h>
 
 #include <cstdlib>
@@ -86,7 +87,7 @@ QString copyPlugins(const QString &deployed, const QString &scratch)
     for (const char *const folder : {"deployed", "hot-deploy", "temporary"})
         to.mkdir(QLatin1String(folder));
     const QDir from(deployed);
-    const QStringList names = from.entryList({QStringLiteral("lib*.so"), QStringLiteral(".zhost-remembered.json")},
+    const QStringList names = from.entryList({PluginPattern, QStringLiteral(".zhost-remembered.json")},
                                              QDir::Files | QDir::Hidden);
     for (const QString &name : names) {
         QFile file(from.filePath(name));
@@ -101,7 +102,8 @@ void awaitRest(Host *host)
 {
     for (QStringList left = host->stop(); !left.isEmpty(); left = host->stop()) {
         Account::begin(stage.answer, left.join(QStringLiteral(", ")));
-        noteCrashes({}, {}); // it hangs on a thread of its own, and not where this one waits for it
+        lookForPluginsIn({}); // it hangs on a thread of its own, and not where this one waits for it
+        noteEndsAt({});
     }
 }
 

@@ -11,9 +11,9 @@
 
 namespace {
 
-QFileInfoList filesIn(const QString &folder, const QStringList &patterns)
+QFileInfoList filesIn(const QString &folder, const QString &pattern)
 {
-    return QDir(folder).entryInfoList(patterns, QDir::AllEntries | QDir::System | QDir::Hidden);
+    return QDir(folder).entryInfoList({pattern}, QDir::AllEntries | QDir::System | QDir::Hidden);
 }
 
 bool isBefore(const Version &one, const Version &other)
