@@ -5,6 +5,11 @@
 #include <QFile>
 #include <QRegularExpression>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 /// How the program zhost ends.
 class tst_ZHostEnds : public TestCase
 {
@@ -26,6 +31,7 @@ private Q_SLOTS:
     void callThatASignalPreventsIsNotHandled();
     void stopIsForcedHalfAMinuteAfterTheSignal_data();
     void stopIsForcedHalfAMinuteAfterTheSignal();
+    void stopIsForcedWhereNobodyReadsWhatIsSaid();
     void pluginMayNeedTheEventLoopToDie();
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere_data();
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere();
@@ -220,6 +226,38 @@ void tst_ZHostEnds::stopIsForcedHalfAMinuteAfterTheSignal()
     host.signal(SIGTERM);
     QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
     QVERIFY2(host.hasWritten(line), qPrintable(host.written()));
+    QCOMPARE(host.exitCode(), 1);
+}
+
+void tst_ZHostEnds::stopIsForcedWhereNobodyReadsWhatIsSaid()
+{
+    const Folder deployed, hotDeploy, folder;
+    const QString path = folder.filePath(QStringLiteral("pipe"));
+    QCOMPARE(mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+    const int pipe = open(QFile::encodeName(path).constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    QJsonObject configuration = loaderOf(deployed, hotDeploy);
+    configuration.insert(QStringLiteral("logger"),
+                         QJsonObject{{QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), 15}}}});
+    QJsonObject calls = entry("//nobody"); // a line for each
+    calls.insert(QStringLiteral("keep"), true);
+    configuration.insert(QStringLiteral("schedule"), QJsonArray{calls});
+    QVERIFY(folder.write(QStringLiteral("config.json"), QJsonDocument(configuration).toJson()));
+    QProcess host;
+    const QString others = QString::fromLocal8Bit(qgetenv("LD_PRELOAD"));
+    host.setProcessEnvironment(
+        environmentWith({{QStringLiteral("LD_PRELOAD"), QStringLiteral(HASTY_ALARM " ") + others},
+                         {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0")}}));
+    host.setStandardErrorFile(path, QIODevice::Append);
+    host.start(QStringLiteral(ZHOST), {folder.filePath(QStringLiteral("config.json"))});
+    pollfd room{pipe, POLLOUT, 0};
+    QTRY_COMPARE_WITH_TIMEOUT(poll(&room, 1, 0), 0, Patience);
+    while (write(pipe, "", 1) == 1) {
+    } // to the last byte
+    kill(static_cast<pid_t>(host.processId()), SIGTERM);
+    const bool hasEnded = host.waitForFinished(Patience);
+    close(pipe);
+    QVERIFY(hasEnded);
+    QCOMPARE(host.exitStatus(), QProcess::NormalExit);
     QCOMPARE(host.exitCode(), 1);
 }
 

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace {
@@ -41,7 +42,8 @@ void FixedText::addHex(uintptr_t number)
 
 void FixedText::writeTo(int descriptor) const
 {
-    if (write(descriptor, m_data, m_size) < 0)
+    pollfd room{descriptor, POLLOUT, 0}; // it may be a full pipe, and that what has hung the program
+    if (poll(&room, 1, 0) != 1 || write(descriptor, m_data, m_size) < 0)
         return; // there is nobody who could be told
 }
 
