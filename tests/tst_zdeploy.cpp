@@ -619,7 +619,7 @@ void tst_ZDeploy::listsWhatIsThere()
                             "libb.so: good since 2026-11-21T10:00:00",
                             "libb.0001.so: not known to be good",
                             "libb.9.so: not known to be good",
-                            "libb.9.so: quarantined",
+                            "libb.9.so: quarantined, as libb.9.so.quarantined.1",
                             "libb.A00000.so: quarantined",
                             "libb.A00001.so: waits for a host",
                             "libb.A00002.so: quarantined: it\\x1b fell",
