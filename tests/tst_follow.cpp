@@ -4,6 +4,7 @@
 #include "runninghost.h"
 #include "testcase.h"
 
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 
@@ -17,6 +18,8 @@ class tst_Follow : public TestCase
 private Q_SLOTS:
     void waitsUntilADropIsLoadedAndGood();
     void goingBackIsFollowedToo();
+    void namesInMemoryAreNotGivenAgain_data();
+    void namesInMemoryAreNotGivenAgain();
     void tellsWhyADropWasTakenBack_data();
     void tellsWhyADropWasTakenBack();
     void tellsThatTheHostHasEnded();
@@ -113,6 +116,33 @@ void tst_Follow::goingBackIsFollowedToo()
     site.goBack(QStringLiteral("guarded"));
     const Result result = site.end();
     QCOMPARE(result.out, QStringLiteral("dropped as libguarded.0002.so\nlibguarded.0002.so is loaded, and good\n"));
+    QCOMPARE(result.exitCode, 0);
+}
+
+void tst_Follow::namesInMemoryAreNotGivenAgain_data()
+{
+    QTest::addColumn<QString>("renamed");
+    QTest::newRow("removed") << QString();
+    QTest::newRow("removed from quarantine") << "libguarded.so.quarantined";
+}
+
+void tst_Follow::namesInMemoryAreNotGivenAgain()
+{
+    QFETCH(QString, renamed);
+    Site site(Site::probation(Short));
+    QVERIFY(site.isWatching());
+    site.drop();
+    QCOMPARE(site.end().exitCode, 0);
+    QDir deployed(site.place.deployed());
+    QString file = QStringLiteral("libguarded.so");
+    if (!renamed.isEmpty()) {
+        QVERIFY(deployed.rename(file, renamed));
+        file = renamed;
+    }
+    QVERIFY(deployed.remove(file));
+    site.drop();
+    const Result result = site.end();
+    QCOMPARE(result.out, QStringLiteral("dropped as libguarded.0001.so\nlibguarded.0001.so is loaded, and good\n"));
     QCOMPARE(result.exitCode, 0);
 }
 

@@ -48,6 +48,7 @@ private Q_SLOTS:
     void runsWhereNothingCanBeNoted();
     void unhealthyVersionIsTakenBackUnderItsCallers_data();
     void unhealthyVersionIsTakenBackUnderItsCallers();
+    void versionComesBackUnderANameThatIsNotInMemory();
     void versionThatCannotBeAskedIsGood();
     void unhealthyVersionWithoutAGoodOneServesOn();
     void onlyTheVersionThatAnswersIsJudged();
@@ -533,6 +534,25 @@ void tst_Guard::unhealthyVersionIsTakenBackUnderItsCallers()
     QCOMPARE(site.stop(), hangs ? 1 : 0);
     QCOMPARE(site.count(QStringLiteral("zhost: left running: //guarded/healthy\n")), hangs ? 1 : 0);
     QVERIFY2(site.hasWritten(QStringLiteral("calls: many, lost: 0\n")), qPrintable(site.written()));
+}
+
+void tst_Guard::versionComesBackUnderANameThatIsNotInMemory()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    const Folder elsewhere;
+    const QString held = elsewhere.filePath(Three); // some library: its name is all that can be told of it
+    QVERIFY(QFile::copy(QStringLiteral(FAILING), held));
+    const QByteArray others = qgetenv("LD_PRELOAD");
+    qputenv("LD_PRELOAD", QFile::encodeName(held) + ' ' + others);
+    site.setProbation(Long);
+    site.start();
+    qputenv("LD_PRELOAD", others);
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(takenBack(Two)), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Four)), Patience);
+    QVERIFY(site.hasWritten(QStringLiteral("zhost: libguarded.1.so is deployed again, as libguarded.4.so\n")));
 }
 
 void tst_Guard::versionThatCannotBeAskedIsGood()

@@ -349,7 +349,7 @@ void tst_ZDeploy::refusesAVersionThatWouldNotBeTheNewest_data()
                           << "1.3" << QString();
     QTest::newRow("taken") << "libplain.1.2.so"
                            << "1.2"
-                           << "there is a file libplain.1.2.so already";
+                           << "libplain.1.2.so is there already, or still in memory";
     QTest::newRow("older")
         << "libplain.9.so"
         << "10"

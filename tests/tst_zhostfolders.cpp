@@ -31,12 +31,15 @@ private Q_SLOTS:
     void remembersWhatWasDropped();
     void forgetsWhatWasRemoved();
     void saysWhyItCannotRemember();
+    void saysThatADropIsTakenForWhatIsInMemory_data();
+    void saysThatADropIsTakenForWhatIsInMemory();
 };
 
 namespace {
 
 const QString IsWatching = QStringLiteral("hot-deploy folder changed: ");
 const QString IsNew = QStringLiteral(" is new, but \"load-list\" has no ");
+const QString IsNotLoaded = QStringLiteral(" is not loaded: ");
 
 QJsonObject remembering(const Folder &deployed, const Folder &hotDeploy)
 {
@@ -151,6 +154,7 @@ void tst_ZHostFolders::saysThatADropIsGoneAfterARestart()
                              Patience);
     host.stop();
     QCOMPARE(host.written().count(IsNew), 1);
+    QVERIFY2(!host.written().contains(IsNotLoaded), qPrintable(host.written()));
     Running next(loaderOf(deployed, hotDeploy));
     QTRY_VERIFY_WITH_TIMEOUT(next.hasWritten(IsWatching), Patience);
     next.stop();
@@ -226,6 +230,41 @@ void tst_ZHostFolders::saysWhyItCannotRemember()
     QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("zhost: cannot remember greeter: ")), Patience);
     host.stop();
     QVERIFY(host.hasEndedWell());
+}
+
+void tst_ZHostFolders::saysThatADropIsTakenForWhatIsInMemory_data()
+{
+    QTest::addColumn<bool>("isListed");
+    QTest::addColumn<QString>("renamed"); // none: removed
+    QTest::newRow("of one that was removed") << false << QString();
+    QTest::newRow("of one that is in \"load-list\"") << true << QString();
+    QTest::newRow("of one that is in quarantine") << false << "libkeeper.so.quarantined";
+    QTest::newRow("in a folder that was made anew") << false << "away";
+}
+
+void tst_ZHostFolders::saysThatADropIsTakenForWhatIsInMemory()
+{
+    QFETCH(bool, isListed);
+    QFETCH(QString, renamed);
+    const QString file = QStringLiteral("libkeeper.so");
+    const Folder site, hotDeploy;
+    QVERIFY(QDir(site.path()).mkdir(QStringLiteral("deployed")));
+    const QString deployed = site.filePath(QStringLiteral("deployed"));
+    const QStringList names = isListed ? QStringList{QStringLiteral("keeper")} : QStringList();
+    Running host(loaderOf(deployed, hotDeploy.path(), names));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(IsWatching), Patience);
+    QVERIFY(hotDeploy.drop(QStringLiteral("keeper")));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("loaded: libkeeper\n")), Patience);
+    if (renamed.isNull())
+        QVERIFY(QDir(deployed).remove(file));
+    else if (renamed.endsWith(QStringLiteral(".quarantined")))
+        QVERIFY(QDir(deployed).rename(file, renamed));
+    else
+        QVERIFY(QDir(site.path()).rename(QStringLiteral("deployed"), renamed) && QDir().mkdir(deployed));
+    QVERIFY(hotDeploy.drop(QStringLiteral("keeper")));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("zhost: libkeeper.so") + IsNotLoaded), Patience);
+    QCOMPARE(host.written().count(IsNotLoaded), 1);
+    QCOMPARE(host.written().count(QStringLiteral("] loaded: ")), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_ZHostFolders)

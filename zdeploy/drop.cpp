@@ -4,8 +4,8 @@
 #include "deployerlock.h"
 #include "inspection.h"
 #include "pluginname.h"
+#include "runninghost.h"
 #include "tryout.h"
-#include "versions.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,6 +13,7 @@
 #include <QTemporaryFile>
 
 #include <renameto.h>
+#include <takennames.h>
 #include <zfilecopy.h>
 
 #include <atomic>
@@ -35,17 +36,6 @@ const QString PartPattern = QStringLiteral(".zdeploy-*.part");
 constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
 
 QString systemError() { return qt_error_string(errno); }
-
-/// Names of plugin files in both folders; a quarantined one has its name still. A loader moves a file from the first to
-/// the second at any time, but never back: looked at in this order, no file is missed.
-QStringList namesIn(const QString &hotDeploy, const QString &deployed)
-{
-    QStringList names;
-    const QVector<Version> versions = versionsIn(hotDeploy, deployed);
-    for (const Version &version : versions)
-        names.append(version.name.file());
-    return names;
-}
 
 /// What went wrong, or an empty text. Whoever is still writing the source would leave a part of it in the copy.
 QString copy(ZFileCopy &from, QTemporaryFile &to)
@@ -130,13 +120,13 @@ Drop::Result Drop::run() const
     if (!error.isEmpty())
         return {{}, error};
 
-    const QStringList names = namesIn(hotDeploy, deployed);
+    const QStringList names = takenNames(hotDeploy, deployed, {RunningHost::on(deployed).holder.process});
     if (version.isEmpty()) {
         name = name.next(names);
     } else {
         name.version = version;
         if (names.contains(name.file()))
-            return {{}, QStringLiteral("there is a file %1 already").arg(name.file())};
+            return {{}, QStringLiteral("%1 is there already, or still in memory").arg(name.file())};
         if (!name.isNewest(names))
             return {{},
                     QStringLiteral("%1 would sort before a version that is there; %2 would be next")

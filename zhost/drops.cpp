@@ -2,12 +2,15 @@
 #include "drops.h"
 
 #include "configuration.h"
+#include "mappedfiles.h"
 #include "pluginfiles.h"
+#include "takennames.h"
 #include "warn.h"
 
 #include "../zdeploy/pluginname.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSaveFile>
@@ -15,6 +18,9 @@
 #include <zdefaultloader.h>
 
 #include <algorithm>
+#include <utility>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -50,14 +56,15 @@ Drops::Drops(const Configuration &configuration)
     : m_folder(configuration.folder(QStringLiteral("deployed"))),
       m_remembers(sectionOf(configuration.object).value(QStringLiteral("remember")).toBool()),
       m_note(QDir(m_folder).filePath(QStringLiteral(".zhost-remembered.json"))),
-      m_names(Configuration::loadListOf(configuration.object)), m_seen(pluginFilesIn(m_folder))
+      m_names(Configuration::loadListOf(configuration.object)), m_seen(files()), m_watch(m_folder)
 {
     if (!m_remembers || m_folder.isEmpty())
         return;
     const QStringList noted = readNote(m_note);
+    const QStringList seen = m_seen.keys();
     for (const QString &name : noted) { // its files may have been removed since
         const auto isOf = [&](const QString &file) { return isPluginOf(file, name); };
-        if (std::any_of(m_seen.begin(), m_seen.end(), isOf))
+        if (std::any_of(seen.begin(), seen.end(), isOf))
             m_remembered.append(name);
     }
     m_names += m_remembered;
@@ -89,27 +96,61 @@ void Drops::watch(ZLogger *logger)
     if (m_folder.isEmpty())
         return;
     m_logger = logger;
-    QObject::connect(&m_watcher, &QFileSystemWatcher::directoryChanged, &m_watcher, [this] { look(); });
-    m_watcher.addPath(m_folder);
-    look();
+    for (auto comes : {&FolderWatch::created, &FolderWatch::arrived})
+        QObject::connect(&m_watch, comes, &m_watch, [this] { look(); });
+    QObject::connect(&m_watch, &FolderWatch::unseen, &m_watch, [this] { look(); });
+    m_watch.start();
 }
 
 void Drops::look()
 {
-    const QStringList before = m_seen;
-    m_seen = pluginFilesIn(m_folder);
-    for (const QString &file : qAsConst(m_seen)) {
-        if (before.contains(file) || isListed(file))
-            continue;
-        const QString name = ZDefaultLoader::basen(file);
-        if (m_remembers)
-            remember(name);
-        else
-            m_logger->warning0(
-                QStringLiteral("zhost: %1 is new, but \"load-list\" has no \"%2\": the next start does not "
-                               "load it")
-                    .arg(file, name));
+    const Files before = std::exchange(m_seen, files());
+    QStringList newcomers;
+    for (auto file = m_seen.cbegin(); file != m_seen.cend(); ++file) {
+        if (before.value(file.key()) != file.value())
+            newcomers.append(file.key());
     }
+    newcomers.sort();
+    for (const QString &file : qAsConst(newcomers))
+        tell(file);
+}
+
+void Drops::tell(const QString &file)
+{
+    if (isTakenForAnother(file))
+        warn(*m_logger, QStringLiteral("%1 is not loaded: a file that had its name before is still in memory; drop it "
+                                       "with zdeploy, which finds another name")
+                            .arg(file));
+    if (isListed(file))
+        return;
+    const QString name = ZDefaultLoader::basen(file);
+    if (m_remembers)
+        remember(name);
+    else
+        warn(*m_logger, QStringLiteral("%1 is new, but \"load-list\" has no \"%2\": the next start does not load it")
+                            .arg(file, name));
+}
+
+/// The loader goes by names: it takes a file for the one of its name that is in memory, though that has been renamed or
+/// removed.
+bool Drops::isTakenForAnother(const QString &file) const
+{
+    const QStringList inMemory = mappedFiles();
+    const auto hasItsName = [&](const QString &path) { return nameInMemory(path) == file; };
+    return std::any_of(inMemory.begin(), inMemory.end(), hasItsName) &&
+           !inMemory.contains(QFileInfo(QDir(m_folder), file).canonicalFilePath());
+}
+
+Drops::Files Drops::files() const
+{
+    Files files;
+    const QStringList names = pluginFilesIn(m_folder);
+    for (const QString &name : names) {
+        struct stat status = {};
+        stat(QFile::encodeName(QDir(m_folder).filePath(name)).constData(), &status);
+        files.insert(name, status.st_ino);
+    }
+    return files;
 }
 
 bool Drops::isListed(const QString &file) const

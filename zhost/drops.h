@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QFileSystemWatcher>
+#include "folderwatch.h"
+
+#include <QHash>
 #include <QJsonObject>
 #include <QStringList>
+
+#include <sys/types.h>
 
 struct Configuration;
 class ZLogger;
 
 /**
  * Watches the deployed folder for plugins that are not in "load-list", and so would be gone after a restart: warns of
- * each, or, with "remember", loads it at the next start as well.
+ * each, or, with "remember", loads it at the next start as well. Warns of those, too, that are not loaded since a file
+ * of their name is in memory.
  */
 class Drops
 {
@@ -27,7 +32,12 @@ public:
 
 private:
     Q_DISABLE_COPY(Drops)
+    using Files = QHash<QString, ino_t>;
+
+    Files files() const;
     void look();
+    void tell(const QString &file);
+    bool isTakenForAnother(const QString &file) const;
     bool isListed(const QString &file) const;
     void remember(const QString &name);
 
@@ -36,7 +46,7 @@ private:
     const QString m_note;
     QStringList m_names;      // of the plugins that a start loads
     QStringList m_remembered; // those of them that are not in the configuration
-    QStringList m_seen;
+    Files m_seen;             // with their inodes: another one may have the name of one that was removed
     ZLogger *m_logger = nullptr;
-    QFileSystemWatcher m_watcher;
+    FolderWatch m_watch;
 };

@@ -2,9 +2,8 @@
 #include "redeployment.h"
 
 #include "folderlock.h"
-#include "notes.h"
-#include "pluginfiles.h"
 #include "renameto.h"
+#include "takennames.h"
 
 #include "../zdeploy/pluginname.h"
 
@@ -29,21 +28,6 @@ constexpr int LockPatienceMs = 500;
 
 // As zdeploy leaves it: everybody may read it, and nobody change the code of what is loaded.
 constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
-
-/// The names of plugins in the two folders, those in quarantine among them: such a one may still be in memory, where a
-/// newcomer of its name would be taken for it.
-QStringList takenNames(const QString &hotDeploy, const QString &deployed)
-{
-    const QStringList filter{PluginPattern, Notes::QuarantinePattern};
-    const QDir::Filters all = QDir::AllEntries | QDir::System | QDir::Hidden;
-    QStringList names = QDir(hotDeploy).entryList(filter, all); // first: what is moved meanwhile is not missed
-    names += QDir(deployed).entryList(filter, all);
-    for (QString &name : names) {
-        if (const QString before = Notes::nameBeforeQuarantine(name); !before.isNull())
-            name = before;
-    }
-    return names;
-}
 
 void removeWhatKilledOnesLeft(QDir folder)
 {
@@ -70,7 +54,8 @@ Redeployment::Result Redeployment::run() const
     QTemporaryFile part(hot.filePath(PartName));
     if (!copy(QDir(deployed).filePath(file), &part))
         return {{}, qt_error_string(errno)};
-    const QString name = PluginName::parse(file).next(takenNames(hotDeploy, deployed)).file();
+    const QStringList names = takenNames(hotDeploy, deployed, {QStringLiteral("self")});
+    const QString name = PluginName::parse(file).next(names).file();
     if (!renameTo(part.fileName(), hot.filePath(name)))
         return {{}, qt_error_string(errno)};
     part.setAutoRemove(false);
