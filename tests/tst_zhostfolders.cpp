@@ -31,6 +31,7 @@ private Q_SLOTS:
     void remembersWhatWasDropped();
     void forgetsWhatWasRemoved();
     void saysWhyItCannotRemember();
+    void saysThatADropIsHalfWritten();
     void saysThatADropIsTakenForWhatIsInMemory_data();
     void saysThatADropIsTakenForWhatIsInMemory();
 };
@@ -39,6 +40,7 @@ namespace {
 
 const QString IsWatching = QStringLiteral("hot-deploy folder changed: ");
 const QString IsNew = QStringLiteral(" is new, but \"load-list\" has no ");
+const QString IsHalf = QStringLiteral(" is still being written");
 const QString IsNotLoaded = QStringLiteral(" is not loaded: ");
 
 QJsonObject remembering(const Folder &deployed, const Folder &hotDeploy)
@@ -230,6 +232,23 @@ void tst_ZHostFolders::saysWhyItCannotRemember()
     QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("zhost: cannot remember greeter: ")), Patience);
     host.stop();
     QVERIFY(host.hasEndedWell());
+}
+
+void tst_ZHostFolders::saysThatADropIsHalfWritten()
+{
+    const Folder deployed, hotDeploy;
+    Running host(loaderOf(deployed, hotDeploy));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(IsWatching), Patience);
+    QFile plugin(pluginFile(QStringLiteral("greeter")));
+    QVERIFY(plugin.open(QIODevice::ReadOnly));
+    QFile drop(hotDeploy.filePath(QStringLiteral("libgreeter.so")));
+    QVERIFY(drop.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && drop.write(plugin.read(9000)) > 0);
+    const QString line = QStringLiteral("zhost: libgreeter.so is still being written, and was taken as it is: ");
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(line), Patience);
+    QVERIFY2(host.written().contains(QStringLiteral("failed to load libgreeter: ")), qPrintable(host.written()));
+    QVERIFY(hotDeploy.drop(QStringLiteral("keeper")));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("libkeeper.so") + IsNew), Patience);
+    QCOMPARE(host.written().count(IsHalf), 1);
 }
 
 void tst_ZHostFolders::saysThatADropIsTakenForWhatIsInMemory_data()

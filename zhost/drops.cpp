@@ -16,6 +16,7 @@
 #include <QSaveFile>
 
 #include <zdefaultloader.h>
+#include <zfilecopy.h>
 
 #include <algorithm>
 #include <utility>
@@ -48,6 +49,12 @@ bool isPluginOf(const QString &file, const QString &name)
 {
     const QString version = ZDefaultLoader::undecorate(file).section(QLatin1Char('.'), 1);
     return PluginName{ZDefaultLoader::basen(file), version}.isSamePlugin({ZDefaultLoader::basen(name), {}});
+}
+
+bool isBeingWritten(const QString &path)
+{
+    ZFileCopy file(path);
+    return file.open() && !file.isSettled();
 }
 
 } // namespace
@@ -120,6 +127,10 @@ void Drops::tell(const QString &file)
     if (isTakenForAnother(file))
         warn(*m_logger, QStringLiteral("%1 is not loaded: a file that had its name before is still in memory; drop it "
                                        "with zdeploy, which finds another name")
+                            .arg(file));
+    if (isBeingWritten(QDir(m_folder).filePath(file)))
+        warn(*m_logger, QStringLiteral("%1 is still being written, and was taken as it is: remove it, and drop it with "
+                                       "zdeploy")
                             .arg(file));
     if (isListed(file))
         return;

@@ -15,7 +15,7 @@ class ZLogger;
 /**
  * Watches the deployed folder for plugins that are not in "load-list", and so would be gone after a restart: warns of
  * each, or, with "remember", loads it at the next start as well. Warns of those, too, that are not loaded since a file
- * of their name is in memory.
+ * of their name is in memory, and of those that somebody is still writing.
  */
 class Drops
 {
