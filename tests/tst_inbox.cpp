@@ -471,6 +471,8 @@ void tst_Inbox::whatCannotBeDroppedStays_data()
     QTest::addColumn<QString>("reason");
     QTest::newRow("without zdeploy") << QByteArray() << "%1: ";
     QTest::newRow("zdeploy cannot be used") << QByteArray("echo no such folder >&2; exit 2") << "no such folder\n";
+    QTest::newRow("the folders are at fault")
+        << QByteArray("echo 'zdeploy: libplain.so cannot be dropped: no room' >&2; exit 3") << "no room\n";
     QTest::newRow("zdeploy is ended") << QByteArray("kill -TERM $$") << "zdeploy has ended: Terminated\n";
 }
 

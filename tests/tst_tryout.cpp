@@ -257,10 +257,11 @@ void tst_TryOut::saysThatTheOwnerCannotReachTheFolder()
     QCOMPARE(chown(QFile::encodeName(site.place().hotDeploy()).constData(), Nobody, Nobody), 0);
     QCOMPARE(chmod(QFile::encodeName(site.place().path()).constData(), 0700), 0);
     const Result result = site.run("");
-    QVERIFY2(
-        result.err.endsWith(QStringLiteral("is refused: it cannot be tried out: the owner of its folder cannot read "
-                                           "it: Permission denied\n")),
-        qPrintable(result.err));
+    QVERIFY2(result.err.endsWith(
+                 QStringLiteral("cannot be dropped: it cannot be tried out: the owner of its folder cannot read "
+                                "it: Permission denied\n")),
+             qPrintable(result.err));
+    QCOMPARE(result.exitCode, 3);
     QCOMPARE(site.place().dropped(), QStringList());
 }
 

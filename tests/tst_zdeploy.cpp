@@ -485,9 +485,9 @@ void tst_ZDeploy::saysWhoHasTheFolder()
     const Result result = run({source, place.hotDeploy()});
     close(descriptor);
     const QString name = QString::fromUtf8(contentOf(QStringLiteral("/proc/self/comm"))).trimmed();
-    QCOMPARE(result.err, QStringLiteral("zdeploy: %1 is refused: %2 is being deployed to by process %3 (%4)\n")
+    QCOMPARE(result.err, QStringLiteral("zdeploy: %1 cannot be dropped: %2 is being deployed to by process %3 (%4)\n")
                              .arg(source, place.hotDeploy(), QString::number(getpid()), name));
-    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.exitCode, 3);
     QCOMPARE(place.dropped(), QStringList());
     QCOMPARE(run({source, place.hotDeploy()}).exitCode, 0);
 }

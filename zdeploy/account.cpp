@@ -11,6 +11,7 @@ namespace {
 
 constexpr int LongestText = 1000; // a pipe has room for it, whoever reads
 const QLatin1Char VerdictMark('=');
+const QLatin1Char HindranceMark('!');
 
 void writeLine(int descriptor, const QString &text)
 {
@@ -27,7 +28,9 @@ Account Account::read(const QByteArray &text)
     const QStringList lines = QString::fromUtf8(text).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     for (const QString &line : lines) {
         if (line.startsWith(VerdictMark))
-            account.verdict = line.mid(1);
+            account.verdict = Verdict{line.mid(1)};
+        else if (line.startsWith(HindranceMark))
+            account.verdict = Verdict::hindrance(line.mid(1));
         else
             account.doing = line;
     }
@@ -36,4 +39,7 @@ Account Account::read(const QByteArray &text)
 
 void Account::begin(int descriptor, const QString &doing) { writeLine(descriptor, doing); }
 
-void Account::judge(int descriptor, const QString &verdict) { writeLine(descriptor, VerdictMark + verdict); }
+void Account::judge(int descriptor, const Verdict &verdict)
+{
+    writeLine(descriptor, (verdict.isItsFault ? VerdictMark : HindranceMark) + verdict.text);
+}

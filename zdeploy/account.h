@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "verdict.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -12,10 +14,10 @@ struct Account
 {
     /// What was begun last, such as "loading it".
     QString doing = QStringLiteral("trying it out");
-    /// Why the plugin is refused, empty if it is not; nothing where it never came so far.
-    std::optional<QString> verdict;
+    /// Nothing where it never came so far.
+    std::optional<Verdict> verdict;
 
     static Account read(const QByteArray &text);
     static void begin(int descriptor, const QString &doing);
-    static void judge(int descriptor, const QString &verdict);
+    static void judge(int descriptor, const Verdict &verdict);
 };

@@ -93,16 +93,15 @@ int end(pid_t process)
     return status;
 }
 
-Confinement::Verdict verdictOf(const Account &account, End end, int status)
+Verdict verdictOf(const Account &account, End end, int status)
 {
     if (account.verdict)
-        return {*account.verdict, false};
+        return {account.verdict->text}; // whoever has written that
     if (end == End::Late || (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU))
-        return {QStringLiteral("%1 does not end").arg(account.doing), true};
+        return {QStringLiteral("%1 does not end").arg(account.doing), true, true};
     return {QStringLiteral("%1 ends the process: %2")
                 .arg(account.doing, WIFSIGNALED(status) ? QString::fromLatin1(strsignal(WTERMSIG(status)))
-                                                        : QStringLiteral("exit status %1").arg(WEXITSTATUS(status))),
-            false};
+                                                        : QStringLiteral("exit status %1").arg(WEXITSTATUS(status)))};
 }
 
 QByteArray readAll(int descriptor)
@@ -129,13 +128,16 @@ QString scratchName()
     char *argv[] = {name, nullptr};
     int argc = 1;
     const QCoreApplication application(argc, argv);
-    Account::judge(answer, work(answer));
+    Account::judge(answer, {work(answer)});
     std::_Exit(EXIT_SUCCESS); // a plugin that is refused may have left anything behind
 }
 
 } // namespace
 
-QString notTriedOut(const QString &reason) { return QStringLiteral("it cannot be tried out: %1").arg(reason); }
+Verdict notTriedOut(const QString &reason)
+{
+    return Verdict::hindrance(QStringLiteral("it cannot be tried out: %1").arg(reason));
+}
 
 Confinement::Confinement(const QString &folder, int seconds) : m_deadline(seconds * 1000)
 {
@@ -154,17 +156,17 @@ Confinement::Confinement(const QString &folder, int seconds) : m_deadline(second
 
 bool Confinement::isForNobody() const { return isHungUp(STDIN_FILENO); }
 
-Confinement::Verdict Confinement::run(const Work &work, int processorSeconds) const
+Verdict Confinement::run(const Work &work, int processorSeconds) const
 {
     int answer[2];
     if (pipe2(answer, O_CLOEXEC | O_NONBLOCK) != 0)
-        return {notTriedOut(qt_error_string(errno)), false};
+        return notTriedOut(qt_error_string(errno));
     const pid_t process = fork();
     if (process == 0) {
         confine(scratch(), processorSeconds, m_signals);
         judge(answer[1], work);
     }
-    Verdict verdict{notTriedOut(qt_error_string(errno)), false}; // unless there is a process
+    Verdict verdict = notTriedOut(qt_error_string(errno)); // unless there is a process
     if (process > 0) {
         const End how = awaitEnd(process, m_signals, m_deadline);
         if (how == End::Late) {
@@ -179,7 +181,7 @@ Confinement::Verdict Confinement::run(const Work &work, int processorSeconds) co
     return verdict;
 }
 
-QString askAnotherProcess(const QStringList &arguments, int seconds)
+Verdict askAnotherProcess(const QStringList &arguments, int seconds)
 {
     QProcess child;
     child.start(QCoreApplication::applicationFilePath(), arguments);
@@ -190,5 +192,7 @@ QString askAnotherProcess(const QStringList &arguments, int seconds)
         return notTriedOut(error);
     }
     const Account account = Account::read(child.readAllStandardOutput());
-    return account.verdict ? *account.verdict : notTriedOut(QStringLiteral("nobody answers"));
+    if (account.verdict)
+        return *account.verdict;
+    return {notTriedOut(QStringLiteral("nobody answers")).text}; // the plugin may have ended who watches, too
 }

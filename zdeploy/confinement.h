@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "verdict.h"
+
 #include <QDeadlineTimer>
 #include <QString>
 #include <QStringList>
@@ -26,11 +28,6 @@ public:
     /// A folder, in which anything may be left.
     QString scratch() const { return m_scratch->path(); }
 
-    struct Verdict
-    {
-        QString text; ///< What is wrong; empty if nothing is.
-        bool isHang;  ///< Whether that is that the process has not ended.
-    };
     /// Answers what is wrong, empty if nothing is. `answer` is the descriptor to which an `Account` is written of what
     /// is done.
     using Work = std::function<QString(int answer)>;
@@ -47,8 +44,8 @@ private:
 };
 
 /// The verdict where that is for no fault of the plugin.
-QString notTriedOut(const QString &reason);
+Verdict notTriedOut(const QString &reason);
 
 /// Starts this program once more with `arguments`, as one that confines, and answers the verdict that it writes to
 /// stdout. It ends by itself after some `seconds`.
-QString askAnotherProcess(const QStringList &arguments, int seconds);
+Verdict askAnotherProcess(const QStringList &arguments, int seconds);

@@ -37,22 +37,30 @@ constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
 
 QString systemError() { return qt_error_string(errno); }
 
-/// What went wrong, or an empty text. Whoever is still writing the source would leave a part of it in the copy.
-QString copy(ZFileCopy &from, QTemporaryFile &to)
+Verdict unwritable(const QTemporaryFile &file)
+{
+    return Verdict::hindrance(QStringLiteral("cannot write %1: %2").arg(file.fileName(), systemError()));
+}
+
+/// Whoever is still writing the source would leave a part of it in the copy.
+Verdict copy(ZFileCopy &from, QTemporaryFile &to)
 {
     static const std::atomic_bool isStopped{false};
     if (!from.open())
-        return QStringLiteral("cannot read it: %1").arg(systemError());
+        return {QStringLiteral("cannot read it: %1").arg(systemError())};
     if (!from.isSettled())
-        return QStringLiteral("it is still being written");
+        return {QStringLiteral("it is still being written")};
     switch (from.writeTo(to, isStopped)) {
     case ZFileCopy::Unreadable:
-        return QStringLiteral("cannot read it: %1").arg(systemError());
+        return {QStringLiteral("cannot read it: %1").arg(systemError())};
     case ZFileCopy::Unwritable:
-        return QStringLiteral("cannot write %1: %2").arg(to.fileName(), systemError());
+        return unwritable(to);
     default:
-        return from.isSettled() ? QString() : QStringLiteral("it has changed while it was copied");
+        break;
     }
+    if (!from.isSettled())
+        return {QStringLiteral("it has changed while it was copied")};
+    return fchmod(to.handle(), DroppedMode) == 0 ? Verdict() : unwritable(to);
 }
 
 const char *volatile partPath = nullptr; // all that a signal handler can reach, and may use
@@ -93,32 +101,30 @@ Drop::Result Drop::run() const
     const QString fileName = QFileInfo(source).fileName();
     PluginName name = PluginName::parse(fileName);
     if (name.plugin.isNull())
-        return {{}, QStringLiteral("a plugin's file is called lib<name>.so or lib<name>.<version>.so")};
-    QString error = inspect(source);
-    if (!error.isEmpty())
-        return {{}, error};
+        return {{}, {QStringLiteral("a plugin's file is called lib<name>.so or lib<name>.<version>.so")}};
+    Verdict verdict{inspect(source)};
+    if (!verdict.isGood())
+        return {{}, verdict};
 
     DeployerLock folder(hotDeploy);
     if (!folder.error().isNull())
-        return {{}, folder.error()};
+        return {{}, Verdict::hindrance(folder.error())};
     removeWhatKilledOnesLeft(hotDeploy);
 
     // From here on it is the copy that counts: the source may change at any time.
     ZFileCopy from(source);
     QTemporaryFile part(QDir(hotDeploy).filePath(PartName));
     if (!part.open())
-        return {{}, QStringLiteral("cannot write in %1: %2").arg(hotDeploy, part.errorString())};
+        return {{}, Verdict::hindrance(QStringLiteral("cannot write in %1: %2").arg(hotDeploy, part.errorString()))};
     removeBySignals(part.fileName());
-    error = copy(from, part);
-    if (error.isEmpty() && fchmod(part.handle(), DroppedMode) != 0)
-        error = QStringLiteral("cannot write %1: %2").arg(part.fileName(), systemError());
+    verdict = copy(from, part);
     part.close();
-    if (error.isEmpty())
-        error = inspect(part.fileName());
-    if (error.isEmpty())
-        error = tryOut(QFileInfo(part.fileName()).absoluteFilePath(), name.plugin, patience);
-    if (!error.isEmpty())
-        return {{}, error};
+    if (verdict.isGood())
+        verdict = {inspect(part.fileName())};
+    if (verdict.isGood())
+        verdict = tryOut(QFileInfo(part.fileName()).absoluteFilePath(), name.plugin, patience);
+    if (!verdict.isGood())
+        return {{}, verdict};
 
     const QStringList names = takenNames(hotDeploy, deployed, {RunningHost::on(deployed).holder.process});
     if (version.isEmpty()) {
@@ -126,15 +132,15 @@ Drop::Result Drop::run() const
     } else {
         name.version = version;
         if (names.contains(name.file()))
-            return {{}, QStringLiteral("%1 is there already, or still in memory").arg(name.file())};
+            return {{}, {QStringLiteral("%1 is there already, or still in memory").arg(name.file())}};
         if (!name.isNewest(names))
             return {{},
-                    QStringLiteral("%1 would sort before a version that is there; %2 would be next")
-                        .arg(name.file(), name.next(names).file())};
+                    {QStringLiteral("%1 would sort before a version that is there; %2 would be next")
+                         .arg(name.file(), name.next(names).file())}};
     }
     const QString goal = QDir(hotDeploy).filePath(name.file());
     if (!renameTo(part.fileName(), goal))
-        return {{}, QStringLiteral("cannot rename it to %1: %2").arg(goal, systemError())};
+        return {{}, Verdict::hindrance(QStringLiteral("cannot rename it to %1: %2").arg(goal, systemError()))};
     part.setAutoRemove(false);
     folder.sync();
     return {name.file(), {}};

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "verdict.h"
+
 #include <QString>
 
 /// A plugin file on its way into the hot-deploy folder.
@@ -14,8 +16,8 @@ struct Drop
 
     struct Result
     {
-        QString name;  ///< Under which the file was dropped.
-        QString error; ///< Why it was not; empty if it was.
+        QString name;    ///< Under which the file was dropped.
+        Verdict verdict; ///< Why it was not; good if it was.
     };
 
     /// Drops a copy that appears under its name in one step, complete. Leaves nothing behind where that fails,

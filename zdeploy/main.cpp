@@ -21,7 +21,8 @@ enum ExitCode
 {
     Done = 0,
     Refused = 1,
-    Usage = 2
+    Usage = 2,
+    Hindered = 3
 };
 
 void write(std::FILE *stream, const QString &text)
@@ -44,6 +45,12 @@ int refused(const QString &reason)
     return Refused;
 }
 
+int hindered(const Drop &drop, const QString &reason)
+{
+    say(stderr, QStringLiteral("zdeploy: %1 cannot be dropped: %2").arg(drop.source, reason));
+    return Hindered;
+}
+
 int follow(const Drop &drop, const QString &file)
 {
     const Follow::Result result = Follow{drop.hotDeploy, drop.deployed, file, drop.patience}.run();
@@ -56,11 +63,13 @@ int follow(const Drop &drop, const QString &file)
 int deploy(const Drop &drop, bool waits)
 {
     if (waits && !RunningHost::on(drop.deployed).isThere())
-        return refused(QStringLiteral("%1 is refused: no host runs on %2 that could be waited for")
-                           .arg(drop.source, QDir::cleanPath(drop.deployed)));
+        return hindered(
+            drop, QStringLiteral("no host runs on %1 that could be waited for").arg(QDir::cleanPath(drop.deployed)));
     const Drop::Result result = drop.run();
-    if (!result.error.isEmpty())
-        return refused(QStringLiteral("%1 is refused: %2").arg(drop.source, result.error));
+    if (!result.verdict.isGood() && result.verdict.isItsFault)
+        return refused(QStringLiteral("%1 is refused: %2").arg(drop.source, result.verdict.text));
+    if (!result.verdict.isGood())
+        return hindered(drop, result.verdict.text);
     say(stdout, QStringLiteral("dropped as %1").arg(result.name));
     return waits ? follow(drop, result.name) : Done;
 }

@@ -23,7 +23,9 @@ const char description[] =
     "while, in a host and a process of its own: zdeploy --rehearse CONFIG.json.\n"
     "\n"
     "Exit status: 0 dropped, or done; 1 refused, and nothing is left behind, or, with --wait, not loaded and good;\n"
-    "2 the command line cannot be used.";
+    "2 the command line cannot be used; 3 the drop could not be done, for no fault of the plugin: the folder is "
+    "locked,\n"
+    "cannot be written or has no room, the plugin cannot be tried out, or no host runs that could be waited for.";
 
 constexpr int DefaultPatience = 60;
 constexpr int DefaultRehearsal = 10;

@@ -53,7 +53,7 @@ QString withoutPaths(QString text, const QDir &deployed) { return text.remove(de
 /// Ends the process.
 void refuse(const QString &verdict)
 {
-    Account::judge(stage.answer, withoutPaths(verdict, stage.deployed));
+    Account::judge(stage.answer, {withoutPaths(verdict, stage.deployed)});
     std::_Exit(EXIT_SUCCESS);
 }
 
@@ -87,8 +87,8 @@ QString copyPlugins(const QString &deployed, const QString &scratch)
     for (const char *const folder : {"deployed", "hot-deploy", "temporary"})
         to.mkdir(QLatin1String(folder));
     const QDir from(deployed);
-    const QStringList names = from.entryList({PluginPattern, QStringLiteral(".zhost-remembered.json")},
-                                             QDir::Files | QDir::Hidden);
+    const QStringList names =
+        from.entryList({PluginPattern, QStringLiteral(".zhost-remembered.json")}, QDir::Files | QDir::Hidden);
     for (const QString &name : names) {
         QFile file(from.filePath(name));
         if (!file.copy(to.filePath(QStringLiteral("deployed/") + name)))
@@ -135,7 +135,7 @@ QString runHost(const Configuration &configuration, int seconds)
 }
 
 /// The verdict, with what the process has noted of its end.
-QString withPlace(const Confinement::Verdict &verdict, const Notes::Crash &crash, const QDir &deployed)
+QString withPlace(const Verdict &verdict, const Notes::Crash &crash, const QDir &deployed)
 {
     if (!verdict.isHang)
         return crash.text.isEmpty() ? verdict.text : withoutPaths(crash.text, deployed);
@@ -154,7 +154,7 @@ QString rehearse(const QString &deployed, const QJsonObject &object, int seconds
     const QString error =
         confinement.error().isEmpty() ? copyPlugins(deployed, confinement.scratch()) : confinement.error();
     if (!error.isEmpty())
-        return notTriedOut(error);
+        return notTriedOut(error).text;
     if (confinement.isForNobody())
         return {};
     const QString scratch = QDir(confinement.scratch()).canonicalPath();
@@ -168,7 +168,7 @@ QString rehearse(const QString &deployed, const QJsonObject &object, int seconds
         noteEndsAt(notes.crashPath());
         return runHost(within(scratch, object), seconds);
     };
-    const Confinement::Verdict verdict = confinement.run(work, (seconds + patience) * QThread::idealThreadCount());
+    const Verdict verdict = confinement.run(work, (seconds + patience) * QThread::idealThreadCount());
     return withPlace(verdict, notes.crash(), copies);
 }
 
@@ -184,7 +184,7 @@ Rehearsal::Result Rehearsal::run() const
         return {QStringLiteral("%1 has no deployed folder that is there").arg(configuration), {}};
     const QStringList arguments{QLatin1String(Option), deployed, configuration, QString::number(seconds),
                                 QString::number(patience)};
-    return {{}, askAnotherProcess(arguments, seconds + patience)};
+    return {{}, askAnotherProcess(arguments, seconds + patience).text};
 }
 
 bool Rehearsal::isOne(int argc, char *argv[]) { return argc == 6 && std::strcmp(argv[1], Option) == 0; }
@@ -195,6 +195,6 @@ int Rehearsal::watch(char *argv[])
     const QJsonObject object = Configuration::read(QFile::decodeName(argv[3])).object;
     const QString verdict =
         rehearse(QFile::decodeName(argv[2]), object, QByteArray(argv[4]).toInt(), QByteArray(argv[5]).toInt());
-    Account::judge(STDOUT_FILENO, verdict);
+    Account::judge(STDOUT_FILENO, {verdict});
     return 0;
 }

@@ -17,8 +17,8 @@ namespace {
 
 const char Option[] = "--try-out"; // FILE PLUGIN SECONDS
 
-/// What is wrong with the plugin; empty if nothing is, or nobody wants to know any more.
-QString watch(const QString &file, const QString &plugin, int seconds)
+/// Good as well where nobody wants to know any more.
+Verdict watch(const QString &file, const QString &plugin, int seconds)
 {
     const Confinement confinement(QFileInfo(file).path(), seconds);
     if (!confinement.error().isEmpty())
@@ -29,15 +29,15 @@ QString watch(const QString &file, const QString &plugin, int seconds)
         return {};
     const auto over = [&](QString (Trial::*load)() const) {
         const auto work = [&](int answer) { return (Trial{file, plugin, confinement.scratch(), answer}.*load)(); };
-        return confinement.run(work, seconds).text;
+        return confinement.run(work, seconds);
     };
-    const QString verdict = over(&Trial::loadAlone);
-    return verdict.isEmpty() ? over(&Trial::loadInHost) : verdict;
+    const Verdict verdict = over(&Trial::loadAlone);
+    return verdict.isGood() ? over(&Trial::loadInHost) : verdict;
 }
 
 } // namespace
 
-QString tryOut(const QString &file, const QString &plugin, int seconds)
+Verdict tryOut(const QString &file, const QString &plugin, int seconds)
 {
     return askAnotherProcess({QLatin1String(Option), file, plugin, QString::number(seconds)}, seconds);
 }

@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSaveFile>
 
 #include <zcaught.h>
@@ -33,11 +34,11 @@ const QString Prefix = QStringLiteral("zhost: inbox: ");
 const QString Pattern = QStringLiteral("lib*.so");
 const QString Refused = QStringLiteral("refused");
 
-/// How zdeploy ends.
+/// How zdeploy ends where it has something to say of the plugin.
 enum DropCode
 {
     Dropped = 0,
-    NotDropped = 1
+    RefusedIt = 1
 };
 
 /// Whether a signal tells of what the process has done, and not of what somebody wanted of it.
@@ -88,9 +89,9 @@ QString moveAside(const QString &path, const QString &refused, const QString &re
 QString reasonIn(const QByteArray &written)
 {
     const QString line = QString::fromLocal8Bit(written).trimmed().section(QLatin1Char('\n'), -1);
-    const QString mark = QStringLiteral(" is refused: ");
-    const int at = line.indexOf(mark);
-    return at < 0 ? line : line.mid(at + mark.size());
+    const QRegularExpression marks(QStringLiteral(" (?:is refused|cannot be dropped): (.*)"));
+    const QRegularExpressionMatch match = marks.match(line);
+    return match.hasMatch() ? match.captured(1) : line;
 }
 
 } // namespace
@@ -215,7 +216,7 @@ void Inbox::finish()
                                ? reasonIn(m_process.readAllStandardError())
                                : QStringLiteral("zdeploy has ended: %1").arg(QString::fromLocal8Bit(strsignal(code)));
     const bool isDropped = hasExited && code == Dropped;
-    if (!isDropped && !(hasExited ? code == NotDropped : isCrash(code)))
+    if (!isDropped && !(hasExited ? code == RefusedIt : isCrash(code)))
         return tryLater(reason);
     m_failure.clear();
     const std::unique_ptr<ZFileCopy> copy = std::move(m_file);
