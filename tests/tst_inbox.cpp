@@ -8,6 +8,7 @@
 #include <QStandardPaths>
 
 #include <csignal>
+#include <cstdio>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -26,10 +27,15 @@ private Q_SLOTS:
     void whatIsRefusedLiesBesideItsReason();
     void laterRefusalTakesThePlaceOfTheEarlier();
     void reasonsAreNotWrittenWhereOthersWantThem();
+    void reasonsThatCannotBeWrittenAreSaidToBeSo();
+    void namesThatAreNoTextAreRefused_data();
+    void namesThatAreNoTextAreRefused();
+    void namesThatAreNoTextArePassedOver();
     void whatIsNoPluginIsLeftAlone();
     void whatIsBeingWrittenIsLeftUntilItIsClosed_data();
     void whatIsBeingWrittenIsLeftUntilItIsClosed();
     void whatIsBeingWrittenByOthersIsLeftUntilItIsClosed();
+    void whatIsOfALaterTimeIsDropped();
     void whatIsClosedBeforeItCanBeReadIsDropped();
     void whatChangesMeanwhileIsDroppedAsItIsInTheEnd();
     void manyAtOnceAreAllDropped();
@@ -132,9 +138,9 @@ struct AnyHost
 /// A host that is run by another user than the test is, which must be root.
 struct AnotherUser : AnyHost
 {
-    explicit AnotherUser(const Place &place)
-        : AnyHost(QStringLiteral("setpriv"), given(place),
-                  {"--reuid=65534", "--regid=65534", "--clear-groups", QStringLiteral(ZHOST)})
+    explicit AnotherUser(const Place &place, const QStringList &variables = {})
+        : AnyHost(QStringLiteral("env"), given(place),
+                  variables + QStringList{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", ZHOST})
     {}
 
 private:
@@ -155,6 +161,16 @@ void waitUntilAllIsDone(Running &host, const Place &place)
     const QString name = QStringLiteral("last%1").arg(++number);
     QVERIFY(place.inbox.drop(Plain, QStringLiteral("lib%1.so").arg(name)));
     QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("inbox: lib%1.so: dropped as ").arg(name)), Patience);
+}
+
+/// A plugin in the inbox whose name is no text in UTF-8.
+QByteArray unspeakableIn(const Place &place) { return QFile::encodeName(place.inbox.path()) + "/lib\xff\xfe.so"; }
+
+bool dropUnspeakable(const Place &place)
+{
+    return place.hotDeploy.write(QStringLiteral(".part"), contentOf(pluginFile(Plain))) &&
+           std::rename(QFile::encodeName(place.hotDeploy.filePath(QStringLiteral(".part"))).constData(),
+                       unspeakableIn(place).constData()) == 0;
 }
 
 /// Whether somebody has begun to copy into the hot-deploy folder.
@@ -280,6 +296,61 @@ void tst_Inbox::reasonsAreNotWrittenWhereOthersWantThem()
     QCOMPARE(place.inbox.files(), QStringList{PlainFile});
 }
 
+void tst_Inbox::reasonsThatCannotBeWrittenAreSaidToBeSo()
+{
+    const Place place;
+    place.inbox.write(PlainFile, "no plugin");
+    QMap<QString, QString> variables = preloading(FAILING_CALLS);
+    variables.insert(QStringLiteral("FAILING"), QStringLiteral("write 28 /refused/"));
+    Running host(place.configuration(), variables, {});
+    const QString line = QStringLiteral("zhost: inbox: libplain.so: cannot be taken out, and is passed over from now "
+                                        "on: No space left on device\n");
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(line), Patience);
+    QCOMPARE(place.inbox.files(), QStringList{PlainFile});
+    QCOMPARE(place.refused(), QStringList());
+}
+
+void tst_Inbox::namesThatAreNoTextAreRefused_data()
+{
+    QTest::addColumn<bool>("isEarly");
+    QTest::newRow("before the start") << true;
+    QTest::newRow("later") << false;
+}
+
+void tst_Inbox::namesThatAreNoTextAreRefused()
+{
+    QFETCH(bool, isEarly);
+    const Place place;
+    if (isEarly)
+        QVERIFY(dropUnspeakable(place));
+    Running host(place.configuration(), {{QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8")}}, {});
+    if (!isEarly) {
+        waitUntilAllIsDone(host, place);
+        QVERIFY(dropUnspeakable(place));
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(
+        host.hasWritten(QStringLiteral("zhost: inbox: lib%FF%FE.so: refused: its name is no text\n")), Patience);
+    waitUntilAllIsDone(host, place);
+    QCOMPARE(place.refused(), (QStringList{"lib%FF%FE.so", "lib%FF%FE.so.reason.txt"}));
+    QCOMPARE(place.refused(QStringLiteral("lib%FF%FE.so.reason.txt")), QByteArray("its name is no text\n"));
+    QCOMPARE(host.written().count(QStringLiteral("refused")), 1);
+}
+
+void tst_Inbox::namesThatAreNoTextArePassedOver()
+{
+    const Place place;
+    QVERIFY(place.inbox.write(QStringLiteral("refused"), {})); // no folder
+    QVERIFY(dropUnspeakable(place));
+    Running host(place.configuration(), {{QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8")}}, {});
+    for (int i = 0; i < 2; ++i) {
+        waitUntilAllIsDone(host, place);
+        QVERIFY(dropUnspeakable(place)); // once more
+    }
+    waitUntilAllIsDone(host, place);
+    QCOMPARE(host.written().count(QStringLiteral("lib%FF%FE.so: cannot be taken out, and is passed over")), 1);
+    QCOMPARE(std::remove(unspeakableIn(place).constData()), 0); // Qt would leave it there
+}
+
 void tst_Inbox::whatIsNoPluginIsLeftAlone()
 {
     const Place place;
@@ -353,6 +424,21 @@ void tst_Inbox::whatIsBeingWrittenByOthersIsLeftUntilItIsClosed()
     QVERIFY(writer.write(content.mid(9000)) > 0);
     writer.close();
     QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("inbox: libplain.so: dropped")), Patience);
+}
+
+void tst_Inbox::whatIsOfALaterTimeIsDropped()
+{
+    if (geteuid() != 0)
+        return QTest::qSkip("takes two users", __FILE__, __LINE__);
+    const Place place;
+    QVERIFY(place.inbox.drop(Plain));
+    QStringList variables;
+    const QMap<QString, QString> preload = preloading(LATE_CLOCK);
+    for (auto variable = preload.begin(); variable != preload.end(); ++variable)
+        variables.append(variable.key() + QLatin1Char('=') + variable.value());
+    AnotherUser host(place, variables);
+    QTRY_VERIFY2_WITH_TIMEOUT(host.hasWritten(QStringLiteral("inbox: libplain.so: dropped")), qPrintable(host.written),
+                              Patience);
 }
 
 void tst_Inbox::whatIsClosedBeforeItCanBeReadIsDropped()

@@ -197,6 +197,8 @@ void tst_ZDeploy::refusesWhatIsNoPluginOfOurs_data()
     for (const char *const name :
          {"plain.so", "libplain", "libplain.so.1", "libplain..so", "lib.so", "lib.1.so", "lib[a].so", "liba*.so"})
         written(name, name, good, wrongName);
+    for (const char *const name : {"libplain.so.so", "libplain.1.so.so"})
+        written(name, name, good, "its name ends in \"\\.so\" twice");
 }
 
 void tst_ZDeploy::refusesWhatIsNoPluginOfOurs()

@@ -30,6 +30,7 @@ private Q_SLOTS:
     void remembersWhatWasDropped_data();
     void remembersWhatWasDropped();
     void forgetsWhatWasRemoved();
+    void saysWhyItCannotRemember_data();
     void saysWhyItCannotRemember();
     void saysThatADropIsHalfWritten();
     void saysThatADropIsTakenForWhatIsInMemory_data();
@@ -223,13 +224,30 @@ void tst_ZHostFolders::forgetsWhatWasRemoved()
     QVERIFY2(!host.written().contains(QStringLiteral("failed to load")), qPrintable(host.written()));
 }
 
+void tst_ZHostFolders::saysWhyItCannotRemember_data()
+{
+    QTest::addColumn<bool>("isFull");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("a folder in its place") << false << "Filename refers to a directory";
+    QTest::newRow("no room") << true << "No space left on device";
+}
+
 void tst_ZHostFolders::saysWhyItCannotRemember()
 {
+    QFETCH(bool, isFull);
+    QFETCH(QString, reason);
     const Folder deployed, hotDeploy;
-    QVERIFY(QDir().mkdir(deployed.filePath(QStringLiteral(".zhost-remembered.json"))));
+    QMap<QString, QString> variables;
+    if (isFull)
+        variables = {{QStringLiteral("LD_PRELOAD"), QStringLiteral(FAILING " ") + qEnvironmentVariable("LD_PRELOAD")},
+                     {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0")},
+                     {QStringLiteral("FAILING"), QStringLiteral("write 28 /#")}}; // a file that has no name yet
+    else
+        QVERIFY(QDir().mkdir(deployed.filePath(QStringLiteral(".zhost-remembered.json"))));
     QVERIFY(hotDeploy.drop(QStringLiteral("greeter")));
-    Running host(remembering(deployed, hotDeploy));
-    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("zhost: cannot remember greeter: ")), Patience);
+    Running host(remembering(deployed, hotDeploy), variables, {});
+    const QString line = QStringLiteral("zhost: cannot remember greeter: %1\n").arg(reason);
+    QTRY_VERIFY2_WITH_TIMEOUT(host.hasWritten(line), qPrintable(host.written()), Patience);
     host.stop();
     QVERIFY(host.hasEndedWell());
 }

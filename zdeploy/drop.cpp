@@ -102,6 +102,8 @@ Drop::Result Drop::run() const
     PluginName name = PluginName::parse(fileName);
     if (name.plugin.isNull())
         return {{}, {QStringLiteral("a plugin's file is called lib<name>.so or lib<name>.<version>.so")}};
+    if (name.version == QLatin1String("so") || name.version.endsWith(QLatin1String(".so"))) // and no version
+        return {{}, {QStringLiteral("its name ends in \".so\" twice")}};
     Verdict verdict{inspect(source)};
     if (!verdict.isGood())
         return {{}, verdict};

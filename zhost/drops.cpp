@@ -174,8 +174,8 @@ void Drops::remember(const QString &name)
     m_names.append(name);
     m_remembered.append(name);
     QSaveFile note(m_note);
-    note.open(QIODevice::WriteOnly);
-    note.write(QJsonDocument(QJsonArray::fromStringList(m_remembered)).toJson());
-    if (!note.commit())
+    const QByteArray text = QJsonDocument(QJsonArray::fromStringList(m_remembered)).toJson();
+    // flush: what fails in commit() itself for want of room is not found out
+    if (!note.open(QIODevice::WriteOnly) || note.write(text) < 0 || !note.flush() || !note.commit())
         warn(*m_logger, QStringLiteral("cannot remember %1: %2").arg(name, note.errorString()));
 }

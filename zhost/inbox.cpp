@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,10 +49,10 @@ bool isCrash(int number)
     return std::find(crashes.begin(), crashes.end(), number) != crashes.end();
 }
 
-/// Whether nothing has happened to the file for a while.
+/// Whether nothing has happened to the file for a while, or since the clock was set back.
 bool isQuiet(const QFileInfo &file)
 {
-    return file.metadataChangeTime().msecsTo(QDateTime::currentDateTime()) >= QuietMs;
+    return qAbs(file.metadataChangeTime().msecsTo(QDateTime::currentDateTime())) >= QuietMs;
 }
 
 bool isPluginFile(const QString &file) { return QDir::match(Pattern, file); }
@@ -70,17 +71,35 @@ QString makeOwnFolder(const QString &path)
                                                                  : QStringLiteral("it is no folder of this user");
 }
 
-/// Moves the file at `path` to the folder `refused`, beside the reason. Answers why that fails, null if it does not.
-QString moveAside(const QString &path, const QString &refused, const QString &reason)
+/// The plugins' files in `folder` whose names are no text: Qt leaves them out of its lists, and cannot open them.
+QList<QByteArray> unspeakableIn(const QString &folder)
+{
+    QList<QByteArray> names;
+    DIR *const entries = opendir(QFile::encodeName(folder).constData());
+    while (const dirent *entry = entries ? readdir(entries) : nullptr) {
+        const QByteArray name = entry->d_name;
+        const bool isFile = entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN;
+        if (isFile && name.startsWith("lib") && name.endsWith(".so") &&
+            QFile::encodeName(QFile::decodeName(name)) != name)
+            names.append(name);
+    }
+    if (entries)
+        closedir(entries);
+    return names;
+}
+
+/// Moves the file at `path` to the folder `refused`, as `name`, beside the reason. Answers why that fails, null if it
+/// does not.
+QString moveAside(const QByteArray &path, const QString &refused, const QString &name, const QString &reason)
 {
     const QString failure = makeOwnFolder(refused);
     if (!failure.isNull())
         return failure;
-    const QString target = refused + QLatin1Char('/') + QFileInfo(path).fileName();
+    const QString target = refused + QLatin1Char('/') + name;
     QSaveFile text(target + QStringLiteral(".reason.txt"));
-    if (!text.open(QIODevice::WriteOnly) || text.write(reason.toUtf8() + '\n') < 0 || !text.commit())
+    if (!text.open(QIODevice::WriteOnly) || text.write(reason.toUtf8() + '\n') < 0 || !text.flush() || !text.commit())
         return text.errorString();
-    if (std::rename(QFile::encodeName(path).constData(), QFile::encodeName(target).constData()) != 0)
+    if (std::rename(path.constData(), QFile::encodeName(target).constData()) != 0)
         return qt_error_string(errno);
     return {};
 }
@@ -156,6 +175,7 @@ void Inbox::addAll()
             .entryInfoList({Pattern}, QDir::Files | QDir::NoSymLinks, QDir::Time | QDir::Reversed); // the oldest first
     for (const QFileInfo &file : files)
         addIfQuiet(file);
+    refuseUnspeakable();
     next();
 }
 
@@ -188,7 +208,7 @@ void Inbox::begin(const QString &file)
 {
     const QString path = pathOf(file);
     if (!QFileInfo(path).isFile() || QFileInfo(path).isSymLink())
-        return;
+        return refuseUnspeakable(); // it may be one
     auto copy = std::make_unique<ZFileCopy>(path);
     if (!copy->open())
         return leaveUnreadable(file, qt_error_string(errno));
@@ -238,12 +258,26 @@ void Inbox::remove(const QString &file)
         passOver(file, source.errorString());
 }
 
-void Inbox::refuse(const QString &file, const QString &reason)
+void Inbox::refuse(const QString &file, const QString &reason) { refuse(QFile::encodeName(file), file, reason); }
+
+/// A file whose name is no text gets one that is.
+void Inbox::refuse(const QByteArray &file, const QString &name, const QString &reason)
 {
-    warn(QStringLiteral("%1: refused: %2").arg(file, reason));
-    const QString failure = moveAside(pathOf(file), pathOf(Refused), reason);
+    warn(QStringLiteral("%1: refused: %2").arg(name, reason));
+    const QByteArray path = QFile::encodeName(m_folders.inbox) + '/' + file;
+    const QString failure = moveAside(path, pathOf(Refused), name, reason);
     if (!failure.isNull())
-        passOver(file, failure);
+        passOver(name, failure);
+}
+
+void Inbox::refuseUnspeakable()
+{
+    const QList<QByteArray> files = unspeakableIn(m_folders.inbox);
+    for (const QByteArray &file : files) {
+        const QString name = QString::fromLatin1(file.toPercentEncoding());
+        if (!m_passedOver.contains(name))
+            refuse(file, name, QStringLiteral("its name is no text"));
+    }
 }
 
 void Inbox::tryLater(const QString &reason)

@@ -53,6 +53,8 @@ private:
     void finish();
     void remove(const QString &file);
     void refuse(const QString &file, const QString &reason);
+    void refuse(const QByteArray &file, const QString &name, const QString &reason);
+    void refuseUnspeakable();
     void tryLater(const QString &reason);
     void passOver(const QString &file, const QString &reason);
     void inform(const QString &text);
