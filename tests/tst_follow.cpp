@@ -20,6 +20,7 @@ private Q_SLOTS:
     void goingBackIsFollowedToo();
     void namesInMemoryAreNotGivenAgain_data();
     void namesInMemoryAreNotGivenAgain();
+    void namesInMemoryAreNotGivenAgainInAFolderMadeAnew();
     void tellsWhyADropWasTakenBack_data();
     void tellsWhyADropWasTakenBack();
     void tellsThatTheHostHasEnded();
@@ -144,6 +145,21 @@ void tst_Follow::namesInMemoryAreNotGivenAgain()
     const Result result = site.end();
     QCOMPARE(result.out, QStringLiteral("dropped as libguarded.0001.so\nlibguarded.0001.so is loaded, and good\n"));
     QCOMPARE(result.exitCode, 0);
+}
+
+void tst_Follow::namesInMemoryAreNotGivenAgainInAFolderMadeAnew()
+{
+    Site site(Site::probation(Short));
+    QVERIFY(site.isWatching());
+    site.drop();
+    QCOMPARE(site.end().exitCode, 0);
+    const QDir folder(site.place.path());
+    QVERIFY(QFile::rename(site.place.deployed(), folder.filePath(QStringLiteral("away"))));
+    QVERIFY(folder.mkdir(QStringLiteral("deployed")));
+    const QString file = folder.filePath(QStringLiteral("libguarded.so"));
+    QCOMPARE(runProgram(QStringLiteral(ZDEPLOY), {file, site.place.hotDeploy()}).out,
+             QStringLiteral("dropped as libguarded.0001.so\n"));
+    QTRY_VERIFY_WITH_TIMEOUT(site.host->hasWritten(QStringLiteral("loaded: libguarded.0001\n")), Patience);
 }
 
 void tst_Follow::tellsWhyADropWasTakenBack_data()

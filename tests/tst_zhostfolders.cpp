@@ -19,6 +19,8 @@ class tst_ZHostFolders : public TestCase
 private Q_SLOTS:
     void secondHostSaysWhoRunsOnItsFolder_data();
     void secondHostSaysWhoRunsOnItsFolder();
+    void secondHostSaysWhoTakesItsDropsToo_data();
+    void secondHostSaysWhoTakesItsDropsToo();
     void folderIsFreeWhenItsHostHasEnded_data();
     void folderIsFreeWhenItsHostHasEnded();
     void anyProcessMayHaveTheFolder();
@@ -87,6 +89,39 @@ void tst_ZHostFolders::secondHostSaysWhoRunsOnItsFolder()
     QCOMPARE(second.exitCode(), 2);
     QCOMPARE(temporary.files(), QStringList{QStringLiteral("zhost.AbCdEf")});
     QCOMPARE(first.process().state(), QProcess::Running);
+}
+
+void tst_ZHostFolders::secondHostSaysWhoTakesItsDropsToo_data()
+{
+    QTest::addColumn<QString>("shared");
+    QTest::newRow("nothing in common") << QString();
+    QTest::newRow("hot-deploy") << "hot-deploy";
+    QTest::newRow("inbox") << "inbox";
+}
+
+void tst_ZHostFolders::secondHostSaysWhoTakesItsDropsToo()
+{
+    QFETCH(QString, shared);
+    const Folder deployed[2], hotDeploy[2], inbox[2], common;
+    const auto configuration = [&](int host) {
+        QJsonObject loader{{QStringLiteral("deployed"), deployed[host].path()},
+                           {QStringLiteral("hot-deploy"), hotDeploy[host].path()},
+                           {QStringLiteral("inbox"), inbox[host].path()}};
+        if (!shared.isEmpty())
+            loader.insert(shared, common.path());
+        QJsonObject result = loaderOf(deployed[host], hotDeploy[host]);
+        result.insert(QStringLiteral("loader"), loader);
+        return result;
+    };
+    Running first(configuration(0));
+    QTRY_VERIFY_WITH_TIMEOUT(first.hasWritten(IsWatching), Patience);
+    Running second(configuration(1));
+    QTRY_VERIFY_WITH_TIMEOUT(second.hasWritten(IsWatching), Patience);
+    const QString line = QStringLiteral("zhost: process %1 takes what is put into %2, too: each gets a part of it\n");
+    QCOMPARE(second.written().contains(line.arg(QString::number(first.process().processId()), common.path())),
+             !shared.isEmpty());
+    QCOMPARE(second.written().count(QStringLiteral("takes what is put into")), shared.isEmpty() ? 0 : 1);
+    QVERIFY2(!first.written().contains(QStringLiteral("takes what is put into")), qPrintable(first.written()));
 }
 
 void tst_ZHostFolders::folderIsFreeWhenItsHostHasEnded_data()

@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QTemporaryFile>
 
+#include <foldermark.h>
 #include <renameto.h>
 #include <takennames.h>
 #include <zfilecopy.h>
@@ -128,7 +129,9 @@ Drop::Result Drop::run() const
     if (!verdict.isGood())
         return {{}, verdict};
 
-    const QStringList names = takenNames(hotDeploy, deployed, {RunningHost::on(deployed).holder.process});
+    // A host that runs on a deployed folder that was moved away is found by the other one.
+    const QStringList hosts{RunningHost::on(deployed).holder.process, FolderMark::on(hotDeploy)};
+    const QStringList names = takenNames(hotDeploy, deployed, hosts);
     if (version.isEmpty()) {
         name = name.next(names);
     } else {

@@ -6,6 +6,7 @@
 #include "exitcode.h"
 #include "exitguard.h"
 #include "folderlock.h"
+#include "foldermark.h"
 #include "host.h"
 #include "lastwords.h"
 #include "logformat.h"
@@ -47,6 +48,13 @@ int callOnce(Host &host, const CommandLine &commandLine)
     return Success;
 }
 
+void tellWhoElseTakes(const QString &folder, const FolderMark &mark)
+{
+    if (const QString other = mark.other(); !other.isEmpty())
+        complain(
+            QStringLiteral("process %1 takes what is put into %2, too: each gets a part of it").arg(other, folder));
+}
+
 int run(const CommandLine &commandLine, const Configuration &configuration)
 {
     // Two would take each other's drops, and each would remove the other's temporary files.
@@ -56,6 +64,12 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
         return refuse(QStringLiteral("%1 is in use by %2").arg(deployed, lock.holder()));
     if (!lock.error().isNull())
         complain(lock.error());
+    const QString hotDeploy = configuration.folder(QStringLiteral("hot-deploy"));
+    const QString inbox = commandLine.isCall ? QString() : configuration.inbox();
+    const FolderMark hotDeployMark(hotDeploy);
+    const FolderMark inboxMark(inbox);
+    tellWhoElseTakes(hotDeploy, hotDeployMark);
+    tellWhoElseTakes(inbox, inboxMark);
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &QCoreApplication::quit);
     const ExitGuard exitGuard;
