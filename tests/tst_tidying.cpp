@@ -29,7 +29,10 @@ Result keep(const Place &place, int number, const QStringList &plugin = {})
                                                    QStringList{place.hotDeploy()});
 }
 
-QStringList pluginsIn(const Place &place) { return QDir(place.deployed()).entryList({QStringLiteral("lib*")}); }
+QStringList pluginsIn(const Place &place)
+{
+    return QDir(place.deployed()).entryList({QStringLiteral("lib*")}, QDir::NoFilter, QDir::Name);
+}
 
 QString told(const QStringList &removed)
 {
@@ -62,6 +65,12 @@ void tst_Tidying::removesOldVersionsThatNobodyNeeds_data()
     QTest::newRow("each plugin") << 1 << nothing << three + two << three + two
                                  << QStringList{"liba.so", "liba.1.so", "libb.1.so"};
     QTest::newRow("one plugin") << 1 << QStringList{"b"} << three + two << three + two << QStringList{"libb.1.so"};
+    const QStringList twoCases{"liba.1.so", "libA.2.so", "liba.3.so"};
+    QTest::newRow("versions in another case") << 2 << nothing << twoCases << nothing << QStringList{"libA.2.so"};
+    QTest::newRow("versions in another case, of one plugin")
+        << 2 << QStringList{"a"} << twoCases << nothing << QStringList{"libA.2.so"};
+    QTest::newRow("plain files in another case")
+        << 1 << nothing << QStringList{"liba.so", "libA.so"} << nothing << nothing;
     QTest::newRow("what is in quarantine is no version")
         << 1 << nothing << QStringList{"liba.1.so", "liba.2.so.quarantined"} << nothing << nothing;
 }

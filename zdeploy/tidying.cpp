@@ -7,25 +7,28 @@
 
 #include <QDir>
 #include <QFile>
-#include <QMap>
+
+#include <algorithm>
 
 namespace {
 
 /// Those that have had their turn, the oldest first.
 QStringList oldOnes(const QVector<Version> &versions, const QString &plugin, int keep)
 {
-    QMap<QString, int> count;
-    QMap<QString, bool> hasGood;
+    QVector<Version> newer;
     QStringList old;
     for (auto version = versions.rbegin(); version != versions.rend(); ++version) { // the newest first
-        const QString name = version->name.plugin;
         const bool isGood = version->state == Version::Good;
-        if ((!isGood && version->state != Version::Unproven) || (!plugin.isEmpty() && name != plugin))
+        if (!isGood && version->state != Version::Unproven)
             continue;
-        const bool isNewestGood = isGood && !hasGood.value(name);
-        hasGood[name] = hasGood.value(name) || isGood;
-        if (++count[name] > keep && !isNewestGood)
+        if (!plugin.isEmpty() && !version->name.isSamePlugin({plugin, {}}))
+            continue;
+        const auto isOfIt = [&](const Version &other) { return other.name.isSamePlugin(version->name); };
+        const auto isGoodOfIt = [&](const Version &other) { return isOfIt(other) && other.state == Version::Good; };
+        const bool isNewestGood = isGood && std::none_of(newer.begin(), newer.end(), isGoodOfIt);
+        if (std::count_if(newer.begin(), newer.end(), isOfIt) >= keep && !isNewestGood)
             old.prepend(version->name.file());
+        newer.append(*version);
     }
     return old;
 }
