@@ -34,6 +34,7 @@ private Q_SLOTS:
     void forgetsWhatWasRemoved();
     void saysWhyItCannotRemember_data();
     void saysWhyItCannotRemember();
+    void namesMayBeNoPatterns();
     void saysThatADropIsHalfWritten();
     void saysThatADropIsTakenForWhatIsInMemory_data();
     void saysThatADropIsTakenForWhatIsInMemory();
@@ -285,6 +286,17 @@ void tst_ZHostFolders::saysWhyItCannotRemember()
     QTRY_VERIFY2_WITH_TIMEOUT(host.hasWritten(line), qPrintable(host.written()), Patience);
     host.stop();
     QVERIFY(host.hasEndedWell());
+}
+
+void tst_ZHostFolders::namesMayBeNoPatterns()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("greeter.2")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("greeter["), QStringLiteral("greeter")}));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(IsWatching), Patience);
+    QVERIFY(host.written().contains(QStringLiteral("failed to load greeter[: ")));
+    QVERIFY(host.written().contains(QStringLiteral("loaded: libgreeter.2\n")));
+    QVERIFY2(!host.written().contains(QStringLiteral("QRegularExpression")), qPrintable(host.written()));
 }
 
 void tst_ZHostFolders::saysThatADropIsHalfWritten()

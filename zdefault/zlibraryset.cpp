@@ -14,6 +14,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QMutexLocker>
+#include <QRegularExpression>
 #include <QThread>
 
 #include <utility>
@@ -21,6 +22,13 @@
 namespace {
 constexpr int LineKind = 1;
 const QChar Dot = QLatin1Char('.');
+
+/// A name with an open "[" makes none. Qt would find nothing by it, but warn at each file.
+bool isPattern(const QString &text)
+{
+    return QRegularExpression(QRegularExpression::wildcardToRegularExpression(text)).isValid();
+}
+
 } // namespace
 
 /// While it lives no other thread loads, but one that injects: whoever loads will want to inject as well.
@@ -115,8 +123,9 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadAll(const QString &name, const QString
         return library ? library : loadFile(base, emitter, false);
     };
     QSharedPointer<ZLibrary> result = loadIfNeeded(name);
+    const QString pattern = QStringLiteral("lib%1.*.so").arg(name);
     const QStringList versions =
-        QDir(folder).entryList({QStringLiteral("lib%1.*.so").arg(name)}, QDir::Files, QDir::Name);
+        isPattern(pattern) ? QDir(folder).entryList({pattern}, QDir::Files, QDir::Name) : QStringList();
     for (const QString &file : versions)
         result = loadIfNeeded(QFileInfo(file).completeBaseName());
     return result;

@@ -42,9 +42,8 @@ struct
 /// Whether a plugin could not be loaded. Of one that has versions only, the plain file is looked for as well.
 bool isFailure(const QString &name)
 {
-    const QString stem = QStringLiteral("lib") + ZDefaultLoader::undecorate(name);
-    return stage.deployed.exists(stem + QStringLiteral(".so")) ||
-           stage.deployed.entryList({stem + QStringLiteral(".*.so")}).isEmpty();
+    const QString plugin = ZDefaultLoader::undecorate(name);
+    return stage.deployed.exists(QStringLiteral("lib%1.so").arg(plugin)) || !hasVersions(stage.deployed.path(), plugin);
 }
 
 /// Paths within the scratch folder are of no use to anybody.

@@ -3,6 +3,7 @@
 
 #include "configuration.h"
 #include "ownership.h"
+#include "pluginfiles.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -180,8 +181,7 @@ private:
             if (QFileInfo(dir, QString::fromLatin1(form).arg(name)).isFile())
                 return true;
         }
-        return !name.contains(QLatin1Char('.')) &&
-               !dir.entryList({QStringLiteral("lib%1.*.so").arg(name)}, QDir::Files).isEmpty();
+        return !name.contains(QLatin1Char('.')) && hasVersions(folder, name);
     }
 
     const QJsonObject m_section;

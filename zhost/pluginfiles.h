@@ -9,3 +9,6 @@ extern const QString PluginPattern;
 
 /// The plugins' files in `folder`, in the order in which a loader takes versions; none if the folder's name is empty.
 QStringList pluginFilesIn(const QString &folder);
+
+/// Whether a loader finds versions of `plugin` in `folder`.
+bool hasVersions(const QString &folder, const QString &plugin);
