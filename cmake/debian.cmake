@@ -19,6 +19,6 @@ set(CPACK_DEBIAN_ZDEFAULT-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_ZDEFAULT-DEV_DESCRIPTION
     "The headers, and what a plugin is built with beside them.")
 set(CPACK_DEBIAN_ZDEFAULT-DEV_PACKAGE_DEPENDS
-    "libzdefault${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}), qtbase5-dev (>= 5.15), cmake (>= 3.16), g++")
+    "libzdefault${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}), qtbase5-dev (>= 5.15), cmake (>= 3.16), g++, make | ninja-build")
 
 include(CPack)

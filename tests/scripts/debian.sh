@@ -16,6 +16,7 @@ dev=$(ls "$folder"/build/libzdefault-dev_*.deb)
 dpkg-deb --field "$run" Depends | grep -q 'libqt5core5a' || fail "the library does not name Qt"
 ! dpkg-deb --field "$run" Depends | grep -Eq 'libqt5(gui|network|test)|libglib' || fail "the library needs more than Qt Core"
 dpkg-deb --field "$dev" Depends | grep -q 'libzdefault1 (= ' || fail "the headers do not name their library"
+dpkg-deb --field "$dev" Depends | grep -q 'make | ninja-build' || fail "the headers do not name what cmake has build"
 # dpkg itself installs them: into a root of their own, where nothing else is.
 root=$folder/root
 mkdir -p "$root/var/lib/dpkg/"{info,updates}
