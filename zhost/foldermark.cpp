@@ -44,7 +44,7 @@ QString FolderMark::other() const { return markedBy(m_descriptor); }
 QString FolderMark::on(const QString &folder)
 {
     const int descriptor = openFolder(folder);
-    const QString process = markedBy(descriptor);
+    QString process = markedBy(descriptor);
     close(descriptor);
     return process;
 }

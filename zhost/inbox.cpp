@@ -92,7 +92,7 @@ QList<QByteArray> unspeakableIn(const QString &folder)
 /// does not.
 QString moveAside(const QByteArray &path, const QString &refused, const QString &name, const QString &reason)
 {
-    const QString failure = makeOwnFolder(refused);
+    QString failure = makeOwnFolder(refused);
     if (!failure.isNull())
         return failure;
     const QString target = refused + QLatin1Char('/') + name;
