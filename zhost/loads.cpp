@@ -3,27 +3,37 @@
 
 #include "lastwords.h"
 
+#include "../zdeploy/pluginname.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QMutex>
 #include <QMutexLocker>
-#include <QSet>
+#include <QVector>
 
 #include <zdefaultloader.h>
 #include <zloading.h>
 
 #include <algorithm>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+
+struct Load
+{
+    QString file;
+    struct stat status; // of the file as it was found
+};
 
 /// Plugins are loaded until the very end, so it is never destroyed.
 struct State
 {
     QMutex mutex; // guards all that follows
-    QSet<QString> loaded;
-    QStringList loading;
+    QVector<Load> loaded; // the last one of each plugin
+    QVector<Load> loading;
+    QString folder;
     QByteArray note; // its path; empty if there is none
 
     static State &get()
@@ -32,6 +42,34 @@ struct State
         return state;
     }
 };
+
+/// All zero if it is not there.
+struct stat statusOf(const QString &file)
+{
+    struct stat status = {};
+    stat(QFile::encodeName(State::get().folder + QLatin1Char('/') + file).constData(), &status);
+    return status;
+}
+
+bool areSame(const struct stat &one, const struct stat &other)
+{
+    return one.st_ino == other.st_ino && one.st_dev == other.st_dev && one.st_size == other.st_size &&
+           one.st_mtim.tv_sec == other.st_mtim.tv_sec && one.st_mtim.tv_nsec == other.st_mtim.tv_nsec;
+}
+
+/// Leaves out those loads that `isMeant` says.
+template <class IsMeant>
+void remove(QVector<Load> *loads, IsMeant isMeant)
+{
+    loads->erase(std::remove_if(loads->begin(), loads->end(), isMeant), loads->end());
+}
+
+/// Which of the loads that are under way is that of `file`: the innermost one.
+QVector<Load>::iterator underWay(State *state, const QString &file)
+{
+    const auto isIt = [&](const Load &load) { return load.file == file; };
+    return std::find_if(state->loading.rbegin(), state->loading.rend(), isIt).base() - 1;
+}
 
 /// Not to the disk: it is for the next process, and a power cut is nobody's fault.
 void writeNote(const State &state)
@@ -43,7 +81,10 @@ void writeNote(const State &state)
         return;
     }
     const int descriptor = openNote(state.note.constData());
-    const QByteArray text = QFile::encodeName(state.loading.join(QLatin1Char('\n')));
+    QStringList files;
+    for (const Load &load : state.loading)
+        files.append(load.file);
+    const QByteArray text = QFile::encodeName(files.join(QLatin1Char('\n')));
     if (write(descriptor, text.constData(), static_cast<size_t>(text.size())) < 0) {
     } // who cannot write there has been told so
     close(descriptor);
@@ -56,25 +97,29 @@ void hear(const QByteArray &name, ZLoading::State what)
     const QMutexLocker locker(&state.mutex);
     switch (what) {
     case ZLoading::Begun:
-        state.loading.append(file);
+        state.loading.append({file, statusOf(file)});
         return writeNote(state);
     case ZLoading::Loaded:
-        state.loaded.insert(file);
+        remove(&state.loaded, [name = PluginName::parse(file)](const Load &load) {
+            return name.isSamePlugin(PluginName::parse(load.file));
+        });
+        state.loaded.append(*underWay(&state, file));
         return;
     case ZLoading::Failed:
-        state.loaded.remove(file);
+        remove(&state.loaded, [&](const Load &load) { return load.file == file; });
         return;
     case ZLoading::Over:
-        state.loading.removeAt(state.loading.lastIndexOf(file));
+        state.loading.erase(underWay(&state, file));
         return writeNote(state);
     }
 }
 
 } // namespace
 
-void Loads::listen(const QString &note)
+void Loads::listen(const QString &folder, const QString &note)
 {
     State &state = State::get();
+    state.folder = folder;
     state.note = QFile::encodeName(note);
     unlink(state.note.constData()); // that of a process before
     zTellLoads(hear);
@@ -92,21 +137,22 @@ bool Loads::contain(const QString &file)
 {
     State &state = State::get();
     const QMutexLocker locker(&state.mutex);
-    return state.loaded.contains(file);
+    const auto isIt = [&](const Load &load) { return load.file == file && areSame(load.status, statusOf(file)); };
+    return std::any_of(state.loaded.cbegin(), state.loaded.cend(), isIt);
 }
 
 void Loads::forget(const QString &file)
 {
     State &state = State::get();
     const QMutexLocker locker(&state.mutex);
-    state.loaded.remove(file);
+    remove(&state.loaded, [&](const Load &load) { return load.file == file; });
 }
 
-void Loads::forgetBut(const QStringList &files)
+bool Loads::areUnderWay()
 {
     State &state = State::get();
     const QMutexLocker locker(&state.mutex);
-    state.loaded.intersect(QSet<QString>(files.begin(), files.end()));
+    return !state.loading.isEmpty();
 }
 
 QStringList Loads::notedIn(const QString &note)

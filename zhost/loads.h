@@ -14,17 +14,18 @@
 class Loads
 {
 public:
-    /// To be called before the first load, with the path of the note, which is removed.
-    static void listen(const QString &note);
+    /// To be called before the first load, with the folder of the plugins, and the path of the note, which is removed.
+    static void listen(const QString &folder, const QString &note);
     /// There is no note any more.
     static void endNote();
 
-    /// Whether the file of this name has been loaded, and has not failed since. It may have left memory.
+    /// Whether `file` is the last of its plugin that has been loaded, has not failed since, and is still what it was
+    /// then. It may have left memory.
     static bool contain(const QString &file);
     /// It has failed.
     static void forget(const QString &file);
-    /// All but those of `files`.
-    static void forgetBut(const QStringList &files);
+    /// Whether anything is being loaded, be it further up on the stack of who asks.
+    static bool areUnderWay();
 
     /// The files that a note has, the innermost first: one may be loaded within another.
     static QStringList notedIn(const QString &note);

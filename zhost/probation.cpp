@@ -36,11 +36,6 @@ QString folderOf(const Configuration &configuration, const QString &key)
     return folder.isEmpty() ? folder : QDir(folder).canonicalPath();
 }
 
-bool isNewest(const QString &file, const QStringList &files)
-{
-    return PluginName::parse(file).newest(files).file() == file;
-}
-
 /// What the check of a file's plugin is called.
 QString checkOf(const QString &file) { return PluginName::parse(file).plugin.toLower(); }
 
@@ -84,7 +79,7 @@ bool Probation::begin()
         return false;
     m_notes.forgetCrash();
     m_notes.noteStart({start.count + 1, {}, {}});
-    Loads::listen(m_notes.loadingPath());
+    Loads::listen(m_deployed, m_notes.loadingPath());
     m_known = pluginFilesIn(m_deployed);
     return true;
 }
@@ -119,7 +114,7 @@ void Probation::watch(ZDbus *bus)
     m_bus = bus;
     m_watcher.addPath(m_deployed);
     for (const QString &file : qAsConst(m_known)) { // what a stop has kept from its verdict
-        if (!m_notes.isGood(file) && isNewest(file, m_known))
+        if (!m_notes.isGood(file) && Loads::contain(file))
             check(file, AtStart);
     }
     look();
@@ -168,7 +163,7 @@ QStringList Probation::toTake(const QStringList &suspects) const
     return plugins(true).isEmpty() ? QStringList() : fresh;
 }
 
-/// What has been loaded and says nothing bad of itself, and what was noted before.
+/// What serves and says nothing bad of itself, and what was noted before.
 QStringList Probation::thoseThatRanWell() const
 {
     const QStringList files = pluginFilesIn(m_deployed);
@@ -185,7 +180,6 @@ QStringList Probation::thoseThatRanWell() const
 void Probation::passed()
 {
     m_notes.noteGood(thoseThatRanWell());
-    Loads::forgetBut(plugins(false)); // the others are noted
     endChecks();
     m_notes.forgetStart();
 }
@@ -202,7 +196,7 @@ void Probation::look()
         m_notes.noteStart({1, {}, {}});
     m_timer.start();
     for (const QString &file : qAsConst(newcomers)) {
-        if (isNewest(file, newcomers) && !m_again.contains(file)) // the one that came last answers
+        if (Loads::contain(file) && !m_again.contains(file)) // the one that came last answers
             check(file, Live);
     }
 }
