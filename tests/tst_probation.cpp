@@ -2,6 +2,7 @@
 #include "guardedsite.h"
 #include "testcase.h"
 
+#include <QDir>
 #include <QFile>
 
 /// What the program zhost comes to hold of a version, and when.
@@ -14,6 +15,10 @@ private Q_SLOTS:
     void versionThatIsReplacedInItsProbationIsNotGood();
     void fileThatIsRenamedBackIsNeitherJudgedNorGood();
     void fileThatIsReplacedAfterItsLoadIsNotGood();
+    void crashOfWhatIsAwayTakesNothingBack_data();
+    void crashOfWhatIsAwayTakesNothingBack();
+    void folderThatIsAwayIsNotAnEmptyOne();
+    void versionThatRunsTheEventLoopWhileLoadedIsJudged();
 };
 
 void tst_Probation::versionThatIsReplacedInItsProbationIsNotGood_data()
@@ -74,6 +79,77 @@ void tst_Probation::fileThatIsReplacedAfterItsLoadIsNotGood()
     QVERIFY(site.deployed.drop(guarded("CrashInWriter"), Two));
     QTRY_VERIFY_WITH_TIMEOUT(!site.isStarting(), Patience);
     QCOMPARE(site.good().keys(), QStringList{One});
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Probation::crashOfWhatIsAwayTakesNothingBack_data()
+{
+    QTest::addColumn<bool>("isRemoved"); // by an operator, when it has been taken back
+    QTest::newRow("in quarantine") << false;
+    QTest::newRow("removed") << true;
+}
+
+void tst_Probation::crashOfWhatIsAwayTakesNothingBack()
+{
+    QFETCH(bool, isRemoved);
+    Site site;
+    site.loadList = {QStringLiteral("other")}; // good, so that there is something to compare with
+    QVERIFY(startsWell(&site, "ServeUnasked", QStringLiteral("libother.so")));
+    site.setProbation(Long);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY(site.hotDeploy.drop(QStringLiteral("greeter"), Innocent));
+    QTRY_VERIFY_WITH_TIMEOUT(site.isDeployed(Innocent), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded(isRemoved ? "CrashWithoutFile" : "CrashInQuarantine"), One));
+    if (isRemoved) {
+        QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);
+        QVERIFY(QFile::remove(site.deployed.filePath(One)));
+    }
+    QVERIFY(site.crashes());
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY2(
+        site.hasWritten(QStringLiteral("zhost: nothing is taken back, for the guilty one is away already: ended by "
+                                       "Segmentation fault in ")),
+        qPrintable(site.written()));
+    QVERIFY(site.isDeployed(Innocent));
+    QCOMPARE(site.stop(), 0);
+}
+
+void tst_Probation::folderThatIsAwayIsNotAnEmptyOne()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    const QJsonObject good = site.good();
+    site.setProbation(Short);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching) && !site.isStarting(), Patience);
+    const QString away = site.deployed.path() + QStringLiteral(".away");
+    QVERIFY(QDir().rename(site.deployed.path(), away));
+    QFile newcomer(away + QStringLiteral("/new")); // the host hears of it
+    QVERIFY(newcomer.open(QIODevice::WriteOnly));
+    const QString line = QStringLiteral("zhost: cannot read %1: No such file or directory; what is there is not judged "
+                                        "until that is mended\n")
+                             .arg(site.deployed.path());
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(line), Patience);
+    QVERIFY(QDir().rename(away, site.deployed.path()));
+    QVERIFY(site.hotDeploy.drop(guarded("Serve"), Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Two), Patience);
+    QCOMPARE(site.good().value(One), good.value(One)); // it has been since then
+    QCOMPARE(site.stop(), 0);
+    QCOMPARE(site.count(line), 1);
+    QVERIFY2(!site.hasWritten(QStringLiteral("cannot write")), qPrintable(site.written()));
+}
+
+void tst_Probation::versionThatRunsTheEventLoopWhileLoadedIsJudged()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    site.setProbation(4000);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching) && !site.isStarting(), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("LookAroundInWriter"), Two)); // and is unhealthy
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(takenBack(Two)), Patience);
     QCOMPARE(site.stop(), 0);
 }
 

@@ -30,7 +30,7 @@ struct Load
 /// Plugins are loaded until the very end, so it is never destroyed.
 struct State
 {
-    QMutex mutex; // guards all that follows
+    QMutex mutex;         // guards all that follows
     QVector<Load> loaded; // the last one of each plugin
     QVector<Load> loading;
     QString folder;

@@ -20,14 +20,22 @@
 #include <iterator>
 #include <utility>
 
+#include <unistd.h>
+
 namespace {
 
 constexpr int DefaultMs = 10000;
+constexpr int RetryMs = 1000;
 constexpr int StartsInARow = 2;
 // More, for somebody else may have killed it: a machine that is short of memory, or its operator.
 constexpr int StartsUntilHopeless = 5;
 
 QJsonValue guardOf(const QJsonObject &configuration) { return configuration.value(QStringLiteral("guard")); }
+
+int probationOf(const QJsonObject &configuration)
+{
+    return qMax(0, guardOf(configuration).toObject().value(QStringLiteral("probation")).toInt(DefaultMs));
+}
 
 /// By its real name, which the kernel shows for what is in memory; empty if there is none.
 QString folderOf(const Configuration &configuration, const QString &key)
@@ -53,11 +61,10 @@ void say(const QString &line) { qWarning("zhost: %s", qPrintable(line)); }
 Probation::Probation(const Configuration &configuration)
     : m_hotDeploy(folderOf(configuration, QStringLiteral("hot-deploy"))),
       m_deployed(folderOf(configuration, QStringLiteral("deployed"))), m_notes(m_deployed),
-      m_isOn(!m_deployed.isEmpty() && guardOf(configuration.object) != false)
+      m_isOn(!m_deployed.isEmpty() && guardOf(configuration.object) != false),
+      m_probationMs(probationOf(configuration.object))
 {
     m_timer.setSingleShot(true);
-    const QJsonObject guard = guardOf(configuration.object).toObject();
-    m_timer.setInterval(qMax(0, guard.value(QStringLiteral("probation")).toInt(DefaultMs)));
     connect(&m_timer, &QTimer::timeout, this, &Probation::passed);
     connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, &Probation::look);
 }
@@ -84,6 +91,14 @@ bool Probation::begin()
     return true;
 }
 
+/// Whether the file in which a crash came is not where it was: a version stays in memory as long as it is held, and the
+/// kernel knows it by its new name.
+bool Probation::isAway(const QString &file) const
+{
+    return !file.isEmpty() &&
+           (!Notes::nameBeforeQuarantine(file).isNull() || !QFile::exists(QDir(m_deployed).filePath(file)));
+}
+
 /// Decides what is to be taken back, and notes it. False if something should be, but nothing can.
 bool Probation::judge(Notes::Start *start)
 {
@@ -93,6 +108,11 @@ bool Probation::judge(Notes::Start *start)
         start->count = qMax(start->count, 1);
     if (start->count < StartsInARow && crash.text.isEmpty())
         return true;
+    if (isAway(crash.file)) {
+        say(QStringLiteral("nothing is taken back, for the guilty one is away already: %1").arg(crash.text));
+        start->count = 0;
+        return true;
+    }
     start->why = crash.text.isEmpty() ? reasonFor(start->count, loading) : crash.text;
     start->taking = toTake(crash.text.isEmpty() ? loading : QStringList{crash.file, crash.loading});
     if (!start->taking.isEmpty()) {
@@ -118,7 +138,7 @@ void Probation::watch(ZDbus *bus)
             check(file, AtStart);
     }
     look();
-    m_timer.start();
+    m_timer.start(m_probationMs);
 }
 
 void Probation::end()
@@ -179,26 +199,51 @@ QStringList Probation::thoseThatRanWell() const
 
 void Probation::passed()
 {
+    if (!look() || m_timer.isActive())
+        return;
     m_notes.noteGood(thoseThatRanWell());
     endChecks();
     m_notes.forgetStart();
 }
 
-void Probation::look()
+/// Whether what is in the folder can be told: one that is away, or closed, is not an empty one.
+bool Probation::canBeRead()
 {
+    const bool can = access(QFile::encodeName(m_deployed).constData(), R_OK | X_OK) == 0;
+    const QString reason = qt_error_string(errno);
+    const bool couldNot = std::exchange(m_cannotBeRead, !can);
+    if (!can && !couldNot)
+        say(QStringLiteral("cannot read %1: %2; what is there is not judged until that is mended")
+                .arg(m_deployed, reason));
+    if (can && couldNot) { // it may be another one by now
+        m_watcher.removePath(m_deployed);
+        m_watcher.addPath(m_deployed);
+    }
+    return can;
+}
+
+/// Has newcomers begin a probation. False if it cannot be told whether there are any: it is tried again soon.
+bool Probation::look()
+{
+    if (Loads::areUnderWay() || !canBeRead()) { // what is being loaded may be judged only when it has been
+        if (!m_timer.isActive())
+            m_timer.start(RetryMs);
+        return false;
+    }
     QStringList newcomers = pluginFilesIn(m_deployed);
     const QStringList before = std::exchange(m_known, newcomers);
     const auto isKnown = [&](const QString &file) { return before.contains(file) || m_notes.isGood(file); };
     newcomers.erase(std::remove_if(newcomers.begin(), newcomers.end(), isKnown), newcomers.end());
     if (newcomers.isEmpty())
-        return;
-    if (!m_timer.isActive()) // else a note is there
+        return true;
+    if (m_notes.start().count == 0) // else a probation is under way
         m_notes.noteStart({1, {}, {}});
-    m_timer.start();
+    m_timer.start(m_probationMs);
     for (const QString &file : qAsConst(newcomers)) {
         if (Loads::contain(file) && !m_again.contains(file)) // the one that came last answers
             check(file, Live);
     }
+    return true;
 }
 
 /// Asks the plugin of the newcomer `file`. At a start, when it may not have all that it needs yet, it is not taken back

@@ -37,12 +37,14 @@ public:
     QStringList hanging() const;
 
 private:
+    bool isAway(const QString &file) const;
     bool judge(Notes::Start *start);
     QStringList plugins(bool areGood) const;
     QStringList thoseThatRanWell() const;
     QStringList toTake(const QStringList &suspects) const;
     void passed();
-    void look();
+    bool canBeRead();
+    bool look();
     enum Occasion
     {
         AtStart,
@@ -57,9 +59,11 @@ private:
     const QString m_deployed; // empty if there is none
     Notes m_notes;
     bool m_isOn;
+    const int m_probationMs;
     QTimer m_timer;
     QFileSystemWatcher m_watcher;
     ZDbus *m_bus = nullptr;
+    bool m_cannotBeRead = false;
     QStringList m_known; // the plugins that have been seen
     QStringList m_again; // those that are copies of good ones
 };

@@ -6,6 +6,7 @@
 #include <zobject.h>
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QJsonObject>
 #include <QTemporaryFile>
 #include <QTimer>
@@ -16,6 +17,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 namespace {
@@ -36,7 +38,10 @@ enum Deed
     ExitInWriter,
     QuitInWriter,
     HangInWriter,
-    StopInWriter ///< has the host told to stop, and hear of it
+    StopInWriter,       ///< has the host told to stop, and hear of it
+    LookAroundInWriter, ///< runs the event loop, and is unhealthy
+    CrashWithoutFile,   ///< as soon as its file is not there any more
+    CrashInQuarantine   ///< the same, and is unhealthy
 };
 
 __attribute__((no_sanitize("undefined"))) void crash()
@@ -49,6 +54,18 @@ int overflow(const volatile int *depth)
 {
     const volatile int next[1000] = {*depth + 1};
     return next[0] < 0 ? 0 : overflow(next) + next[0];
+}
+
+void crashWithoutFile(QObject *owner)
+{
+    Dl_info place;
+    dladdr(reinterpret_cast<void *>(&crash), &place);
+    auto *const timer = new QTimer(owner);
+    QObject::connect(timer, &QTimer::timeout, owner, [file = QFile::decodeName(place.dli_fname)] {
+        if (!QFile::exists(file))
+            crash();
+    });
+    timer->start(100);
 }
 
 void beginToServe()
@@ -71,6 +88,8 @@ void beginToServe()
         std::fputs("guarded: hangs\n", stderr);
     while (DEED == HangInWriter)
         pause();
+    if (DEED == LookAroundInWriter)
+        QCoreApplication::processEvents();
     if (DEED == StopInWriter) {
         std::raise(SIGTERM);
         QCoreApplication::processEvents();
@@ -96,6 +115,8 @@ public:
             std::abort();
         if (DEED == CrashLater)
             QTimer::singleShot(300, this, crash);
+        if (DEED == CrashWithoutFile || DEED == CrashInQuarantine)
+            crashWithoutFile(this);
     }
 
     QSharedPointer<QTemporaryFile> newFile0() override { return {}; }
@@ -107,7 +128,9 @@ public:
         const bool isAsked = url.path().endsWith(QLatin1String("/healthy"));
         while (isAsked && DEED == HangWhenAsked)
             pause();
-        return !isAsked || (DEED != BeUnhealthy && DEED != NameItsHealth);
+        const bool isUnhealthy =
+            DEED == BeUnhealthy || DEED == NameItsHealth || DEED == LookAroundInWriter || DEED == CrashInQuarantine;
+        return !isAsked || !isUnhealthy;
     }
 
     ZDbus *getSetZDbus(ZDbus *dbus = nullptr)
