@@ -50,7 +50,6 @@ private Q_SLOTS:
     void killedAnywhereTheNextStartIsRight_data();
     void killedAnywhereTheNextStartIsRight();
     void copiedOnesAreNotTakenBackForNothing();
-    void anUnhealthyOneDoesNotBecomeGoodByARestart();
     void killedWhileItTakesBackTheNextStartIsRight();
     void doesNotStartOnWhatCannotBeTakenBack_data();
     void doesNotStartOnWhatCannotBeTakenBack();
@@ -514,19 +513,6 @@ void tst_Guard::copiedOnesAreNotTakenBackForNothing()
         site.kill();
     }
     QCOMPARE(site.plugins(), QStringList{One}); // nothing that is there is known to be good
-}
-
-void tst_Guard::anUnhealthyOneDoesNotBecomeGoodByARestart()
-{
-    Site site;
-    QVERIFY(startsWell(&site));
-    QVERIFY(site.deployed.drop(guarded("BeUnhealthy"), Two));
-    site.setProbation(2000);
-    site.start();
-    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Two)) && !site.isStarting(), Patience);
-    QVERIFY(site.isGood(One));
-    QVERIFY(!site.isGood(Two));
-    QCOMPARE(site.stop(), 0);
 }
 
 void tst_Guard::killedWhileItTakesBackTheNextStartIsRight()

@@ -17,6 +17,8 @@ private Q_SLOTS:
     void fileThatIsReplacedAfterItsLoadIsNotGood();
     void crashOfWhatIsAwayTakesNothingBack_data();
     void crashOfWhatIsAwayTakesNothingBack();
+    void unhealthyVersionThatMetAStopIsTakenBackAfterAll();
+    void unhealthyVersionWithoutAGoodOneServesOnAtEachStart();
     void folderThatIsAwayIsNotAnEmptyOne();
     void versionThatRunsTheEventLoopWhileLoadedIsJudged();
 };
@@ -114,6 +116,46 @@ void tst_Probation::crashOfWhatIsAwayTakesNothingBack()
         qPrintable(site.written()));
     QVERIFY(site.isDeployed(Innocent));
     QCOMPARE(site.stop(), 0);
+}
+
+void tst_Probation::unhealthyVersionThatMetAStopIsTakenBackAfterAll()
+{
+    Site site;
+    site.loadList.append(QStringLiteral("caller"));
+    QVERIFY(site.deployed.drop(QStringLiteral("caller")));
+    QVERIFY(startsWell(&site));
+    site.setProbation(4000);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("BeUnhealthy"), Two));
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(Two)), Patience);
+    QCOMPARE(site.stop(), 0);
+    QCOMPARE(site.plugins(), QStringList({One, Two}));
+
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Three), Patience);
+    QVERIFY(site.hasWritten(takenBack(Two) + QStringLiteral("//guarded/healthy was not handled, twice in a row\n")));
+    QVERIFY(site.hasWritten(QStringLiteral("zhost: libguarded.1.so is deployed again, as libguarded.3.so\n")));
+    QCOMPARE(site.plugins(), QStringList({One, quarantined(Two), Three}));
+    QCOMPARE(site.stop(), 0);
+    QVERIFY2(site.hasWritten(QStringLiteral("calls: many, lost: 0\n")), qPrintable(site.written()));
+}
+
+void tst_Probation::unhealthyVersionWithoutAGoodOneServesOnAtEachStart()
+{
+    Site site;
+    QVERIFY(site.deployed.drop(guarded("BeUnhealthy"), One));
+    site.setProbation(4000);
+    site.start();
+    const QString line = QStringLiteral("zhost: libguarded.1.so serves on, though it is not healthy, for no version "
+                                        "before it has run well: //guarded/healthy was not handled, twice in a row\n");
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(line), Patience);
+    QVERIFY(site.hotDeploy.drop(QStringLiteral("greeter"), Innocent)); // a probation of which it is no part
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Innocent), Patience);
+    QCOMPARE(site.stop(), 0);
+    QCOMPARE(site.count(line), 1);
+    QCOMPARE(site.good().keys(), QStringList{Innocent});
+    QCOMPARE(site.plugins(), QStringList{One});
 }
 
 void tst_Probation::folderThatIsAwayIsNotAnEmptyOne()

@@ -45,6 +45,7 @@ void HealthCheck::end()
 {
     disconnect(this, &HealthCheck::failed, nullptr, nullptr);
     setObjectName({});
+    m_failures = 0;
     killTimer(std::exchange(m_timer, 0));
     if (!m_call || m_call->isFinished())
         deleteLater();
@@ -80,7 +81,12 @@ void HealthCheck::judge(bool isOver)
 {
     const bool isHealthy = isOver && m_isHandled;
     m_failures = isHealthy ? 0 : m_failures + 1;
+    m_lastFailure = QLatin1String(isOver ? "was not handled" : "took too long");
     if (m_failures == 2)
-        Q_EMIT failed(QStringLiteral("%1 %2, twice in a row")
-                          .arg(m_url.toString(), QLatin1String(isOver ? "was not handled" : "took too long")));
+        Q_EMIT failed(failure());
+}
+
+QString HealthCheck::failure() const
+{
+    return m_failures < 2 ? QString() : QStringLiteral("%1 %2, twice in a row").arg(m_url.toString(), m_lastFailure);
 }

@@ -25,13 +25,16 @@ public:
     /// Waits for the call that is being made.
     ~HealthCheck() override;
 
-    /// Asks no more, loses its name, and deletes itself as soon as the call that is being made has come back.
+    /// Asks no more, holds nothing against the plugin, loses its name, and deletes itself as soon as the call that is
+    /// being made has come back.
     void end();
     /// The file's name, without its folder.
     QString file() const { return m_file; }
     QUrl url() const { return m_url; }
     /// By its last answer.
     bool isHealthy() const { return m_failures == 0; }
+    /// What is wrong with it by its last two answers, as `failed()` says it; null if they were not both bad.
+    QString failure() const;
     /// Whether a call hangs, after waiting a second for its end.
     bool hangs() { return m_call && !m_call->wait(PeriodMs); }
 
@@ -56,5 +59,6 @@ private:
     std::unique_ptr<QThread> m_call; // null before the first
     std::atomic_bool m_isHandled{false};
     bool m_isLate = false; // the call has been judged already, as too slow
-    int m_failures = 0;    // in a row
+    QString m_lastFailure;
+    int m_failures = 0; // in a row
 };

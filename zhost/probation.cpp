@@ -9,15 +9,12 @@
 #include "pluginfiles.h"
 #include "redeployment.h"
 
-#include "../zdeploy/pluginname.h"
-
 #include <QDir>
 #include <QFile>
 #include <QJsonObject>
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
 #include <utility>
 
 #include <unistd.h>
@@ -183,27 +180,45 @@ QStringList Probation::toTake(const QStringList &suspects) const
     return plugins(true).isEmpty() ? QStringList() : fresh;
 }
 
-/// What serves and says nothing bad of itself, and what was noted before.
+/// What serves, and what was noted before.
 QStringList Probation::thoseThatRanWell() const
 {
-    const QStringList files = pluginFilesIn(m_deployed);
-    const auto isDoubtful = [&](const QString &file) {
-        const auto *const health = findChild<HealthCheck *>(checkOf(file));
-        const bool isUnhealthy = health && !health->isHealthy() && health->file() == file;
-        return !m_notes.isGood(file) && (isUnhealthy || !Loads::contain(file));
-    };
-    QStringList result;
-    std::remove_copy_if(files.begin(), files.end(), std::back_inserter(result), isDoubtful);
-    return result;
+    QStringList files = pluginFilesIn(m_deployed);
+    const auto isDoubtful = [&](const QString &file) { return !m_notes.isGood(file) && !Loads::contain(file); };
+    files.erase(std::remove_if(files.begin(), files.end(), isDoubtful), files.end());
+    return files;
+}
+
+/// The files that are still unhealthy, with the reason. They do not become good, and neither does one that has given
+/// its last answer only late, or not at all.
+QMap<QString, QString> Probation::takeVerdicts()
+{
+    QMap<QString, QString> unhealthy;
+    const QList<HealthCheck *> checks = findChildren<HealthCheck *>();
+    for (HealthCheck *check : checks) {
+        if (!check->isHealthy())
+            Loads::forget(check->file());
+        if (!check->failure().isNull())
+            unhealthy.insert(check->file(), check->failure());
+        check->end();
+    }
+    return unhealthy;
 }
 
 void Probation::passed()
 {
     if (!look() || m_timer.isActive())
         return;
+    const QMap<QString, QString> unhealthy = takeVerdicts();
     m_notes.noteGood(thoseThatRanWell());
-    endChecks();
     m_notes.forgetStart();
+    for (auto verdict = unhealthy.begin(); verdict != unhealthy.end(); ++verdict) {
+        if (goodBefore(verdict.key()).plugin.isNull())
+            say(QStringLiteral("%1 serves on, though it is not healthy, for no version before it has run well: %2")
+                    .arg(verdict.key(), verdict.value()));
+        else
+            takeBack(verdict.key(), verdict.value());
+    }
 }
 
 /// Whether what is in the folder can be told: one that is away, or closed, is not an empty one.
@@ -246,8 +261,8 @@ bool Probation::look()
     return true;
 }
 
-/// Asks the plugin of the newcomer `file`. At a start, when it may not have all that it needs yet, it is not taken back
-/// for what it answers; but it does not become good as long as it is unhealthy.
+/// Asks the plugin of the newcomer `file`. At a start, when it may not have all that it needs yet, only what it answers
+/// at the end of the probation counts.
 void Probation::check(const QString &file, Occasion occasion)
 {
     if (HealthCheck *before = findChild<HealthCheck *>(checkOf(file)))
@@ -284,13 +299,15 @@ bool Probation::takeAway(const QString &file, const QString &why)
     return !name.isNull();
 }
 
+PluginName Probation::goodBefore(const QString &file) const { return PluginName::parse(file).newest(plugins(true)); }
+
 /// Under its callers: the version before comes as any new one does.
 void Probation::takeBack(const QString &file, const QString &why)
 {
     Loads::forget(file); // also where it keeps its name: it is not good
     if (!takeAway(file, why))
         return;
-    const PluginName good = PluginName::parse(file).newest(plugins(true));
+    const PluginName good = goodBefore(file);
     if (good.plugin.isNull()) {
         say(QStringLiteral("no version before %1 has run well: it serves on until the host ends").arg(file));
         return;

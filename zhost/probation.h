@@ -3,7 +3,10 @@
 
 #include "notes.h"
 
+#include "../zdeploy/pluginname.h"
+
 #include <QFileSystemWatcher>
+#include <QMap>
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
@@ -40,7 +43,9 @@ private:
     bool isAway(const QString &file) const;
     bool judge(Notes::Start *start);
     QStringList plugins(bool areGood) const;
+    PluginName goodBefore(const QString &file) const;
     QStringList thoseThatRanWell() const;
+    QMap<QString, QString> takeVerdicts();
     QStringList toTake(const QStringList &suspects) const;
     void passed();
     bool canBeRead();
