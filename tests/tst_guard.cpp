@@ -315,7 +315,7 @@ void tst_Guard::guardCanBeSwitchedOff()
 void tst_Guard::runsWhereNothingCanBeNoted_data()
 {
     QTest::addColumn<QString>("failing");
-    QTest::newRow("read-only") << QStringLiteral("linkat %1 .zhost-starting").arg(EROFS);
+    QTest::newRow("read-only") << QStringLiteral("linkat %1 .zhost-draft").arg(EROFS);
     QTest::newRow("full") << QStringLiteral("write %1 /#").arg(ENOSPC); // a file that has no name yet
 }
 

@@ -19,6 +19,7 @@ private Q_SLOTS:
     void crashOfWhatIsAwayTakesNothingBack();
     void unhealthyVersionThatMetAStopIsTakenBackAfterAll();
     void unhealthyVersionWithoutAGoodOneServesOnAtEachStart();
+    void notesOfSomebodyElseAreReplaced();
     void folderThatIsAwayIsNotAnEmptyOne();
     void versionThatRunsTheEventLoopWhileLoadedIsJudged();
 };
@@ -156,6 +157,20 @@ void tst_Probation::unhealthyVersionWithoutAGoodOneServesOnAtEachStart()
     QCOMPARE(site.count(line), 1);
     QCOMPARE(site.good().keys(), QStringList{Innocent});
     QCOMPARE(site.plugins(), QStringList{One});
+}
+
+void tst_Probation::notesOfSomebodyElseAreReplaced()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    const QString note = site.deployed.filePath(QStringLiteral("good.json"));
+    QVERIFY(QFile::setPermissions(
+        note, QFileDevice::ReadOwner)); // as one of root is to others; root may write it all the same
+    QVERIFY(site.deployed.drop(guarded("Serve"), Two));
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Two), Patience);
+    QCOMPARE(site.stop(), 0);
+    QVERIFY2(!site.hasWritten(QStringLiteral("cannot write")), qPrintable(site.written()));
 }
 
 void tst_Probation::folderThatIsAwayIsNotAnEmptyOne()

@@ -4,6 +4,7 @@
 #include "configuration.h"
 #include "mappedfiles.h"
 #include "pluginfiles.h"
+#include "replacefile.h"
 #include "takennames.h"
 #include "warn.h"
 
@@ -13,7 +14,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QSaveFile>
 
 #include <zdefaultloader.h>
 #include <zfilecopy.h>
@@ -173,9 +173,7 @@ void Drops::remember(const QString &name)
 {
     m_names.append(name);
     m_remembered.append(name);
-    QSaveFile note(m_note);
-    const QByteArray text = QJsonDocument(QJsonArray::fromStringList(m_remembered)).toJson();
-    // flush: what fails in commit() itself for want of room is not found out
-    if (!note.open(QIODevice::WriteOnly) || note.write(text) < 0 || !note.flush() || !note.commit())
-        warn(*m_logger, QStringLiteral("cannot remember %1: %2").arg(name, note.errorString()));
+    const QString error = replaceFile(m_note, QJsonDocument(QJsonArray::fromStringList(m_remembered)).toJson());
+    if (!error.isNull())
+        warn(*m_logger, QStringLiteral("cannot remember %1: %2").arg(name, error));
 }

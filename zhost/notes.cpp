@@ -2,6 +2,7 @@
 #include "notes.h"
 
 #include "renameto.h"
+#include "replacefile.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -9,7 +10,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 #include <cerrno>
 #include <utility>
@@ -190,13 +190,9 @@ QString Notes::nameBeforeQuarantine(const QString &name)
 
 bool Notes::write(const QString &name, const QJsonObject &object)
 {
-    if (QFileInfo(path(name)).isSymLink()) // else it would be followed
-        QFile::remove(path(name));
-    QSaveFile file(path(name));
-    const QByteArray text = QJsonDocument(object).toJson();
-    // flush: what fails in commit() itself for want of room is not found out
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.flush() || !file.commit())
-        return failed(file.fileName(), file.errorString());
+    const QString error = replaceFile(path(name), QJsonDocument(object).toJson());
+    if (!error.isNull())
+        return failed(path(name), error);
     syncFolder(m_folder);
     return true;
 }
