@@ -326,6 +326,8 @@ void tst_Reload::saysWhatTakesARestart_data()
                                 << QJsonValue(
                                        QJsonObject{{QStringLiteral("zdefault"), 15}, {QStringLiteral("another"), 1}})
                                 << restart.arg(QStringLiteral("logger.log"));
+    QTest::newRow("the guard") << "guard"
+                               << "probation" << QJsonValue(5000) << restart.arg(QStringLiteral("guard"));
     QTest::newRow("a plugin that is not listed any more")
         << "loader"
         << "load-list" << QJsonValue(QJsonArray())

@@ -27,6 +27,7 @@ const QString Logger = QStringLiteral("logger");
 const QString Loader = QStringLiteral("loader");
 const QString FileSystem = QStringLiteral("filesystem");
 const QString Schedule = QStringLiteral("schedule");
+const QString Guard = QStringLiteral("guard");
 const QString LoadList = QStringLiteral("load-list");
 
 /// The sections of the host's own services, with the keys that a running host follows.
@@ -140,6 +141,10 @@ QJsonObject Reload::inForce(QJsonObject wanted) const
             section.insert(key, was.value(key)); // which removes one that was not there
             wanted.insert(name, section);
         }
+    }
+    if (wanted.value(Guard) != m_started.value(Guard)) { // which may be false, too
+        complain(QStringLiteral("\"%1\" has changed: that takes a restart").arg(Guard));
+        wanted.insert(Guard, m_started.value(Guard));
     }
     return wanted;
 }
