@@ -74,6 +74,8 @@ void tst_Guard::crashIsToldWithItsPlugin_data()
         QTest::newRow(deed) << guarded(deed) << QString::fromLatin1(how) << QString::fromLatin1(when);
     };
     row("CrashInWriter", "Segmentation fault", ", while loading guarded.2");
+    row("TrapInWriter", "Trace/breakpoint trap", ", while loading guarded.2");
+    row("CrashWithoutDescriptors", "Segmentation fault", ", while loading guarded.2");
     row("AbortInConstructor", "Aborted", ", while loading guarded.2");
     row("CallNothing", "Segmentation fault", ", while loading guarded.2");
     row("OverflowStack", "Segmentation fault", ", while loading guarded.2");
@@ -95,6 +97,10 @@ void tst_Guard::crashIsToldWithItsPlugin()
         QRegularExpression::MultilineOption);
     QVERIFY2(line.match(site.written()).hasMatch(), qPrintable(site.written()));
     QCOMPARE(site.count(QStringLiteral("ended by")), 1);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(takenBack(Two) + QStringLiteral("ended by %1 in ").arg(how)), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QCOMPARE(site.stop(), 0);
 }
 
 void tst_Guard::signalFromOutsideEndsIt()

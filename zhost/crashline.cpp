@@ -21,11 +21,9 @@ struct Crash
     int number;
     const char *text;
 };
-constexpr Crash crashes[] = {{SIGSEGV, "Segmentation fault"},
-                             {SIGABRT, "Aborted"},
-                             {SIGBUS, "Bus error"},
-                             {SIGFPE, "Floating point exception"},
-                             {SIGILL, "Illegal instruction"}};
+constexpr Crash crashes[] = {{SIGSEGV, "Segmentation fault"}, {SIGABRT, "Aborted"},
+                             {SIGBUS, "Bus error"},           {SIGFPE, "Floating point exception"},
+                             {SIGILL, "Illegal instruction"}, {SIGTRAP, "Trace/breakpoint trap"}};
 
 alignas(16) char handlerStack[64 << 10];
 char pluginFolder[PATH_MAX]; // with a slash at its end; empty if there is none
@@ -201,6 +199,7 @@ const char *textOf(int number)
 void tell(int number, const Registers &registers)
 {
     static FixedText line, file; // too large for the stack that is left
+    freeDescriptor();
     line.add("zhost: ended by ");
     line.add(textOf(number));
     const uintptr_t place = placeInPlugins(registers);
@@ -219,7 +218,9 @@ void handle(int number, siginfo_t *info, void *context)
     }
     tell(number, Registers(context));
     std::signal(number, SIG_DFL);
-    if (info->si_code <= 0) // it was sent: what comes back to its instruction by itself leaves the better core
+    // What comes back to its instruction by itself leaves the better core. What was sent does not, nor does a trap,
+    // which would go on behind it.
+    if (info->si_code <= 0 || number == SIGTRAP)
         raise(number);
 }
 
@@ -227,6 +228,7 @@ void handle(int number, siginfo_t *info, void *context)
 
 void sayWhatCrashes()
 {
+    keepDescriptors();
     stack_t stack = {};
     stack.ss_sp = handlerStack;
     stack.ss_size = sizeof handlerStack;

@@ -15,6 +15,7 @@
 namespace {
 
 char notePath[PATH_MAX];
+int kept[2] = {-1, -1};
 
 /// What this thread is loading, without its decoration; null if that is nothing.
 const char *loadingHere()
@@ -63,6 +64,14 @@ void addLoading(FixedText *line)
     }
 }
 
+void keepDescriptors()
+{
+    for (int &descriptor : kept)
+        descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+void freeDescriptor() { close(kept[0]); }
+
 int openNote(const char *path)
 {
     return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
@@ -78,6 +87,7 @@ void noteEnd(const char *file, const char *text)
     const char *const loading = loadingHere();
     for (const char *const part : {file, "\n", loading ? loading : "", "\n", text})
         note.add(part);
+    close(kept[1]);
     const int descriptor = openNote(notePath);
     note.writeTo(descriptor);
     fsync(descriptor);

@@ -29,6 +29,12 @@ void copyPath(char (&to)[PATH_MAX], const QString &path);
 /// Adds ", while loading svc.2" where the calling thread loads a plugin.
 void addLoading(FixedText *line);
 
+/// Keeps two descriptors back, for a process that has used up all others: one to find out where it is, and one for
+/// `noteEnd`.
+void keepDescriptors();
+/// Gives the first of them back.
+void freeDescriptor();
+
 /// Opens a note for writing, which is empty then. Follows no link, and waits for nobody. Negative where it fails.
 int openNote(const char *path);
 

@@ -12,12 +12,14 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
 
 #include <dlfcn.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -27,6 +29,8 @@ enum Deed
     Serve,
     ServeUnasked, ///< has no endpoint of its own to ask for its health
     CrashInWriter,
+    TrapInWriter,
+    CrashWithoutDescriptors, ///< in its writer, when it has used them up
     AbortInConstructor,
     ThrowOnThread,
     CallNothing,
@@ -48,6 +52,25 @@ __attribute__((no_sanitize("undefined"))) void crash()
 {
     int *volatile nowhere = nullptr;
     *nowhere = 1;
+}
+
+void trap()
+{
+#if defined(__x86_64__)
+    asm volatile("int3"); // which goes on behind it, unless somebody ends the process
+#else
+    std::raise(SIGTRAP);
+#endif
+}
+
+void useUpDescriptors()
+{
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, 256);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    while (dup(STDERR_FILENO) >= 0) {
+    }
 }
 
 int overflow(const volatile int *depth)
@@ -74,6 +97,12 @@ void beginToServe()
     void (*volatile nothing)() = nullptr;
     if (DEED == CrashInWriter)
         crash();
+    if (DEED == TrapInWriter)
+        trap();
+    if (DEED == CrashWithoutDescriptors) {
+        useUpDescriptors();
+        crash();
+    }
     if (DEED == CallNothing)
         nothing();
     if (DEED == OverflowStack)
