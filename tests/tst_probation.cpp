@@ -5,6 +5,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <cerrno>
+
 /// What the program zhost comes to hold of a version, and when.
 class tst_Probation : public TestCase
 {
@@ -20,6 +22,7 @@ private Q_SLOTS:
     void unhealthyVersionThatMetAStopIsTakenBackAfterAll();
     void unhealthyVersionWithoutAGoodOneServesOnAtEachStart();
     void notesOfSomebodyElseAreReplaced();
+    void whatCouldNotBeLoadedIsListedSo();
     void folderThatIsAwayIsNotAnEmptyOne();
     void versionThatRunsTheEventLoopWhileLoadedIsJudged();
 };
@@ -171,6 +174,42 @@ void tst_Probation::notesOfSomebodyElseAreReplaced()
     QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Two), Patience);
     QCOMPARE(site.stop(), 0);
     QVERIFY2(!site.hasWritten(QStringLiteral("cannot write")), qPrintable(site.written()));
+}
+
+void tst_Probation::whatCouldNotBeLoadedIsListedSo()
+{
+    Site site;
+    QVERIFY(startsWell(&site));
+    site.setProbation(Short);
+    const auto list = [&] {
+        QProcess zdeploy;
+        zdeploy.start(QStringLiteral(ZDEPLOY), {QStringLiteral("--list"), site.hotDeploy.path(),
+                                                QStringLiteral("--deployed"), site.deployed.path()});
+        zdeploy.waitForFinished(Patience);
+        return QString::fromUtf8(zdeploy.readAllStandardOutput());
+    };
+    const QString failed = QStringLiteral("libguarded.2.so: not known to be good: could not be loaded: ");
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching) && !site.isStarting(), Patience);
+    QVERIFY(site.deployed.write(quarantined(Two), "no plugin"));
+    QVERIFY(QFile::rename(site.deployed.filePath(quarantined(Two)), site.hotDeploy.filePath(Two)));
+    QTRY_VERIFY_WITH_TIMEOUT(list().contains(failed), Patience);
+    QVERIFY(site.hotDeploy.drop(guarded("Serve"), Three));
+    QTRY_VERIFY_WITH_TIMEOUT(site.isGood(Three), Patience);
+    QVERIFY(list().contains(failed));
+    QVERIFY(!site.isGood(Two));
+    QCOMPARE(site.stop(), 0);
+
+    QVERIFY(QFile::remove(site.deployed.filePath(Two)));
+    QVERIFY(site.deployed.drop(guarded("Serve"), Two));
+    QVERIFY(list().contains(QStringLiteral("libguarded.2.so: not known to be good\n"))); // it is another file
+    site.start(QStringLiteral("open %1 %2").arg(EACCES).arg(Two));
+    QTRY_VERIFY_WITH_TIMEOUT(list().contains(failed), Patience);
+    QCOMPARE(site.stop(), 0);
+    site.start();
+    QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(!list().contains(QStringLiteral("could not be loaded")), Patience);
+    QCOMPARE(site.stop(), 0);
 }
 
 void tst_Probation::folderThatIsAwayIsNotAnEmptyOne()

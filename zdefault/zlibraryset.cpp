@@ -192,7 +192,7 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadFile(const QString &name, ZEmitter *em
         if (failure.isNull())
             m_versions->add(name, library);
     }
-    loading.end(failure.isNull());
+    loading.end(failure);
     zCaught([&] {
         if (failure.isNull())
             m_log.log(LineKind, [&] { return QStringLiteral("loaded: %1").arg(name); });

@@ -8,12 +8,12 @@ namespace {
 // Reached without a call that might ask for memory, which a signal's handler must not do.
 [[gnu::tls_model("initial-exec")]] thread_local const char *current = nullptr;
 
-void (*listener)(const QByteArray &name, ZLoading::State state) = nullptr;
+void (*listener)(const QByteArray &name, ZLoading::State state, const QString &failure) = nullptr;
 
-void tell(const QByteArray &name, ZLoading::State state)
+void tell(const QByteArray &name, ZLoading::State state, const QString &failure = {})
 {
     if (listener)
-        listener(name, state);
+        listener(name, state, failure);
 }
 
 } // namespace
@@ -30,8 +30,11 @@ ZLoading::~ZLoading()
     current = m_before;
 }
 
-void ZLoading::end(bool isLoaded) const { tell(m_name, isLoaded ? Loaded : Failed); }
+void ZLoading::end(const QString &failure) const { tell(m_name, failure.isNull() ? Loaded : Failed, failure); }
 
 const char *zLoadingHere() { return current; }
 
-void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state)) { listener = hear; }
+void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state, const QString &failure))
+{
+    listener = hear;
+}

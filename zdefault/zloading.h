@@ -30,8 +30,8 @@ public:
     explicit ZLoading(const QString &name);
     ~ZLoading();
 
-    /// It has succeeded, or failed.
-    void end(bool isLoaded) const;
+    /// It has succeeded, or failed for the reason `failure`, which is null otherwise.
+    void end(const QString &failure) const;
 
 private:
     Q_DISABLE_COPY(ZLoading)
@@ -43,6 +43,6 @@ private:
 /// a signal's handler.
 ZDEFAULT_EXPORT const char *zLoadingHere();
 
-/// Has `hear` called before and after each load, on the thread that loads, with the file's name. To be called before
-/// the first load.
-ZDEFAULT_EXPORT void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state));
+/// Has `hear` called before and after each load, on the thread that loads, with the file's name, and why it has failed,
+/// a text that may be a plugin's. To be called before the first load.
+ZDEFAULT_EXPORT void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state, const QString &failure));

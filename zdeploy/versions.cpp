@@ -41,7 +41,8 @@ QString Version::describe() const
     case Waiting:
         return QStringLiteral("%1: waits for a host").arg(name.file());
     default:
-        return QStringLiteral("%1: not known to be good").arg(name.file());
+        return QStringLiteral("%1: not known to be good%2")
+            .arg(name.file(), remark.isEmpty() ? remark : QStringLiteral(": could not be loaded: ") + remark);
     }
 }
 
@@ -63,7 +64,7 @@ QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed)
         if (notes.isGood(file.fileName()))
             add(file.fileName(), Version::Good, notes.goodSince(file.fileName()));
         else
-            add(file.fileName(), Version::Unproven);
+            add(file.fileName(), Version::Unproven, notes.whyUnloaded(file.fileName()));
     }
     const QFileInfoList quarantined = filesIn(deployed, Notes::QuarantinePattern);
     for (const QFileInfo &file : quarantined) {

@@ -19,7 +19,8 @@ struct Version
 
     PluginName name;
     State state;
-    QString remark; ///< Since when it is good, or why it is in quarantine, as the host has noted it.
+    QString remark; ///< Since when it is good, or why it is in quarantine, or could not be loaded, as the host has
+                    ///< noted it.
     QString place;  ///< What a file in quarantine is called, where that has a number.
 
     QString describe() const;

@@ -13,8 +13,10 @@
 
 #include <zdefaultloader.h>
 #include <zloading.h>
+#include <ztexts.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,6 +35,7 @@ struct State
     QMutex mutex;         // guards all that follows
     QVector<Load> loaded; // the last one of each plugin
     QVector<Load> loading;
+    QHash<QString, QString> results;
     QString folder;
     QByteArray note; // its path; empty if there is none
 
@@ -90,7 +93,7 @@ void writeNote(const State &state)
     close(descriptor);
 }
 
-void hear(const QByteArray &name, ZLoading::State what)
+void hear(const QByteArray &name, ZLoading::State what, const QString &failure)
 {
     const QString file = QStringLiteral("lib%1.so").arg(ZDefaultLoader::undecorate(QFile::decodeName(name)));
     State &state = State::get();
@@ -104,9 +107,11 @@ void hear(const QByteArray &name, ZLoading::State what)
             return name.isSamePlugin(PluginName::parse(load.file));
         });
         state.loaded.append(*underWay(&state, file));
+        state.results.insert(file, {});
         return;
     case ZLoading::Failed:
         remove(&state.loaded, [&](const Load &load) { return load.file == file; });
+        state.results.insert(file, zDeepCopy(failure));
         return;
     case ZLoading::Over:
         state.loading.erase(underWay(&state, file));
@@ -153,6 +158,13 @@ bool Loads::areUnderWay()
     State &state = State::get();
     const QMutexLocker locker(&state.mutex);
     return !state.loading.isEmpty();
+}
+
+QHash<QString, QString> Loads::takeResults()
+{
+    State &state = State::get();
+    const QMutexLocker locker(&state.mutex);
+    return std::exchange(state.results, {});
 }
 
 QStringList Loads::notedIn(const QString &note)

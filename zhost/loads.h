@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QHash>
 #include <QString>
 #include <QStringList>
 
@@ -26,6 +27,10 @@ public:
     static void forget(const QString &file);
     /// Whether anything is being loaded, be it further up on the stack of who asks.
     static bool areUnderWay();
+
+    /// What has become of the files that were loaded since this was asked last: why each has failed; null where it has
+    /// not.
+    static QHash<QString, QString> takeResults();
 
     /// The files that a note has, the innermost first: one may be loaded within another.
     static QStringList notedIn(const QString &note);

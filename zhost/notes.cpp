@@ -25,6 +25,8 @@ const QString StartName = QStringLiteral(".zhost-starting.json"); // hidden: of 
 const QString CrashName = QStringLiteral(".zhost-crash.txt");
 const QString LoadingName = QStringLiteral(".zhost-loading.txt");
 
+const QString UnloadedName = QStringLiteral(".zhost-unloaded.json");
+
 const QString Since = QStringLiteral("since");
 const QString Count = QStringLiteral("starts");
 const QString Taking = QStringLiteral("taking");
@@ -97,6 +99,33 @@ QString Notes::goodSince(const QString &file) const
 }
 
 QDateTime Notes::noted() const { return QFileInfo(path(GoodName)).lastModified(); }
+
+/// Those that are not there any more, or are others by now, are forgotten.
+bool Notes::noteLoads(const QHash<QString, QString> &failures)
+{
+    const QJsonObject before = read(path(UnloadedName));
+    QJsonObject notes;
+    for (auto note = before.begin(); note != before.end(); ++note) {
+        if (!failures.contains(note.key()) && !whyUnloaded(note.key()).isNull())
+            notes.insert(note.key(), note.value());
+    }
+    for (auto failure = failures.begin(); failure != failures.end(); ++failure) {
+        if (failure.value().isNull() ||
+            !QFileInfo::exists(path(failure.key()))) // a plain name is tried before versions
+            continue;
+        QJsonObject entry = identity(path(failure.key()));
+        entry.insert(Why, failure.value());
+        notes.insert(failure.key(), entry);
+    }
+    return notes == before || write(UnloadedName, notes);
+}
+
+QString Notes::whyUnloaded(const QString &file) const
+{
+    QJsonObject entry = read(path(UnloadedName)).value(file).toObject();
+    const QString why = entry.take(Why).toString();
+    return entry == identity(path(file)) ? why : QString();
+}
 
 Notes::Start Notes::start() const
 {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QHash>
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -26,6 +27,11 @@ public:
     QString goodSince(const QString &file) const;
     /// When that was written last.
     QDateTime noted() const;
+
+    /// Why files could not be loaded, or null where one has been: ".zhost-unloaded.json".
+    bool noteLoads(const QHash<QString, QString> &failures);
+    /// Why `file`, as it is now, could not be loaded; empty if that is not so.
+    QString whyUnloaded(const QString &file) const;
 
     /// Of starts that did not come as far as running well.
     struct Start

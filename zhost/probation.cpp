@@ -245,6 +245,7 @@ bool Probation::look()
             m_timer.start(RetryMs);
         return false;
     }
+    m_notes.noteLoads(Loads::takeResults());
     QStringList newcomers = pluginFilesIn(m_deployed);
     const QStringList before = std::exchange(m_known, newcomers);
     const auto isKnown = [&](const QString &file) { return before.contains(file) || m_notes.isGood(file); };
