@@ -167,7 +167,10 @@ inline bool startsWell(Site *site, const char *deed = "Serve", const QString &fi
     return isGood && site->stop() == 0;
 }
 
-inline QString loaded(const QString &file) { return QStringLiteral("loaded: %1\n").arg(QFileInfo(file).completeBaseName()); }
+inline QString loaded(const QString &file)
+{
+    return QStringLiteral("loaded: %1\n").arg(QFileInfo(file).completeBaseName());
+}
 
 inline QString takenBack(const QString &file)
 {
