@@ -11,6 +11,7 @@
 #include "../zdeploy/pluginname.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
