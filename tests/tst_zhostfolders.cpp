@@ -264,7 +264,7 @@ void tst_ZHostFolders::saysWhyItCannotRemember_data()
 {
     QTest::addColumn<bool>("isFull");
     QTest::addColumn<QString>("reason");
-    QTest::newRow("a folder in its place") << false << "Filename refers to a directory";
+    QTest::newRow("a folder in its place") << false << "Is a directory";
     QTest::newRow("no room") << true << "No space left on device";
 }
 

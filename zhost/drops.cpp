@@ -42,8 +42,7 @@ QJsonObject sectionOf(const QJsonObject &configuration) { return configuration.v
 QStringList readNote(const QString &path)
 {
     QFile note(path);
-    note.open(QIODevice::ReadOnly);
-    return texts(QJsonDocument::fromJson(note.readAll()).array());
+    return note.open(QIODevice::ReadOnly) ? texts(QJsonDocument::fromJson(note.readAll()).array()) : QStringList();
 }
 
 bool isPluginOf(const QString &file, const QString &name)
