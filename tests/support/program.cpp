@@ -3,7 +3,9 @@
 
 Result finish(QProcess &process)
 {
-    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit)
+    // It may have ended while an event loop ran, and there is nothing to wait for then.
+    const bool hasEnded = process.state() == QProcess::NotRunning || process.waitForFinished(120000);
+    if (!hasEnded || process.error() == QProcess::FailedToStart || process.exitStatus() != QProcess::NormalExit)
         return {-1, QString(), process.errorString()};
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
             QString::fromUtf8(process.readAllStandardError())};
