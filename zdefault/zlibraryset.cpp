@@ -124,8 +124,9 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadAll(const QString &name, const QString
     };
     QSharedPointer<ZLibrary> result = loadIfNeeded(name);
     const QString pattern = QStringLiteral("lib%1.*.so").arg(name);
-    const QStringList versions =
-        isPattern(pattern) ? QDir(folder).entryList({pattern}, QDir::Files, QDir::Name) : QStringList();
+    if (!isPattern(pattern))
+        return result;
+    const QStringList versions = QDir(folder).entryList({pattern}, QDir::Files, QDir::Name);
     for (const QString &file : versions)
         result = loadIfNeeded(QFileInfo(file).completeBaseName());
     return result;
