@@ -231,6 +231,9 @@ void tst_ZHostEnds::stopIsForcedHalfAMinuteAfterTheSignal()
 
 void tst_ZHostEnds::stopIsForcedWhereNobodyReadsWhatIsSaid()
 {
+#ifdef __SANITIZE_THREAD__
+    return QTest::qSkip("the thread sanitizer gives no signal to who is held up in a write", __FILE__, __LINE__);
+#endif
     const Folder deployed, hotDeploy, folder;
     const QString path = folder.filePath(QStringLiteral("pipe"));
     QCOMPARE(mkfifo(QFile::encodeName(path).constData(), 0600), 0);

@@ -297,6 +297,8 @@ void tst_ZHostFolders::namesMayBeNoPatterns()
     QVERIFY(host.written().contains(QStringLiteral("failed to load greeter[: ")));
     QVERIFY(host.written().contains(QStringLiteral("loaded: libgreeter.2\n")));
     QVERIFY2(!host.written().contains(QStringLiteral("QRegularExpression")), qPrintable(host.written()));
+    host.stop();
+    QVERIFY(host.hasEndedWell());
 }
 
 void tst_ZHostFolders::saysThatADropIsHalfWritten()
