@@ -156,9 +156,7 @@ void tst_Guard::whatTheLoadListNamesIsNoted()
 void tst_Guard::hostComesBackOnTheLastGoodVersionByItself()
 {
     Site site;
-    site.loadList.append(QStringLiteral("caller"));
-    QVERIFY(site.deployed.drop(QStringLiteral("caller")));
-    QVERIFY(startsWell(&site));
+    QVERIFY(startsWellWithCaller(&site));
     site.setProbation(4000);
 
     site.start();
@@ -355,9 +353,7 @@ void tst_Guard::unhealthyVersionIsTakenBackUnderItsCallers()
     QFETCH(QString, plugin);
     QFETCH(QString, why);
     Site site;
-    site.loadList.append(QStringLiteral("caller"));
-    QVERIFY(site.deployed.drop(QStringLiteral("caller")));
-    QVERIFY(startsWell(&site));
+    QVERIFY(startsWellWithCaller(&site));
     site.setProbation(Long);
     site.start();
     QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(loaded(One)), Patience);

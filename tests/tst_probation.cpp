@@ -125,9 +125,7 @@ void tst_Probation::crashOfWhatIsAwayTakesNothingBack()
 void tst_Probation::unhealthyVersionThatMetAStopIsTakenBackAfterAll()
 {
     Site site;
-    site.loadList.append(QStringLiteral("caller"));
-    QVERIFY(site.deployed.drop(QStringLiteral("caller")));
-    QVERIFY(startsWell(&site));
+    QVERIFY(startsWellWithCaller(&site));
     site.setProbation(4000);
     site.start();
     QTRY_VERIFY_WITH_TIMEOUT(site.hasWritten(Watching), Patience);

@@ -13,6 +13,7 @@
 #include <QTemporaryFile>
 
 #include <foldermark.h>
+#include <pluginfiles.h>
 #include <renameto.h>
 #include <takennames.h>
 #include <zfilecopy.h>
@@ -31,10 +32,6 @@ namespace {
 // Hidden, and without the suffix: nothing that a loader would take.
 const QString PartName = QStringLiteral(".zdeploy-XXXXXX.part");
 const QString PartPattern = QStringLiteral(".zdeploy-*.part");
-
-// Whatever the source has: everybody may read it, such as the user as whom the program runs. And nobody may write into
-// it, for that changes the code of a plugin that is loaded; who copies over it is refused, or has to replace it.
-constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
 
 QString systemError() { return qt_error_string(errno); }
 

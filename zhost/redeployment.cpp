@@ -2,6 +2,7 @@
 #include "redeployment.h"
 
 #include "folderlock.h"
+#include "pluginfiles.h"
 #include "renameto.h"
 #include "takennames.h"
 
@@ -25,9 +26,6 @@ const QString PartPattern = QStringLiteral(".zhost-*.part");
 
 // Who deploys has the lock while he tries a plugin out as well, and takes its name within a moment, at the end.
 constexpr int LockPatienceMs = 500;
-
-// As zdeploy leaves it: everybody may read it, and nobody change the code of what is loaded.
-constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
 
 void removeWhatKilledOnesLeft(QDir folder)
 {
