@@ -5,11 +5,31 @@
 
 #include <QCoreApplication>
 #include <QEvent>
+#include <QFile>
 #include <QLoggingCategory>
+#include <QTemporaryDir>
 
 #include <zdefaultemitter.h>
 
-void TestCase::init() { m_messages.reset(new Messages); }
+namespace {
+
+/// For what is started: a host that is killed leaves its socket there.
+class RuntimeFolder
+{
+public:
+    RuntimeFolder() { qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_folder.path())); }
+
+private:
+    const QTemporaryDir m_folder;
+};
+
+} // namespace
+
+void TestCase::init()
+{
+    static const RuntimeFolder folder;
+    m_messages.reset(new Messages);
+}
 
 void TestCase::cleanup()
 {

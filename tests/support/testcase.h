@@ -22,8 +22,10 @@ class TestCase : public QObject
 protected:
     Messages &messages() { return *m_messages; }
 
+protected Q_SLOTS:
+    virtual void init();
+
 private Q_SLOTS:
-    void init();
     void cleanup();
 
 private:
