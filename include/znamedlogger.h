@@ -4,6 +4,7 @@
 #include "zglobal.h"
 #include "zlogger.h"
 
+#include <QAtomicInt>
 #include <QSharedData>
 #include <QSharedDataPointer>
 #include <QString>
@@ -13,7 +14,7 @@
 
 /**
  * A component's handle on one category of tagged lines: asks the logger for the category's index and mask once, and
- * tests the mask before every line.
+ * tests the mask before every line. A program may have it test another one later.
  *
  * Ownership: a value; points at the logger's delegate, which lives as long as the emitter.
  * Thread:    writing, any; binding, before others write.
@@ -26,7 +27,7 @@ public:
     {
         ZLogger *logger = nullptr;
         int index = -1; // unknown
-        int mask = 0;
+        QAtomicInt mask = 0;
     };
 
     /// Bound to nothing.
@@ -34,7 +35,7 @@ public:
     ZNamedLogger(ZLogger *logger, const QString &category);
 
     /// Whether a line of this kind, a single bit, is wanted.
-    bool isEnabled(int kind) const { return (m_data->mask & kind) != 0; }
+    bool isEnabled(int kind) const { return (m_data->mask.loadRelaxed() & kind) != 0; }
 
     /// Writes a tagged line of `kind`. `text` is a `QString`, or a callable that answers one and is called only when
     /// the line is wanted.
@@ -51,6 +52,9 @@ public:
 
     /// Tells of a failure: as a warning when warnings are switched on, else as a tagged line of `kind`.
     void warn(int kind, const QString &text) const;
+
+    /// Has all handles on `category` that are bound to `logger` test this mask from now on. On any thread.
+    static void setMask(const ZLogger *logger, const QString &category, int mask);
 
 private:
     void write(int kind, const QString &text) const;

@@ -10,6 +10,7 @@
 #include <QMap>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSemaphore>
 #include <QThread>
 
 #include <zdefaultconfig.h>
@@ -18,11 +19,14 @@
 #include <znamedlogger.h>
 #include <ztext.h>
 
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
 #include <vector>
+
+#include <malloc.h>
 
 namespace {
 
@@ -166,6 +170,9 @@ private Q_SLOTS:
     void aNamedLoggerAsksOnce();
     void aNamedLoggerTestsTheMask_data();
     void aNamedLoggerTestsTheMask();
+    void aMaskIsSetWhileOthersWrite();
+    void handlesThatAreGoneCostNothing();
+    void aMaskIsSetOnlyOfACategoryThatIsThere();
     void aNamedLoggerBuildsNoTextThatNobodyWants();
     void aNamedLoggerOfAnUnknownCategoryWritesNothing();
     void anUnboundNamedLoggerWritesNothing();
@@ -693,6 +700,61 @@ void tst_Logger::aNamedLoggerTestsTheMask()
     }
     QCOMPARE(written, kinds);
     QCOMPARE(named.isEnabled(std::numeric_limits<int>::min()), mask < 0); // the highest bit is a kind too
+}
+
+void tst_Logger::aMaskIsSetWhileOthersWrite()
+{
+    Configured logger(Configured::log(QJsonObject{{QStringLiteral("zdefault"), 0}, {QStringLiteral("other"), 1}}));
+    QStringList categories = logger->categories();
+    categories.sort();
+    QCOMPARE(categories, QStringList({"other", "zdefault"}));
+    const ZNamedLogger named(logger.logger(), QStringLiteral("zdefault"));
+    QSemaphore asks;
+    std::atomic_bool isSeen{false};
+    const QScopedPointer<QThread> other(QThread::create([&] {
+        asks.release();
+        while (!named.isEnabled(4)) {
+        }
+        isSeen = true;
+    }));
+    other->start();
+    asks.acquire();
+    const ZNamedLogger copy = named;
+    QVERIFY(logger->setMask(QStringLiteral("zdefault"), 6));
+    ZNamedLogger::setMask(logger.logger(), QStringLiteral("other"), 2); // another category,
+    ZNamedLogger::setMask(nullptr, QStringLiteral("zdefault"), 2);      // or another logger
+    ZNamedLogger::setMask(logger.logger(), QStringLiteral("zdefault"), 6);
+    QVERIFY(other->wait(30000));
+    QVERIFY(isSeen);
+    QCOMPARE(logger->log0(logger->log0(QStringLiteral("zdefault"))), 6);
+    QCOMPARE(logger->log0(logger->log0(QStringLiteral("other"))), 1);
+    QVERIFY(!named.isEnabled(1));
+    QVERIFY(copy.isEnabled(2));
+}
+
+/// They are listed, and the list is kept short.
+void tst_Logger::handlesThatAreGoneCostNothing()
+{
+    Configured logger(Configured::log(QJsonObject{{QStringLiteral("zdefault"), 1}}));
+    const ZNamedLogger first(logger.logger(), QStringLiteral("zdefault"));
+    const size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 100000; ++i)
+        ZNamedLogger(logger.logger(), QStringLiteral("zdefault"));
+    QVERIFY(mallinfo2().uordblks < before + 100000);
+    ZNamedLogger::setMask(logger.logger(), QStringLiteral("zdefault"), 2);
+    QVERIFY(first.isEnabled(2));
+}
+
+void tst_Logger::aMaskIsSetOnlyOfACategoryThatIsThere()
+{
+    ZDefaultLogger without;
+    QVERIFY(!without.setMask(QStringLiteral("zdefault"), 1));
+    QCOMPARE(without.categories(), QStringList());
+
+    Configured logger(Configured::log(QJsonObject{{QStringLiteral("zdefault"), 2}}));
+    QVERIFY(!logger->setMask(QStringLiteral("Zdefault"), 1));
+    QCOMPARE(logger->categories(), QStringList{"zdefault"});
+    QCOMPARE(logger->log0(0), 2);
 }
 
 void tst_Logger::aNamedLoggerBuildsNoTextThatNobodyWants()

@@ -116,9 +116,20 @@ void ZDefaultLogger::log0(int index, int kind, const QString &text)
     message().debug("%s", line.constData());
 }
 
-int ZDefaultLogger::log0(int index) { return isCategory(index) ? m_masks.at(index) : 0; }
+int ZDefaultLogger::log0(int index) { return isCategory(index) ? m_masks.at(index).loadRelaxed() : 0; }
 
 int ZDefaultLogger::log0(const QString &name) { return isCategory(0) ? m_names.indexOf(name) : -1; }
+
+bool ZDefaultLogger::setMask(const QString &name, int mask)
+{
+    const int index = ZDefaultLogger::log0(name);
+    if (index < 0)
+        return false;
+    m_masks[index].storeRelaxed(mask);
+    return true;
+}
+
+QStringList ZDefaultLogger::categories() const { return isCategory(0) ? m_names : QStringList(); }
 
 ZConfig *ZDefaultLogger::getSetZConfig(ZConfig *config)
 {
@@ -153,7 +164,8 @@ void ZDefaultLogger::read(const QJsonObject &section)
             categories.insert(entry.key(), toInt(entry.value()));
     }
     m_names = categories.keys();
-    m_masks = categories.values();
+    for (const int mask : qAsConst(categories))
+        m_masks.append(mask);
     m_count.storeRelease(m_names.size());
 }
 

@@ -47,6 +47,12 @@ public:
     int log0(int index) override;
     int log0(const QString &name) override;
 
+    /// Has who asks for the mask of a category get this one from now on; who has asked before is told by
+    /// `ZNamedLogger::setMask`. False, and nothing, if the configuration has no such category. On any thread.
+    bool setMask(const QString &name, int mask);
+    /// The categories of the configuration.
+    QStringList categories() const;
+
     /// Reads the section "logger" of the first configuration that comes, and keeps to it.
     ZConfig *getSetZConfig(ZConfig *config = nullptr);
     /// Announces the logger, each time anew. Answers its argument.
@@ -58,7 +64,7 @@ private:
 
     ZConfig *m_config = nullptr;
     QStringList m_names; // of the categories, by index
-    QList<int> m_masks;
+    QList<QAtomicInt> m_masks;
     QAtomicInt m_count; // stored last: another thread sees no category, or all of them
 };
 
