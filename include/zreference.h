@@ -25,6 +25,7 @@ public:
 
 private:
     Q_DISABLE_COPY(ZReference)
+    friend class ZDefaultEmitter;
     friend class ZDelegate;
 
     const QSharedPointer<QObject> m_object;

@@ -78,6 +78,27 @@ public:
     ZEmitter *m_emitter = nullptr;
 };
 
+/// Keeps what a host hears of its wiring.
+class Telling : public ZDefaultEmitter
+{
+public:
+    QStringList m_told;
+
+protected:
+    void bound(int interfaceType, const QSharedPointer<QObject> &component) override
+    {
+        m_told << QStringLiteral("%1 by %2")
+                      .arg(QLatin1String(QMetaType::typeName(interfaceType)),
+                           component ? QLatin1String(component->metaObject()->className()) : QLatin1String("nobody"));
+    }
+    void injected(QObject *object, const QMetaProperty &property, bool isGiven) override
+    {
+        m_told << QStringLiteral("%1::%2 %3")
+                      .arg(QLatin1String(object->metaObject()->className()), QLatin1String(property.name()),
+                           isGiven ? QLatin1String("given") : QLatin1String("left"));
+    }
+};
+
 /// Says in which order its properties are written.
 class Consumer : public QObject
 {
@@ -206,6 +227,10 @@ private Q_SLOTS:
     void theComponentBeforeOutlivesTheInjectionThatExchangedIt();
     void theComponentBeforeDiesWithoutTheLock();
     void theComponentBeforeMayCallTheEmitterAsItDies();
+
+    void whoServesIsTold();
+    void whatIsGivenAndWhatIsLeftIsTold();
+    void nothingIsToldOfAnObjectThatHasGone();
 
     void theEndReleasesTheLastThatCameFirst();
     void theEndSparesWhatOthersHold();
@@ -660,6 +685,39 @@ void tst_Emitter::theComponentBeforeMayCallTheEmitterAsItDies()
     emitter.bind0(greeting(new Speaker(QString()))); // the end comes outside the emitter's lock
     QVERIFY(done);
     QVERIFY(guest.m_greeter);
+}
+
+void tst_Emitter::whoServesIsTold()
+{
+    Telling emitter;
+    emitter.bind0(greeting(new Speaker(QString())));
+    emitter.bind0(greeting(nullptr));
+    emitter.bind0(greeting(new Speaker(QString())));
+    emitter.bind0({});
+    QCOMPARE(emitter.m_told, QStringList({"Greeter* by Speaker", "Greeter* by nobody", "Greeter* by Speaker"}));
+}
+
+void tst_Emitter::whatIsGivenAndWhatIsLeftIsTold()
+{
+    Telling emitter;
+    emitter.bind0(QSharedPointer<ZDbusDelegate>::create(QSharedPointer<QObject>()));
+    emitter.m_told.clear();
+    Guest guest;
+    emitter.inject0(&guest);
+    emitter.bind0(greeting(nullptr));
+    emitter.inject0(&guest);
+    QCOMPARE(emitter.m_told, QStringList({"Guest::greeter left", "Greeter* by nobody", "Guest::greeter given"}));
+}
+
+void tst_Emitter::nothingIsToldOfAnObjectThatHasGone()
+{
+    Telling emitter;
+    emitter.bind0(QSharedPointer<ZEmitterDelegate>::create(QSharedPointer<QObject>()));
+    emitter.m_told.clear();
+    auto *guest = new Busy;
+    guest->m_work = [&](ZEmitter *) { delete guest; };
+    QVERIFY(!emitter.inject0(guest));
+    QCOMPARE(emitter.m_told, QStringList{"Busy::before left"});
 }
 
 void tst_Emitter::theEndReleasesTheLastThatCameFirst()

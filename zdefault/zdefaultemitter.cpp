@@ -44,9 +44,11 @@ QSharedPointer<ZReference> ZDefaultEmitter::bind0(QSharedPointer<ZDelegate> dele
         return {};
 
     const ZEmitterLock lock(this);
+    const QSharedPointer<ZReference> reference = *delegate;
+    bound(interfaceType, reference ? reference->m_object : QSharedPointer<QObject>());
     const QSharedPointer<ZDelegate> filed = m_delegates.value(interfaceType);
     if (filed) {
-        const QSharedPointer<ZReference> previous = filed->replace(*delegate);
+        const QSharedPointer<ZReference> previous = filed->replace(reference);
         ZParking::park(previous);
         return previous;
     }
@@ -85,11 +87,18 @@ QObject *ZDefaultEmitter::inject0(QObject *object)
         if (type < QMetaType::User)
             continue;
         // Looked up one by one: the writer of an earlier property may have bound this one's provider.
-        if (const QSharedPointer<ZDelegate> delegate = m_delegates.value(type))
+        const QSharedPointer<ZDelegate> delegate = m_delegates.value(type);
+        if (delegate)
             property.write(object, *delegate);
+        if (alive)
+            injected(object, property, !delegate.isNull());
     }
     return alive;
 }
+
+void ZDefaultEmitter::bound(int, const QSharedPointer<QObject> &) {}
+
+void ZDefaultEmitter::injected(QObject *, const QMetaProperty &, bool) {}
 
 ZEmitterLock::ZEmitterLock(ZEmitter *emitter)
 {

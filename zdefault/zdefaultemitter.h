@@ -8,6 +8,10 @@
 #include <QMutex>
 #include <QVector>
 
+QT_BEGIN_NAMESPACE
+class QMetaProperty;
+QT_END_NAMESPACE
+
 /// "ZDefaultEmitter*", registered as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultEmitterTypeName();
 
@@ -43,6 +47,14 @@ public:
                     QGenericArgument a7 = QGenericArgument(), QGenericArgument a8 = QGenericArgument(),
                     QGenericArgument a9 = QGenericArgument()) override;
     QObject *inject0(QObject *object) override;
+
+protected:
+    // For a host that tells what is wired. Both are called under the emitter's lock, and do nothing here.
+
+    /// `component` serves an interface from now on; null if nobody does.
+    virtual void bound(int interfaceType, const QSharedPointer<QObject> &component);
+    /// A property of the type of an interface was written, or left as it is, for nobody has filed a delegate.
+    virtual void injected(QObject *object, const QMetaProperty &property, bool isGiven);
 
 private:
     friend class ZEmitterLock;

@@ -3,20 +3,28 @@
 
 #include <QFile>
 
+#include <vector>
+
 namespace {
 
 // Reached without a call that might ask for memory, which a signal's handler must not do.
 [[gnu::tls_model("initial-exec")]] thread_local const char *current = nullptr;
 
-void (*listener)(const QByteArray &name, ZLoading::State state, const QString &failure) = nullptr;
+using Listener = void (*)(const QByteArray &name, ZLoading::State state, const QString &reason);
 
-void tell(const QByteArray &name, ZLoading::State state, const QString &failure = {})
+std::vector<Listener> &listeners() // never destroyed: plugins are unloaded until the very end
 {
-    if (listener)
-        listener(name, state, failure);
+    static auto &instance = *new std::vector<Listener>;
+    return instance;
 }
 
 } // namespace
+
+void ZLoading::tell(const QByteArray &name, State state, const QString &reason)
+{
+    for (const Listener listener : listeners())
+        listener(name, state, reason);
+}
 
 ZLoading::ZLoading(const QString &name) : m_name(QFile::encodeName(name)), m_before(current)
 {
@@ -34,7 +42,7 @@ void ZLoading::end(const QString &failure) const { tell(m_name, failure.isNull()
 
 const char *zLoadingHere() { return current; }
 
-void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state, const QString &failure))
+void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state, const QString &reason))
 {
-    listener = hear;
+    listeners().push_back(hear);
 }

@@ -23,7 +23,9 @@ public:
         Begun,
         Loaded,
         Failed,
-        Over
+        Over,
+        Unloaded, ///< Later: the file has left memory,
+        Stays     ///< or nobody uses it any more, and yet it is in memory.
     };
 
     /// `name` is the file's, as it is loaded.
@@ -32,6 +34,9 @@ public:
 
     /// It has succeeded, or failed for the reason `failure`, which is null otherwise.
     void end(const QString &failure) const;
+
+    /// Has all who listen hear of a file called `name`; `reason` is why a load has failed, or a file stays.
+    static void tell(const QByteArray &name, State state, const QString &reason = {});
 
 private:
     Q_DISABLE_COPY(ZLoading)
@@ -43,6 +48,6 @@ private:
 /// a signal's handler.
 ZDEFAULT_EXPORT const char *zLoadingHere();
 
-/// Has `hear` called before and after each load, on the thread that loads, with the file's name, and why it has failed,
-/// a text that may be a plugin's. To be called before the first load.
-ZDEFAULT_EXPORT void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state, const QString &failure));
+/// Has `hear` called, with others, for what becomes of a file of this name, on the thread that loads or unloads it.
+/// `reason` may be a plugin's text. To be called before the first load.
+ZDEFAULT_EXPORT void zTellLoads(void (*hear)(const QByteArray &name, ZLoading::State state, const QString &reason));

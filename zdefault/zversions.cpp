@@ -4,10 +4,12 @@
 #include "zcaught.h"
 #include "zeventloop.h"
 #include "zlibraryset.h"
+#include "zloading.h"
 #include "zpluginfile.h"
 #include "ztexts.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
 #include <QMutexLocker>
 #include <QThread>
@@ -166,6 +168,10 @@ void ZVersions::finish(const QSharedPointer<QPluginLoader> &loader, bool isEvent
         const QMutexLocker locker(&m_mutex);
         isTwin = m_twins.removeOne(loader.data());
     }
+    if (unloading.result != ZPluginFile::Unloading::Failed)
+        ZLoading::tell(QFile::encodeName(base),
+                       unloading.result == ZPluginFile::Unloading::Done ? ZLoading::Unloaded : ZLoading::Stays,
+                       unloading.reason);
     const ZNamedLogger log = this->log();
     zCaught([&] {
         if (unloading.result == ZPluginFile::Unloading::Done)

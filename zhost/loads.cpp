@@ -116,6 +116,9 @@ void hear(const QByteArray &name, ZLoading::State what, const QString &failure)
     case ZLoading::Over:
         state.loading.erase(underWay(&state, file));
         return writeNote(state);
+    case ZLoading::Unloaded:
+    case ZLoading::Stays:
+        return;
     }
 }
 
