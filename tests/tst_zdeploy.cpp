@@ -65,6 +65,7 @@ private Q_SLOTS:
     void refusesAFolderThatItCannotRead();
     void goesBackToTheLastGoodVersion_data();
     void goesBackToTheLastGoodVersion();
+    void goesBackBeforeAVersionThatCameAgain();
     void doesNotGoBackWhileAVersionWaits();
 };
 
@@ -722,6 +723,25 @@ void tst_ZDeploy::goesBackToTheLastGoodVersion()
     QCOMPARE(place.dropped(), QStringList{name});
     QCOMPARE(contentOf(place.hotDeploy() + QLatin1Char('/') + name),
              contentOf(place.deployed() + QLatin1Char('/') + source));
+}
+
+/// The newest is the one before it once more, as somebody who went back, or a host, has dropped it.
+void tst_ZDeploy::goesBackBeforeAVersionThatCameAgain()
+{
+    const Place place;
+    const QStringList files{"libplain.so", "libplain.0001.so", "libplain.0002.so"};
+    place.deploy(files, files.mid(0, 2), contentOf(plugin("plain")));
+    place.write(QStringLiteral("deployed/libplain.0002.so"),
+                contentOf(place.deployed() + QStringLiteral("/libplain.0001.so")));
+    const QStringList arguments{QStringLiteral("--rollback"), QStringLiteral("plain"), place.hotDeploy()};
+    QCOMPARE(run(arguments).out, QStringLiteral("dropped as libplain.0003.so\n"));
+    const QString dropped = place.hotDeploy() + QStringLiteral("/libplain.0003.so");
+    QCOMPARE(contentOf(dropped), contentOf(place.deployed() + QStringLiteral("/libplain.so")));
+
+    QVERIFY(QFile::rename(dropped, place.deployed() + QStringLiteral("/libplain.0003.so"))); // as a host does
+    const Result result = run(arguments);
+    QCOMPARE(result.err, QStringLiteral("zdeploy: plain has no good version before the newest\n"));
+    QCOMPARE(result.exitCode, 1);
 }
 
 void tst_ZDeploy::doesNotGoBackWhileAVersionWaits()

@@ -89,7 +89,7 @@ int goBack(Drop drop, const QString &plugin, bool waits)
     if (!waiting.plugin.isNull()) // it may come after what is dropped now, and is none to go back from yet
         return refused(QStringLiteral("%1 still waits for a host: let one load it, or remove it, before you go back")
                            .arg(waiting.file()));
-    const PluginName good = goodBeforeNewest(plugin, versions);
+    const PluginName good = goodBeforeNewest(plugin, versions, drop.deployed);
     if (good.plugin.isNull())
         return refused(QStringLiteral("%1 has no good version before the newest").arg(plugin));
     drop.source = QDir::cleanPath(QDir(drop.deployed).filePath(good.file()));

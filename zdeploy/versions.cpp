@@ -2,6 +2,7 @@
 #include "versions.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 #include <notes.h>
@@ -11,9 +12,11 @@
 
 namespace {
 
+/// None, where no folder is named: that would be where the program was started.
 QFileInfoList filesIn(const QString &folder, const QString &pattern)
 {
-    return QDir(folder).entryInfoList({pattern}, QDir::AllEntries | QDir::System | QDir::Hidden);
+    return folder.isEmpty() ? QFileInfoList()
+                            : QDir(folder).entryInfoList({pattern}, QDir::AllEntries | QDir::System | QDir::Hidden);
 }
 
 bool isBefore(const Version &one, const Version &other)
@@ -25,6 +28,13 @@ bool isBefore(const Version &one, const Version &other)
     if (one.name.version != other.name.version)
         return one.name.file() < other.name.file();
     return one.state < other.state; // the one that counts comes first
+}
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    file.open(QIODevice::ReadOnly);
+    return file.readAll();
 }
 
 } // namespace
@@ -86,16 +96,23 @@ PluginName lastWaiting(const QString &plugin, const QVector<Version> &versions)
     return last == versions.rend() ? PluginName() : last->name;
 }
 
-PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions)
+PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions, const QString &deployed)
 {
-    bool isNewest = true;
-    for (auto version = versions.rbegin(); version != versions.rend(); ++version) {
-        const bool isDeployed = version->state == Version::Good || version->state == Version::Unproven;
-        if (!version->name.isSamePlugin({plugin, {}}) || !isDeployed)
-            continue;
-        if (version->state == Version::Good && !isNewest)
+    QVector<Version> own;
+    for (const Version &version : versions) {
+        const bool isDeployed = version.state == Version::Good || version.state == Version::Unproven;
+        if (isDeployed && version.name.isSamePlugin({plugin, {}}))
+            own.append(version);
+    }
+    const auto content = [&](const Version &version) {
+        return contentOf(deployed + QLatin1Char('/') + version.name.file());
+    };
+    const QByteArray newest = own.isEmpty() ? QByteArray() : content(own.last());
+    auto version = std::find_if(own.begin(), own.end(), [&](const Version &other) { return content(other) == newest; });
+    while (version != own.begin()) {
+        --version;
+        if (version->state == Version::Good)
             return version->name;
-        isNewest = false;
     }
     return {};
 }

@@ -33,5 +33,7 @@ QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed);
 /// The last of `versions` of this plugin that no host has come for; null plugin if there is none.
 PluginName lastWaiting(const QString &plugin, const QVector<Version> &versions);
 
-/// The last good one of `versions` of this plugin before the newest that is deployed; null plugin if there is none.
-PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions);
+/// The last good one of `versions` of this plugin before the newest in the folder `deployed`; null plugin if there is
+/// none. The newest may be one that has come again: then it is the last before that came first, so that who goes back
+/// twice gets two versions back.
+PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions, const QString &deployed);
