@@ -18,11 +18,12 @@ install(FILES ${PROJECT_BINARY_DIR}/zdefault.pc DESTINATION ${CMAKE_INSTALL_LIBD
 install(PROGRAMS scripts/new-plugin RENAME zdefault-new-plugin
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT zdefault-dev)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT zdefault-dev
-    REGEX "/docs/(operator-guide\\.md|zdeploy\\.1|zhost[.@].*)$" EXCLUDE)
+    REGEX "/docs/(operator-guide\\.md|pictures|(zctl|zdeploy)\\.1|zhost[.@].*)$" EXCLUDE)
 
 # What operators need comes with the programs. The unit names /usr/bin, where Debian's package has them.
 install(FILES docs/operator-guide.md docs/zhost.limits.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT zdefault)
-install(FILES docs/zdeploy.1 docs/zhost.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT zdefault)
+install(DIRECTORY docs/pictures DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT zdefault)
+install(FILES docs/zctl.1 docs/zdeploy.1 docs/zhost.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT zdefault)
 if(TARGET PkgConfig::libsystemd) # systemd waits for a word that the program says only with it
     install(FILES docs/zhost@.service DESTINATION lib/systemd/system COMPONENT zdefault)
 endif()

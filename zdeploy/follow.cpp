@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "follow.h"
 
+#include "hostdoor.h"
 #include "runninghost.h"
 #include "versions.h"
 
@@ -37,12 +38,10 @@ struct Look
             version = *found;
     }
 
+    bool hasCome() const { return version && version->state != Version::Waiting; }
+    QDateTime since() const { return QFileInfo(QDir(deployed).filePath(version->name.file())).metadataChangeTime(); }
     /// A probation has ended since the file came, and none is under way.
-    bool isJudged() const
-    {
-        return version && version->state != Version::Waiting && notes.start().count == 0 &&
-               notes.noted() >= QFileInfo(QDir(deployed).filePath(version->name.file())).metadataChangeTime();
-    }
+    bool isJudged() const { return hasCome() && notes.start().count == 0 && notes.noted() >= since(); }
     bool isMissing(const QString &file) const { return host.files && !host.files->contains(file); }
 };
 
@@ -99,11 +98,15 @@ Follow::Result Follow::run() const
 {
     const QDeadlineTimer deadline(seconds * 1000);
     QDeadlineTimer restart(RestartMs);
+    HostDoor door;
     bool wasJudged = false;
     for (;;) {
         const Look look(*this);
         if (const std::optional<Result> result = end(file, look))
             return *result;
+        const QString refusal = look.hasCome() ? door.refusal(look.host.holder.process, file, look.since()) : QString();
+        if (!refusal.isEmpty())
+            return {false, QStringLiteral("%1 could not be loaded: %2").arg(file, refusal)};
         const bool isJudged = look.isJudged();
         if (wasJudged && isJudged && look.host.isThere()) // the host may just be about to see the drop
             return notGood(file);

@@ -16,9 +16,11 @@
 #include <crashline.h>
 #include <exitguard.h>
 #include <host.h>
+#include <known/known.h>
 #include <lastwords.h>
 #include <notes.h>
 #include <pluginfiles.h>
+#include <stackplace.h>
 #include <zdefaultloader.h>
 
 #include <cstdlib>
@@ -111,6 +113,7 @@ QString runHost(const Configuration &configuration, int seconds)
 {
     const ExitGuard exitGuard([](const QString &line) { refuse(line); });
     Account::begin(stage.answer, QStringLiteral("loading the plugins"));
+    Known known({});
     std::optional<Host> host;
     bool isOver = false;
     const auto finish = [&] {
@@ -119,7 +122,7 @@ QString runHost(const Configuration &configuration, int seconds)
         QCoreApplication::quit();
     };
     const auto start = [&] {
-        host.emplace(configuration);
+        host.emplace(configuration, &known);
         Account::begin(stage.answer, QStringLiteral("running"));
         QTimer::singleShot(seconds * 1000, finish);
     };

@@ -14,6 +14,7 @@
 
 #include <configuration.h>
 #include <host.h>
+#include <known/known.h>
 #include <zcaught.h>
 #include <zobject.h>
 
@@ -63,6 +64,7 @@ QString runHost(const Trial &trial)
     failure.beginning = QStringLiteral("failed to load %1: ").arg(trial.plugin);
     qInstallMessageHandler(listen);
     Account::begin(trial.answer, GivingServices);
+    Known known({});
     std::optional<Host> host;
     bool isOver = false;
     const auto finish = [&] {
@@ -71,7 +73,7 @@ QString runHost(const Trial &trial)
         QCoreApplication::quit();
     };
     const auto start = [&] {
-        host.emplace(configuration(trial));
+        host.emplace(configuration(trial), &known);
         QTimer::singleShot(0, finish);
     };
     QTimer::singleShot(0, start); // by the event loop, which the plugin may quit

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "door/door.h"
 #include "inbox.h"
 #include "probation.h"
 #include "reload.h"
@@ -10,6 +11,7 @@
 
 struct CommandLine;
 struct Configuration;
+struct Known;
 class Host;
 class StopSignals;
 
@@ -18,20 +20,30 @@ class StopSignals;
 class Attendance
 {
 public:
-    Attendance(const CommandLine &commandLine, const Configuration &configuration, const StopSignals &stopSignals);
+    Attendance(const CommandLine &commandLine, const Configuration &configuration, const StopSignals &stopSignals,
+               Known *known);
+    ~Attendance();
 
+    /// Why the host must not start; null if it may.
+    QString refusal() const { return m_refusal; }
     /// Before the plugins are loaded. False where no start is worth while: see `Probation::begin`.
-    bool begin() { return m_probation.begin(); }
+    bool begin();
     /// When they have been loaded.
     void attend(Host *host);
     /// When the application has quit, before the host stops.
     void end();
 
     /// The names of what hangs: while it does, the host must not be destroyed.
-    QStringList hanging() const { return m_probation.hanging(); }
+    QStringList hanging();
+    /// When the host is gone. False if somebody is still being answered, who uses this object on.
+    bool close() { return !m_door || m_door->close(); }
 
 private:
+    Q_DISABLE_COPY(Attendance)
     const Configuration &m_configuration;
+    Known *const m_known;
+    QString m_refusal;
+    std::optional<Door> m_door;
     Probation m_probation;
     Reload m_reload;
     std::optional<Inbox> m_inbox;

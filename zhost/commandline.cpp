@@ -47,9 +47,11 @@ struct Parser : QCommandLineParser
                                    QStringLiteral("Read the configuration, say what is wrong with it, start nothing.")};
     const QCommandLineOption keys{QStringLiteral("keys"),
                                   QStringLiteral("Print the keys that a configuration may have, one a line.")};
-    const QCommandLineOption call{QStringLiteral("call"),
-                                  QStringLiteral("Start, call the bus once, print the answer as JSON, and stop."),
-                                  QStringLiteral("URL")};
+    const QCommandLineOption call{
+        QStringLiteral("call"),
+        QStringLiteral("Call the bus once, print the answer as JSON, and stop. The host that runs by this "
+                       "file is asked; without one, it is started for that."),
+        QStringLiteral("URL")};
     const QCommandLineOption in{QStringLiteral("in"), QStringLiteral("The request that --call hands over: an object."),
                                 QStringLiteral("JSON")};
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "configuration.h"
 
+#include "door/doorsettings.h"
 #include "doubledkeys.h"
 #include "foldercheck.h"
 #include "keycheck.h"
@@ -74,5 +75,6 @@ QVector<Finding> Configuration::findings() const
     QVector<Finding> result;
     for (const QString &path : doubled)
         result.append({path, QStringLiteral("is given twice; only the last counts"), Finding::Wrong});
+    DoorSettings::read(object, &result);
     return result + checkKeys(object) + checkFolders(*this);
 }

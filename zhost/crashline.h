@@ -14,6 +14,3 @@
  * A handler that somebody else has installed stays.
  */
 void sayWhatCrashes();
-
-/// Files in `folder`, by its canonical path, are plugins.
-void lookForPluginsIn(const QString &folder);

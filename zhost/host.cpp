@@ -3,6 +3,7 @@
 
 #include "buscall.h"
 #include "configuration.h"
+#include "known/known.h"
 #include "orderlyemitter.h"
 #include "report.h"
 #include "strictloader.h"
@@ -19,6 +20,7 @@
 #include <zdefaultlogger.h>
 #include <zdefaultpoolset.h>
 #include <zdefaultscheduler.h>
+#include <znamedlogger.h>
 
 #include <algorithm>
 
@@ -49,8 +51,9 @@ bool HostEndpoint::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
     return true;
 }
 
-Host::Host(const Configuration &configuration)
-    : m_deployed(configuration.folder(QStringLiteral("deployed"))), m_emitter(QSharedPointer<OrderlyEmitter>::create())
+Host::Host(const Configuration &configuration, Known *known)
+    : m_deployed(configuration.folder(QStringLiteral("deployed"))), m_known(known),
+      m_emitter(QSharedPointer<OrderlyEmitter>::create(&known->wiring))
 {
     // Before any plugin can hear of it, and let go of what is called.
     QObject::connect(qApp, &QCoreApplication::aboutToQuit, &m_services, [this] { m_timetable.cancel(); });
@@ -60,17 +63,20 @@ Host::Host(const Configuration &configuration)
     m_emitter->install(m_emitter);
     m_drops.emplace(configuration);
     announce(configuration.object);
-    m_emitter->zemit0(ZDefaultLogger::TypeName);
+    m_logger = qobject_cast<ZDefaultLogger *>(m_emitter->zemit0(ZDefaultLogger::TypeName));
     m_emitter->bind0(nobody<ZLoaderDelegate>());
     for (const char *const service :
-         {ZDefaultTempFile::TypeName, ZDefaultJobPoolSet::TypeName, ZDefaultThreadPoolSet::TypeName,
-          ZDefaultDbus::TypeName, ZDefaultContext::TypeName, ZDefaultScheduler::TypeName})
+         {ZDefaultTempFile::TypeName, ZDefaultJobPoolSet::TypeName, ZDefaultThreadPoolSet::TypeName})
         m_emitter->zemit0(service);
+    m_emitter->inject0(new RecordingDbus(&known->endpoints)); // which then is the emitter's, as is the scheduler
+    m_emitter->zemit0(ZDefaultContext::TypeName);
+    m_emitter->inject0(new RecordingScheduler(&known->activities));
     m_emitter->inject0(&m_services);
     m_config = Services::behind(m_services.config);
+    m_loggerReference = Services::behind(m_services.logger);
     m_services.ownActivities = m_services.activities();
     if (isStrict(configuration.object))
-        m_emitter->inject0(new StrictLoader); // which then is the emitter's
+        m_emitter->inject0(new StrictLoader);
     else
         m_emitter->zemit0(ZDefaultLoader::TypeName);
     m_drops->watch(m_services.logger);
@@ -94,8 +100,33 @@ QString Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out)
     return callBus(*m_services.dbus, url, in, out);
 }
 
+QJsonObject Host::logMasks() const
+{
+    QJsonObject masks;
+    if (const QSharedPointer<ZReference> alive = m_loggerReference.toStrongRef()) {
+        const QStringList categories = m_logger->categories();
+        for (const QString &category : categories)
+            masks.insert(category, m_logger->log0(m_logger->log0(category)));
+    }
+    return masks;
+}
+
+QString Host::setLogMask(const QString &category, int mask)
+{
+    const QSharedPointer<ZReference> alive = m_loggerReference.toStrongRef();
+    if (!alive || Services::behind(m_services.logger) != alive)
+        return QStringLiteral("a plugin serves ZLogger: what it writes is its own affair");
+    if (!m_logger->setMask(category, mask))
+        return QStringLiteral("\"logger.log\" of the configuration has no category \"%1\": one that plugins may have "
+                              "asked for before takes a restart")
+            .arg(category);
+    ZNamedLogger::setMask(m_services.logger, category, mask);
+    return {};
+}
+
 void Host::follow(const QJsonObject &configuration)
 {
+    m_known->setConfiguration(configuration);
     const QStringList names = m_drops->follow(configuration);
     if (m_config == Services::behind(m_services.config)) {
         announce(configuration);

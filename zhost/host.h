@@ -15,7 +15,9 @@
 #include <optional>
 
 struct Configuration;
+struct Known;
 class OrderlyEmitter;
+class ZDefaultLogger;
 
 /// The endpoint "//zhost": answers "/printd" with a report, in a broadcast as well.
 class HostEndpoint : public ZDbusSubscriber
@@ -33,7 +35,8 @@ private:
 class Host
 {
 public:
-    explicit Host(const Configuration &configuration);
+    /// What happens is entered in `known`, which must live longer.
+    Host(const Configuration &configuration, Known *known);
     ~Host();
 
     /// The logger service, which lives as long as the host.
@@ -42,6 +45,18 @@ public:
     /// Calls the bus; answers in words why the call was not handled, null if it was.
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
     ZDbus *bus() const { return m_services.dbus; }
+    /// Any thread may ask it.
+    Timetable &timetable() { return m_timetable; }
+    /// Begins an entry that has ended once more; null if that cannot be. On any thread.
+    QSharedPointer<TimetableActivity> restart(const QSharedPointer<TimetableActivity> &ended)
+    {
+        return m_timetable.restart(ended, m_services);
+    }
+
+    /// The kinds of tagged lines that are written, by category; empty if a plugin's logger writes. On any thread.
+    QJsonObject logMasks() const;
+    /// Answers why a category's mask cannot be set, null if it is. On any thread.
+    QString setLogMask(const QString &category, int mask);
 
     /// Has plugins that ask for the configuration from now on see this one; loads the plugins that are new in it, and
     /// follows its timetable.
@@ -60,9 +75,12 @@ private:
     void followTimetable(const QJsonObject &configuration);
 
     const QString m_deployed; // empty if there is no such folder
+    Known *const m_known;
     QSharedPointer<OrderlyEmitter> m_emitter;
     Services m_services;
-    QWeakPointer<ZReference> m_config; // the host's own
+    QWeakPointer<ZReference> m_config; // the host's own, as the logger is
+    QWeakPointer<ZReference> m_loggerReference;
+    ZDefaultLogger *m_logger = nullptr; // there as long as somebody has its reference
     Timetable m_timetable;
     std::optional<Drops> m_drops;
     QSharedPointer<HostEndpoint> m_endpoint;

@@ -3,6 +3,8 @@
 
 #include "printable.h"
 
+#include "known/history.h"
+
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
@@ -115,8 +117,8 @@ QString reasonIn(const QByteArray &written)
 
 } // namespace
 
-Inbox::Inbox(const InboxFolders &folders, ZLogger *logger)
-    : m_folders(folders), m_logger(logger), m_watch(folders.inbox)
+Inbox::Inbox(const InboxFolders &folders, ZLogger *logger, History *history)
+    : m_folders(folders), m_logger(logger), m_history(history), m_watch(folders.inbox)
 {
     m_process.setProgram(QCoreApplication::applicationDirPath() + QStringLiteral("/zdeploy"));
     m_process.setStandardInputFile(QProcess::nullDevice());
@@ -241,8 +243,10 @@ void Inbox::finish()
     m_failure.clear();
     const std::unique_ptr<ZFileCopy> copy = std::move(m_file);
     const QString file = QFileInfo(copy->source()).fileName();
-    if (isDropped)
+    if (isDropped) {
+        m_history->add("dropped", file);
         inform(QStringLiteral("%1: %2").arg(file, QString::fromLocal8Bit(m_process.readAllStandardOutput()).trimmed()));
+    }
     if (!copy->isSettled()) // there is another one by now
         add(file);
     else if (isDropped)
@@ -264,6 +268,7 @@ void Inbox::refuse(const QString &file, const QString &reason) { refuse(QFile::e
 void Inbox::refuse(const QByteArray &file, const QString &name, const QString &reason)
 {
     warn(QStringLiteral("%1: refused: %2").arg(name, reason));
+    m_history->add("refused", name, reason);
     const QByteArray path = QFile::encodeName(m_folders.inbox) + '/' + file;
     const QString failure = moveAside(path, pathOf(Refused), name, reason);
     if (!failure.isNull())

@@ -13,6 +13,7 @@
 
 class QFileInfo;
 class ZFileCopy;
+class History;
 class ZLogger;
 
 /// The folders between which an inbox stands.
@@ -39,7 +40,8 @@ class Inbox : public QObject
     Q_OBJECT
 
 public:
-    Inbox(const InboxFolders &folders, ZLogger *logger);
+    /// What comes of each file is entered in `history`. Neither is owned.
+    Inbox(const InboxFolders &folders, ZLogger *logger, History *history);
     ~Inbox() override;
 
 private:
@@ -63,6 +65,7 @@ private:
 
     const InboxFolders m_folders;
     ZLogger *const m_logger;
+    History *const m_history;
     QStringList m_queue;
     QSet<QString> m_closed;            // but not to be read yet
     QSet<QString> m_passedOver;        // who cannot be taken out would be dropped again and again

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "keycheck.h"
 
-#include "timetable.h"
+#include "timetableentry.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -61,6 +61,9 @@ const std::vector<Key> &knownKeys()
           {"strict", Flag, {}}}},
         {"filesystem", Section, {{"temporary-folder", Text, {}}, {"temporary-fn-template", Template, {}}}},
         {"guard", SectionOrFalse, {{"probation", Number, {}}}},
+        {"door",
+         SectionOrFalse,
+         {{"socket", Text, {}}, {"listen", Text, {}}, {"anywhere", Flag, {}}, {"token-file", Text, {}}}},
         {"schedule",
          Timetable,
          {{"url", Any, {}},

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "attendance.h"
+#include "callrunninghost.h"
 #include "commandline.h"
 #include "configuration.h"
 #include "crashline.h"
@@ -8,6 +9,7 @@
 #include "folderlock.h"
 #include "foldermark.h"
 #include "host.h"
+#include "known/known.h"
 #include "lastwords.h"
 #include "logformat.h"
 #include "printable.h"
@@ -18,7 +20,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QJsonDocument>
+#include <QFileInfo>
 #include <QTimer>
 
 #include <cstdio>
@@ -44,7 +46,7 @@ int callOnce(Host &host, const CommandLine &commandLine)
         complain(failure);
         return Wrong;
     }
-    print(QString::fromUtf8(QJsonDocument(answer).toJson(QJsonDocument::Indented).trimmed()));
+    printJson(answer);
     return Success;
 }
 
@@ -73,10 +75,15 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     StopSignals stopSignals;
     QObject::connect(&stopSignals, &StopSignals::received, &QCoreApplication::quit);
     const ExitGuard exitGuard;
+    Known known(QFileInfo(commandLine.file).absoluteFilePath());
+    known.setConfiguration(configuration.object);
     std::optional<Host> host;
     std::optional<Attendance> attendance;
-    if (!commandLine.isCall)
-        attendance.emplace(commandLine, configuration, stopSignals);
+    if (!commandLine.isCall) {
+        attendance.emplace(commandLine, configuration, stopSignals, &known);
+        if (!attendance->refusal().isNull())
+            return refuse(attendance->refusal());
+    }
     std::optional<int> result; // of what is done without being told to stop
     const auto finish = [&](int exitCode) {
         result = exitCode;
@@ -86,7 +93,7 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     QTimer::singleShot(0, [&] {
         if (attendance && !attendance->begin())
             return finish(Hopeless);
-        host.emplace(configuration);
+        host.emplace(configuration, &known);
         if (attendance)
             attendance->attend(&*host);
         else
@@ -108,8 +115,13 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     QStringList running = host ? host->stop() : QStringList();
     if (attendance)
         running += attendance->hanging();
-    if (running.isEmpty())
-        return exitCode;
+    if (running.isEmpty()) {
+        host.reset();
+        if (!attendance || attendance->close())
+            return exitCode;
+        std::fflush(stdout);
+        std::_Exit(exitCode); // somebody is still being answered, by what would be destroyed on the way
+    }
     for (const QString &name : running)
         complain(QStringLiteral("left running: %1").arg(name));
     std::fflush(stdout);
@@ -138,6 +150,10 @@ int main(int argc, char *argv[])
     const Configuration configuration = Configuration::read(commandLine.file);
     if (!configuration.error.isEmpty())
         return refuse(configuration.error);
+    if (commandLine.isCall) { // before the configuration is judged: who asks need not be who runs the host
+        if (const std::optional<int> exitCode = callRunningHost(commandLine))
+            return *exitCode;
+    }
     const Finding::Weight worst = tellFindings(commandLine.file, configuration);
     if (worst == Finding::Unusable)
         return Unusable;

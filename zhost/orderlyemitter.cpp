@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "orderlyemitter.h"
 
+#include "known/wiringbook.h"
+
 #include <QCoreApplication>
 #include <QMutexLocker>
 
@@ -14,6 +16,16 @@ QSharedPointer<ZReference> OrderlyEmitter::bind0(QSharedPointer<ZDelegate> deleg
     if (delegate)
         m_delegates.append(delegate);
     return before;
+}
+
+void OrderlyEmitter::bound(int interfaceType, const QSharedPointer<QObject> &component)
+{
+    m_book->bound(interfaceType, component);
+}
+
+void OrderlyEmitter::injected(QObject *object, const QMetaProperty &property, bool isGiven)
+{
+    m_book->injected(object, property, isGiven);
 }
 
 void OrderlyEmitter::end()

@@ -7,6 +7,8 @@
 
 #include <zdefaultemitter.h>
 
+class WiringBook;
+
 /**
  * An emitter whose services go one by one, the last that came first, and each with all that it leaves behind.
  *
@@ -19,6 +21,9 @@ class OrderlyEmitter : public ZDefaultEmitter
     Q_OBJECT
 
 public:
+    /// What is wired is entered in `book`, which must live longer.
+    explicit OrderlyEmitter(WiringBook *book) : m_book(book) {}
+
     QSharedPointer<ZReference> bind0(QSharedPointer<ZDelegate> delegate) override;
 
     /// Lets go of all services. To be called on the application's thread, when all that was scheduled has ended; jobs
@@ -29,9 +34,14 @@ public:
     /// more comes, or it seems to come for ever.
     static void settle();
 
+protected:
+    void bound(int interfaceType, const QSharedPointer<QObject> &component) override;
+    void injected(QObject *object, const QMetaProperty &property, bool isGiven) override;
+
 private:
     QSharedPointer<ZDelegate> takeLast();
 
+    WiringBook *const m_book;
     QMutex m_mutex;                               // guards m_delegates, and is held during no call
     QVector<QWeakPointer<ZDelegate>> m_delegates; // in the order in which they came; those that were not filed die
 };

@@ -8,6 +8,9 @@
 #include "loads.h"
 #include "pluginfiles.h"
 #include "redeployment.h"
+#include "stackplace.h"
+
+#include "known/history.h"
 
 #include <QDir>
 #include <QFile>
@@ -55,9 +58,9 @@ void say(const QString &line) { qWarning("zhost: %s", qPrintable(line)); }
 
 } // namespace
 
-Probation::Probation(const Configuration &configuration)
+Probation::Probation(const Configuration &configuration, History *history)
     : m_hotDeploy(folderOf(configuration, QStringLiteral("hot-deploy"))),
-      m_deployed(folderOf(configuration, QStringLiteral("deployed"))), m_notes(m_deployed),
+      m_deployed(folderOf(configuration, QStringLiteral("deployed"))), m_notes(m_deployed), m_history(history),
       m_isOn(!m_deployed.isEmpty() && guardOf(configuration.object) != false),
       m_probationMs(probationOf(configuration.object))
 {
@@ -210,7 +213,12 @@ void Probation::passed()
     if (!look() || m_timer.isActive())
         return;
     const QMap<QString, QString> unhealthy = takeVerdicts();
-    m_notes.noteGood(thoseThatRanWell());
+    const QStringList good = thoseThatRanWell();
+    for (const QString &file : good) {
+        if (!m_notes.isGood(file))
+            m_history->add("good", file);
+    }
+    m_notes.noteGood(good);
     m_notes.forgetStart();
     for (auto verdict = unhealthy.begin(); verdict != unhealthy.end(); ++verdict) {
         if (goodBefore(verdict.key()).plugin.isNull())
@@ -292,12 +300,14 @@ bool Probation::takeAway(const QString &file, const QString &why)
         return true;
     }
     const QString name = m_notes.quarantine(file, why);
-    if (name.isNull())
+    if (name.isNull()) {
         say(QStringLiteral("%1 should be taken back, but cannot be renamed: %2: %3")
                 .arg(file, qt_error_string(errno), why));
-    else
-        say(QStringLiteral("%1 is taken back, and now called %2: %3").arg(file, name, why));
-    return !name.isNull();
+        return false;
+    }
+    say(QStringLiteral("%1 is taken back, and now called %2: %3").arg(file, name, why));
+    m_history->add("taken back", file, why);
+    return true;
 }
 
 PluginName Probation::goodBefore(const QString &file) const { return PluginName::parse(file).newest(plugins(true)); }

@@ -12,6 +12,7 @@
 #include <QTimer>
 
 struct Configuration;
+class History;
 class ZDbus;
 
 /**
@@ -26,7 +27,8 @@ class Probation : public QObject
     Q_OBJECT
 
 public:
-    explicit Probation(const Configuration &configuration);
+    /// What it decides is entered in `history`, which must live longer.
+    Probation(const Configuration &configuration, History *history);
 
     /// Before the plugins are loaded: takes back what the last start has not survived. False if too many in a row have
     /// not been survived and there is nothing to take back, or something cannot be taken back: then the host should not
@@ -63,6 +65,7 @@ private:
     const QString m_hotDeploy;
     const QString m_deployed; // empty if there is none
     Notes m_notes;
+    History *const m_history;
     bool m_isOn;
     const int m_probationMs;
     QTimer m_timer;

@@ -28,6 +28,7 @@ const QString Loader = QStringLiteral("loader");
 const QString FileSystem = QStringLiteral("filesystem");
 const QString Schedule = QStringLiteral("schedule");
 const QString Guard = QStringLiteral("guard");
+const QString Door = QStringLiteral("door");
 const QString LoadList = QStringLiteral("load-list");
 
 /// The sections of the host's own services, with the keys that a running host follows.
@@ -142,9 +143,11 @@ QJsonObject Reload::inForce(QJsonObject wanted) const
             wanted.insert(name, section);
         }
     }
-    if (wanted.value(Guard) != m_started.value(Guard)) { // which may be false, too
-        complain(QStringLiteral("\"%1\" has changed: that takes a restart").arg(Guard));
-        wanted.insert(Guard, m_started.value(Guard));
+    for (const QString &name : {Guard, Door}) { // which may be false, too
+        if (wanted.value(name) == m_started.value(name))
+            continue;
+        complain(QStringLiteral("\"%1\" has changed: that takes a restart").arg(name));
+        wanted.insert(name, m_started.value(name));
     }
     return wanted;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "report.h"
 
+#include "letgolater.h"
 #include "mappedfiles.h"
 #include "services.h"
 #include "timetable.h"
@@ -31,14 +32,6 @@ struct Held
     QVector<QSharedPointer<ZReference>> components;
     QVector<QSharedPointer<ZThreadPool>> registries;
 };
-
-/// The last to hold a component, or a registry, destroys it, and that may call the bus, or wait for threads. It must
-/// not happen in a broadcast, nor on one of those threads: so it is left to the application's.
-void letGoLater(Held held)
-{
-    QMetaObject::invokeMethod(
-        QCoreApplication::instance(), [held = std::move(held)] {}, Qt::QueuedConnection);
-}
 
 /// Which services there are, and behind which of them there is a component at the moment.
 QJsonObject servicesNow(const Services &services, Held *held)

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "say.h"
 
+#include "known/logring.h"
 #include "printable.h"
+
+#include <QJsonDocument>
 
 #include <cstdio>
 
@@ -24,6 +27,7 @@ bool stderrIsJournal()
 
 void writeLine(int severity, const QString &text)
 {
+    LogRing::get().add(severity, text);
     static const bool isJournal = stderrIsJournal();
     QByteArray line = isJournal ? '<' + QByteArray::number(severity) + '>' : QByteArray();
     line += printable(text).toLocal8Bit() + '\n';
@@ -31,5 +35,10 @@ void writeLine(int severity, const QString &text)
 }
 
 void complain(const QString &text) { writeLine(LOG_WARNING, QStringLiteral("zhost: ") + text); }
+
+void printJson(const QJsonObject &object)
+{
+    print(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Indented).trimmed()));
+}
 
 void print(const QString &text) { std::fprintf(stdout, "%s\n", text.toLocal8Bit().constData()); }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QJsonObject>
 #include <QString>
 
 /// Writes `text` to stderr, as `printable`. Where stderr is the journal the line begins with its severity, a number of
@@ -10,3 +11,5 @@ void writeLine(int severity, const QString &text);
 void complain(const QString &text);
 /// Writes `text` to stdout as it is, and ends its last line.
 void print(const QString &text);
+/// Writes JSON to stdout, for people.
+void printJson(const QJsonObject &object);

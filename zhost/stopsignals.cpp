@@ -3,6 +3,7 @@
 
 #include "lastwords.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -16,7 +17,7 @@ constexpr unsigned StopSeconds = 30;
 
 // All that a signal handler can reach, and may use.
 volatile std::sig_atomic_t writeEnd = -1;
-volatile std::sig_atomic_t isReceived = false;
+std::atomic_bool isReceived{false};
 volatile std::sig_atomic_t isBounded = false;
 
 void restoreDefault()
@@ -25,10 +26,22 @@ void restoreDefault()
         std::signal(number, SIG_DFL);
 }
 
-void handle(int)
+/// What nobody handles, on the thread that is handling it.
+void end(int number)
+{
+    std::signal(number, SIG_DFL);
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, number);
+    pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+    raise(number);
+}
+
+void handle(int number)
 {
     const int error = errno;
-    isReceived = true;
+    if (isReceived.exchange(true)) // the first is being handled by another thread
+        return end(number);
     restoreDefault();
     boundStop();
     const char byte = 0;

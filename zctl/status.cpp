@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "status.h"
+
+#include "commands.h"
+#include "output.h"
+#include "printable.h"
+#include "reports.h"
+#include "words.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMap>
+
+namespace {
+
+QJsonObject hostOf(const QJsonObject &report) { return report.value(QLatin1String("host")).toObject(); }
+
+QString failureOfPlugin(const QJsonObject &plugin)
+{
+    const QString file = textOf(plugin, "file");
+    const QString reason = textOf(plugin, "reason");
+    if (textOf(plugin, "state") == QLatin1String("quarantined"))
+        return QStringLiteral("%1 is taken back: %2").arg(file, reason);
+    if (!reason.isEmpty())
+        return QStringLiteral("%1: %2").arg(file, reason);
+    const QString left = textOf(plugin, "left");
+    return left.isEmpty() ? QString() : QStringLiteral("%1 stays in memory: %2").arg(file, left);
+}
+
+QString failureOfService(const QJsonObject &service)
+{
+    return service.value(QLatin1String("served")).toBool()
+               ? QString()
+               : QStringLiteral("nobody serves %1 any more").arg(textOf(service, "interface"));
+}
+
+QString failureOfEntry(const QJsonObject &entry)
+{
+    const int failed = numberOf(entry, "failuresInARow");
+    if (failed == 0 || entry.value(QLatin1String("cancelled")).toBool())
+        return {};
+    const QString name =
+        QStringLiteral("schedule[%1] %2").arg(QString::number(numberOf(entry, "index")), textOf(entry, "url"));
+    const QString ended = textOf(entry, "ended");
+    return ended.isEmpty() ? QStringLiteral("%1 has failed %2 in a row").arg(name, countText(failed, "time"))
+                           : QStringLiteral("%1 has ended: %2").arg(name, ended);
+}
+
+/// What was refused, and has not been taken since, is no plugin of which anything else would tell.
+QStringList refusals(const QJsonObject &report)
+{
+    QMap<QString, QString> reasons; // by file
+    const QJsonArray events = report.value(QLatin1String("events")).toArray();
+    for (const QJsonValue &value : events) {
+        const QJsonObject event = value.toObject();
+        if (textOf(event, "kind") == QLatin1String("refused"))
+            reasons.insert(textOf(event, "subject"), textOf(event, "text"));
+        else
+            reasons.remove(textOf(event, "subject"));
+    }
+    const QJsonArray plugins = report.value(QLatin1String("plugins")).toArray();
+    for (const QJsonValue &plugin : plugins) {
+        if (!failureOfPlugin(plugin.toObject()).isEmpty())
+            reasons.remove(textOf(plugin.toObject(), "file"));
+    }
+    QStringList result;
+    for (auto reason = reasons.begin(); reason != reasons.end(); ++reason)
+        result.append(QStringLiteral("%1 was refused: %2").arg(reason.key(), reason.value()));
+    return result;
+}
+
+/// What runs.
+QJsonArray inMemory(const QJsonObject &report)
+{
+    QJsonArray result;
+    const QJsonArray plugins = report.value(QLatin1String("plugins")).toArray();
+    for (const QJsonValue &plugin : plugins) {
+        if (plugin.toObject().value(QLatin1String("inMemory")).toBool())
+            result.append(plugin);
+    }
+    return result;
+}
+
+Table describeHost(const QJsonObject &host)
+{
+    Table table({{}, {}});
+    const QString since = textOf(host, "since");
+    table.add({QStringLiteral("host"), QStringLiteral("zhost %1, process %2")
+                                           .arg(textOf(host, "version"), QString::number(numberOf(host, "process")))});
+    table.add({QStringLiteral("configuration"), textOf(host, "configuration")});
+    table.add({QStringLiteral("since"), QStringLiteral("%1, %2").arg(clockText(since), whenText(since))});
+    table.add({QStringLiteral("event loop"), describeLoop(host)});
+    table.add({QStringLiteral("size"), describeSize(host)});
+    return table;
+}
+
+QStringList describe(const QJsonObject &report, const Terminal &terminal)
+{
+    const Table::Cell head = headline(report);
+    QStringList lines{terminal.paint(printable(head.text), head.colour)};
+    lines += describeHost(hostOf(report)).lines(terminal.endless());
+    if (!report.contains(QLatin1String("plugins")))
+        return lines + QStringList{QString(), QStringLiteral("the host tells no more at the moment")};
+    const Table plugins = pluginTable(inMemory(report));
+    lines.append(QString());
+    lines += plugins.isEmpty() ? QStringList(QStringLiteral("no plugin is in memory")) : plugins.lines(terminal);
+    const QStringList failed = failures(report);
+    lines.append(QString());
+    if (failed.isEmpty())
+        lines.append(QStringLiteral("nothing has failed"));
+    for (const QString &failure : failed)
+        lines.append(terminal.paint(printable(failure), Terminal::Bad));
+    return lines;
+}
+
+constexpr int ReportSeconds = 5;
+
+/// Where the host hangs in something that the whole report waits for, it tells of itself alone.
+Answer ask(const Client &client)
+{
+    Answer report = client.get(QStringLiteral("/v1/report"), ReportSeconds);
+    if (report.end != Answer::No || !report.body.isEmpty())
+        return report;
+    Answer host = client.get(QStringLiteral("/v1/report/host"));
+    if (!host.error.isEmpty())
+        return host;
+    host.json = QJsonDocument(QJsonObject{{QStringLiteral("host"), host.json.object()}});
+    host.body = host.json.toJson(QJsonDocument::Compact) + '\n';
+    return host;
+}
+
+} // namespace
+
+Table::Cell headline(const QJsonObject &report)
+{
+    const QJsonObject host = hostOf(report);
+    const QString state = textOf(host, "state");
+    if (host.value(QLatin1String("healthy")).toBool())
+        return {state + QStringLiteral(", healthy"), Terminal::Good};
+    return {QStringLiteral("%1, not healthy: %2").arg(state, textOf(host, "reason")), Terminal::Bad};
+}
+
+QStringList failures(const QJsonObject &report)
+{
+    QStringList result;
+    const std::pair<const char *, QString (*)(const QJsonObject &)> parts[] = {
+        {"plugins", failureOfPlugin}, {"services", failureOfService}, {"schedule", failureOfEntry}};
+    for (const auto &[part, failureOf] : parts) {
+        const QJsonArray values = report.value(QLatin1String(part)).toArray();
+        for (const QJsonValue &value : values)
+            result.append(failureOf(value.toObject()));
+    }
+    result.removeAll(QString());
+    return refusals(report) + result;
+}
+
+Table::Cell describeLoop(const QJsonObject &host)
+{
+    const QJsonObject loop = host.value(QLatin1String("loop")).toObject();
+    const QString delay = durationText(loop.value(QLatin1String("delayMs")).toDouble());
+    if (!loop.value(QLatin1String("hangs")).toBool())
+        return {QStringLiteral("answers within %1").arg(delay)};
+    const QString where = textOf(loop, "where");
+    return {QStringLiteral("hangs for %1").arg(delay) + (where.isEmpty() ? QString() : QStringLiteral(", in ") + where),
+            Terminal::Bad};
+}
+
+QString describeSize(const QJsonObject &host)
+{
+    return QStringLiteral("%1 of memory, %2, %3, %4 of CPU time")
+        .arg(bytesText(host.value(QLatin1String("residentBytes")).toDouble()),
+             countText(numberOf(host, "threads"), "thread"), countText(numberOf(host, "descriptors"), "descriptor"),
+             durationText(host.value(QLatin1String("cpuMs")).toDouble()));
+}
+
+ExitCode showStatus(const Request &request)
+{
+    const Answer answer = ask(request.client);
+    const ExitCode exitCode = tell(request, answer, [](const QJsonDocument &json) {
+        put(describe(json.object(), Terminal::ofOutput()).join(QLatin1Char('\n')));
+    });
+    const bool isHealthy = hostOf(answer.json.object()).value(QLatin1String("healthy")).toBool();
+    return exitCode == Done && !isHealthy ? No : exitCode;
+}

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "callrunninghost.h"
+
+#include "commandline.h"
+#include "exitcode.h"
+#include "say.h"
+
+#include <QJsonDocument>
+
+#include <client.h>
+#include <hosts.h>
+
+namespace {
+
+constexpr int DeadlineMs = 60000; // as long as a host lets anybody wait
+
+} // namespace
+
+std::optional<int> callRunningHost(const CommandLine &commandLine)
+{
+    const Search search = Search::by(commandLine.file);
+    if (!search.error.isEmpty())
+        return {};
+    const Answer answer = Client(search.address).call(commandLine.url.toString(), commandLine.request, DeadlineMs);
+    if (answer.end == Answer::Nobody) // it has ended meanwhile
+        return {};
+    if (answer.end == Answer::No) {
+        complain(answer.error);
+        return Wrong;
+    }
+    printJson(answer.json.object().value(QStringLiteral("out")).toObject());
+    return Success;
+}

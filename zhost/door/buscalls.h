@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QJsonObject>
+#include <QMutex>
+#include <QStringList>
+#include <QWaitCondition>
+
+#include <functional>
+#include <memory>
+
+/**
+ * Calls whose callers wait only so long. One that takes longer goes on, on a thread of its own; there is a limited
+ * number of those.
+ *
+ * Thread: any.
+ */
+class BusCalls
+{
+public:
+    static constexpr int MaxCalls = 16;      // at a time
+    static constexpr int DeadlineMs = 10000; // where nobody says another
+
+    /// Answers why it has failed, null if it has not.
+    using Deed = std::function<QString(QJsonObject *out)>;
+    struct Call;
+    /// Null if there are too many, or no room for one more thread.
+    std::shared_ptr<Call> begin(const QString &name, const Deed &deed);
+
+    struct Result
+    {
+        enum End
+        {
+            Done,
+            Failed,
+            Late
+        } end = Late;
+        QString reason; ///< null if it is done
+        QJsonObject out;
+    };
+    Result wait(const std::shared_ptr<Call> &call, int deadlineMs);
+
+    /// Nobody waits any more. Answers the names of those that have not ended, after waiting a while for them.
+    QStringList end(int patienceMs);
+
+    struct Counts
+    {
+        quint64 calls = 0;
+        quint64 failures = 0;
+    };
+    Counts counts() const;
+
+private:
+    struct State;
+    const std::shared_ptr<State> m_state = makeState(); // a call may end after us
+    static std::shared_ptr<State> makeState();
+};

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QString>
+
+class Host;
+class TimetableActivity;
+struct Known;
+
+/// What a host tells of itself, as zhost-door.openapi.json describes it.
+class Reports
+{
+public:
+    /// `host` is null while it is being made, and when it ends: then less is known.
+    Reports(const Known &known, Host *host) : m_known(known), m_host(host) {}
+
+    QJsonObject all() const;
+    /// One key of it; undefined if there is no such key.
+    QJsonValue part(const QString &key) const;
+
+    QJsonObject host() const;
+    QJsonArray plugins() const;
+    QJsonArray services() const;
+    QJsonArray schedule() const;
+    /// Why the host does not do its work; empty if it does.
+    QString illness() const;
+
+    static QJsonObject describe(const TimetableActivity &entry);
+
+private:
+    QJsonObject configuration() const;
+
+    const Known &m_known;
+    Host *const m_host;
+};
