@@ -27,6 +27,7 @@ private Q_SLOTS:
     void tellsWhatIsNotSettled_data();
     void tellsWhatIsNotSettled();
     void tellsThatAFileIsGone();
+    void tellsThatAFileIsNotLoaded_data();
     void tellsThatAFileIsNotLoaded();
     void tellsThatTheMemoryOfTheHostCannotBeRead();
     void dropsNothingWhereNoHostRuns();
@@ -42,7 +43,8 @@ const QString IsWatching = QStringLiteral("hot-deploy folder changed");
 class Site
 {
 public:
-    explicit Site(const QJsonValue &guard, const QString &restless = QString()) : m_guard(guard), m_restless(restless)
+    explicit Site(const QJsonValue &guard, const QString &restless = QString(), const QJsonValue &door = QJsonObject())
+        : m_guard(guard), m_restless(restless), m_door(door)
     {
         startHost();
     }
@@ -53,6 +55,7 @@ public:
     {
         QJsonObject configuration = loaderOf(place.deployed(), place.hotDeploy());
         configuration.insert(QStringLiteral("guard"), m_guard);
+        configuration.insert(QStringLiteral("door"), m_door);
         QMap<QString, QString> variables = withoutSanitizersSignals();
         variables.insert(QStringLiteral("RESTLESS"), m_restless);
         host = std::make_unique<Running>(configuration, variables, QStringList());
@@ -64,10 +67,11 @@ public:
     bool hasEnded() const { return host->process().state() == QProcess::NotRunning; }
     bool isDeployed(const QString &file) const { return QFile::exists(place.deployed() + QLatin1Char('/') + file); }
 
-    /// Drops the plugin "guarded", which does its deed.
+    /// Drops the plugin "guarded", which does its deed, each time as another version.
     void drop(const char *deed = "Serve", int patience = 60)
     {
-        const QByteArray content = contentOf(pluginFile(QStringLiteral("guarded_%1").arg(QLatin1String(deed))));
+        const QByteArray content = contentOf(pluginFile(QStringLiteral("guarded_%1").arg(QLatin1String(deed)))) +
+                                   QByteArray::number(++m_drops);
         start(place.write(QStringLiteral("libguarded.so"), content), patience);
     }
     void start(const QString &plugin, int patience = 60)
@@ -88,7 +92,9 @@ public:
 private:
     const QJsonValue m_guard;
     const QString m_restless;
+    const QJsonValue m_door;
     QProcess m_zdeploy;
+    int m_drops = 0;
 };
 
 } // namespace
@@ -238,15 +244,26 @@ void tst_Follow::tellsThatAFileIsGone()
     QCOMPARE(result.exitCode, 1);
 }
 
+void tst_Follow::tellsThatAFileIsNotLoaded_data()
+{
+    QTest::addColumn<QJsonValue>("door");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("the host is asked") << QJsonValue(QJsonObject())
+                                       << "librestless.so could not be loaded: thrown with a \\x1b[2J in it";
+    QTest::newRow("the host has no door")
+        << QJsonValue(false)
+        << "librestless.so is not noted as good: it could not be loaded, or is not healthy; the log of the host tells";
+}
+
 void tst_Follow::tellsThatAFileIsNotLoaded()
 {
-    Site site(Site::probation(Short), QStringLiteral("constructor throw")); // of which the try-out knows nothing
+    QFETCH(QJsonValue, door);
+    QFETCH(QString, line);
+    Site site(Site::probation(Short), QStringLiteral("constructor throw"), door); // of which the try-out knows nothing
     QVERIFY(site.isWatching());
     site.start(pluginFile(QStringLiteral("restless")));
     const Result result = site.end();
-    QCOMPARE(result.err,
-             QStringLiteral("zdeploy: librestless.so is not noted as good: it could not be loaded, or is not "
-                            "healthy; the log of the host tells\n"));
+    QCOMPARE(result.err, QStringLiteral("zdeploy: %1\n").arg(line));
     QCOMPARE(result.exitCode, 1);
 }
 

@@ -18,6 +18,10 @@ private Q_SLOTS:
     void deploysWhatIsDropped();
     void callsOnceAndPrintsTheAnswer_data();
     void callsOnceAndPrintsTheAnswer();
+    void callsTheHostThatRunsAlready_data();
+    void callsTheHostThatRunsAlready();
+    void callsTheHostThatRunsWhateverTheFileSaysByNow();
+    void callsNobodyWhereTheHostHasNoDoor();
     void reportsWhatIsWiredAndWhatRuns();
     void reportsInABroadcastToo();
     void everyServiceMayBeWithdrawn_data();
@@ -159,6 +163,53 @@ void tst_ZHost::callsOnceAndPrintsTheAnswer()
     QTEST(result.exitCode, "exitCode");
     const QJsonDocument answer = QJsonDocument::fromJson(result.out.toUtf8());
     QTEST(QString::fromUtf8(answer.toJson(QJsonDocument::Compact)), "out");
+}
+
+void tst_ZHost::callsTheHostThatRunsAlready_data() { callsOnceAndPrintsTheAnswer_data(); }
+
+/// No second one could run on its folder.
+void tst_ZHost::callsTheHostThatRunsAlready()
+{
+    QFETCH(QStringList, options);
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("echo")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("echo")}));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed: ") + hotDeploy.path()),
+                             Patience);
+    const Result result = run(options + QStringList{host.configurationFile()});
+    QTEST(result.err, "err");
+    QTEST(result.exitCode, "exitCode");
+    const QJsonDocument answer = QJsonDocument::fromJson(result.out.toUtf8());
+    QTEST(QString::fromUtf8(answer.toJson(QJsonDocument::Compact)), "out");
+}
+
+/// What it asks need not be able to run by that file, nor be the host's user.
+void tst_ZHost::callsTheHostThatRunsWhateverTheFileSaysByNow()
+{
+    const Folder deployed, hotDeploy;
+    QJsonObject configuration = loaderOf(deployed, hotDeploy);
+    Running host(configuration);
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed: ") + hotDeploy.path()),
+                             Patience);
+    configuration.insert(QStringLiteral("door"), QJsonObject{{QStringLiteral("listen"), QStringLiteral("nowhere")}});
+    host.configure(QJsonDocument(configuration).toJson());
+    const Result result = run({QStringLiteral("--call"), QStringLiteral("//zhost/printd"), host.configurationFile()});
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.exitCode, 0);
+}
+
+void tst_ZHost::callsNobodyWhereTheHostHasNoDoor()
+{
+    const Folder deployed, hotDeploy;
+    QJsonObject configuration = loaderOf(deployed, hotDeploy);
+    configuration.insert(QStringLiteral("door"), false);
+    Running host(configuration);
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed: ") + hotDeploy.path()),
+                             Patience);
+    const Result result = run({QStringLiteral("--call"), QStringLiteral("//zhost/printd"), host.configurationFile()});
+    QCOMPARE(result.err, QStringLiteral("zhost: %1 is in use by process %2 (zhost)\n")
+                             .arg(deployed.path(), QString::number(host.process().processId())));
+    QCOMPARE(result.exitCode, 2);
 }
 
 void tst_ZHost::reportsWhatIsWiredAndWhatRuns()
