@@ -22,7 +22,7 @@ class Clock : public ZObject, public ZDbusSubscriber
     Q_PROPERTY(ZDbus *zDbus READ getSetZDbus WRITE getSetZDbus)
 
 public:
-    Clock() { connect(qApp, &QCoreApplication::aboutToQuit, this, &Clock::retire); }
+    Clock() { connect(qApp, &QCoreApplication::aboutToQuit, this, &Clock::letGo); }
 
     ZLogger *getSetZLogger(ZLogger *logger = nullptr)
     {
@@ -35,11 +35,11 @@ public:
         if (zKeepFirst(m_dbus, dbus)) {
             m_self = shared(); // the bus holds endpoints weakly
             const auto endpoint = qSharedPointerDynamicCast<ZDbusSubscriber>(m_self);
-            const QUrl retire(QStringLiteral("//clock/retire"));
+            const QUrl release(QStringLiteral("//clock/release"));
             dbus->bind0(QUrl(QStringLiteral("//clock")), endpoint); // from here on, calls come to us ...
-            if (dbus->find0(retire))
-                dbus->invoke0(retire, nullptr, nullptr); // ... so that the version before us can go
-            dbus->bind0(retire, endpoint);
+            if (dbus->find0(release))
+                dbus->invoke0(release, nullptr, nullptr); // ... so that the version before us can go
+            dbus->bind0(release, endpoint);
         }
         return m_dbus;
     }
@@ -47,8 +47,8 @@ public:
     // Called on whatever thread the caller has: a scheduled call comes on a thread of its own.
     bool invoked(const QUrl &url, QJsonObject *, QJsonObject *out) override
     {
-        if (url.path() == QLatin1String("/retire")) {
-            retire();
+        if (url.path().endsWith(QLatin1String("/release"))) { // the host says it, too, when "zctl release clock" does
+            letGo();
             return true;
         }
         const QString time = QTime::currentTime().toString();
@@ -59,7 +59,7 @@ public:
     }
 
 private:
-    void retire()
+    void letGo()
     {
         QSharedPointer<QObject> self;
         const QMutexLocker locker(&m_mutex);

@@ -30,7 +30,9 @@ sleep() {
         1) awaited='unloaded: libticker$' ;;
         2) awaited='^ticker: zhost\.' ;;
         3) awaited='^ticker: scratch-one-' ;;
-        *) awaited='^ticker: scratch-two-' ;;
+        4) awaited='^ticker: scratch-two-' ;;
+        5) awaited='^tick: scratch-two-' ;;
+        *) awaited='unloaded: libticker.0001$' ;;
     esac
     for _ in $(seq 300); do
         grep -q -- "$awaited" "$log" && return

@@ -10,7 +10,7 @@ echo "== install into an empty prefix, and move that"
 cmake --install "$build" --prefix "$folder/first" >/dev/null
 mv "$folder/first" "$folder/prefix"
 prefix=$folder/prefix
-for program in zhost zdeploy; do
+for program in zhost zdeploy zctl; do
     "$prefix/bin/$program" --version || fail "no program $program"
 done
 library=$(find "$prefix" -name libzdefault.so.1)
@@ -19,6 +19,9 @@ if grep -rIl -e "$folder/first" -e "$source" "$prefix"; then fail "the package n
 
 echo "== what an editor needs for a configuration"
 [ -s "$prefix/share/zdefault/zhost-configuration.schema.json" ] || fail "no schema"
+
+echo "== what a program needs to ask a host"
+[ -s "$prefix/share/zdefault/zhost-door.openapi.json" ] || fail "no description of the door"
 
 echo "== find_package, and headers by their bare names"
 for example in 05-plugin demo; do
