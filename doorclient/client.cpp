@@ -132,10 +132,10 @@ Answer Client::call(const QString &url, const QJsonObject &in, int deadlineMs) c
                              .arg(QString::fromLatin1(QUrl::toPercentEncoding(url)), QString::number(deadlineMs));
     Answer answer = post(path, in, deadlineMs / 1000 + GraceSeconds);
     const QJsonObject object = answer.json.object();
-    if (answer.end != Answer::Done || object.value(QLatin1String("handled")).toBool())
+    if (answer.end != Answer::End::Done || object.value(QLatin1String("handled")).toBool())
         return answer;
     const QString reason = object.value(QLatin1String("reason")).toString();
-    answer.end = Answer::No;
+    answer.end = Answer::End::No;
     answer.error = reason.isEmpty() ? QStringLiteral("nobody handled %1").arg(url) : reason;
     return answer;
 }
@@ -191,11 +191,11 @@ Answer Client::failure(const httplib::Result &result, int seconds, bool isOverdu
 {
     Answer answer;
     if (result.error() == httplib::Error::Connection || result.error() == httplib::Error::ConnectionTimeout) {
-        answer.end = Answer::Nobody;
+        answer.end = Answer::End::Nobody;
         answer.error = QStringLiteral("nobody answers at %1").arg(m_address.text());
         return answer;
     }
-    answer.end = Answer::No;
+    answer.end = Answer::End::No;
     answer.error = isOverdue ? QStringLiteral("the host at %1 has not answered within %2 seconds")
                                    .arg(m_address.text(), QString::number(seconds))
                              : QStringLiteral("the host at %1 has gone before it has answered").arg(m_address.text());
@@ -211,7 +211,7 @@ Answer Client::judge(int status, const QByteArray &body) const
         return answer;
     const bool isNoAccess = status == Unauthorized || status == Forbidden || status == Misdirected;
     answer.error = answer.json.object().value(QStringLiteral("error")).toString();
-    answer.end = answer.error.isEmpty() || isNoAccess ? Answer::Nobody : Answer::No;
+    answer.end = answer.error.isEmpty() || isNoAccess ? Answer::End::Nobody : Answer::End::No;
     if (answer.error.isEmpty())
         answer.error = QStringLiteral("what answers at %1 is no host: HTTP status %2")
                            .arg(m_address.text(), QString::number(status));

@@ -26,13 +26,13 @@ struct Address
 /// What a host has answered.
 struct Answer
 {
-    enum End
+    enum class End
     {
         Done,
         No,    ///< The host says no, or has not done it.
         Nobody ///< There is no host, or none that listens to this caller.
     };
-    End end = Done;
+    End end = End::Done;
     QString error;   ///< A sentence that says why it is not done; empty if it is.
     QByteArray body; ///< As it came; empty if nothing did.
     QJsonDocument json;

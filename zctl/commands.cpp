@@ -75,11 +75,11 @@ void putJson(const QByteArray &json)
 ExitCode exitCodeOf(const Answer &answer)
 {
     switch (answer.end) {
-    case Answer::Done:
+    case Answer::End::Done:
         return Done;
-    case Answer::No:
+    case Answer::End::No:
         return No;
-    case Answer::Nobody:
+    case Answer::End::Nobody:
         break;
     }
     return Unusable;

@@ -88,7 +88,7 @@ ExitCode showPlugin(const Request &request)
     if (answer.error.isEmpty()) {
         answer.body = QJsonDocument(found).toJson(QJsonDocument::Compact) + '\n';
         if (found.isEmpty()) {
-            answer.end = Answer::No;
+            answer.end = Answer::End::No;
             answer.error = QStringLiteral("there is no plugin \"%1\": see zctl plugins").arg(name);
         }
     }

@@ -119,7 +119,7 @@ constexpr int ReportSeconds = 5;
 Answer ask(const Client &client)
 {
     Answer report = client.get(QStringLiteral("/v1/report"), ReportSeconds);
-    if (report.end != Answer::No || !report.body.isEmpty())
+    if (report.end != Answer::End::No || !report.body.isEmpty())
         return report;
     Answer host = client.get(QStringLiteral("/v1/report/host"));
     if (!host.error.isEmpty())

@@ -87,8 +87,8 @@ ExitCode runEntry(const Request &request)
     Answer answer = request.client.post(entryPath(request, "run"));
     const QJsonObject entry = answer.json.object();
     const QString failure = textOf(entry, "lastFailure");
-    if (answer.end == Answer::Done && textOf(entry, "state") != QLatin1String("running") && !failure.isEmpty()) {
-        answer.end = Answer::No;
+    if (answer.end == Answer::End::Done && textOf(entry, "state") != QLatin1String("running") && !failure.isEmpty()) {
+        answer.end = Answer::End::No;
         answer.error = QStringLiteral("%1 was run, and has failed: %2").arg(nameOf(entry), failure);
     }
     return tell(request, answer, [](const QJsonDocument &json) {

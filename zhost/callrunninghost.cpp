@@ -22,9 +22,9 @@ std::optional<int> callRunningHost(const CommandLine &commandLine)
     if (!search.error.isEmpty())
         return {};
     const Answer answer = Client(search.address).call(commandLine.url.toString(), commandLine.request, DeadlineMs);
-    if (answer.end == Answer::Nobody) // it has ended meanwhile
+    if (answer.end == Answer::End::Nobody) // it has ended meanwhile
         return {};
-    if (answer.end == Answer::No) {
+    if (answer.end == Answer::End::No) {
         complain(answer.error);
         return Wrong;
     }
