@@ -55,7 +55,7 @@ void LoadBook::follow(const QString &name, int state)
     const QMutexLocker locker(&m_mutex);
     QStringList &names = m_loading[gettid()];
     if (state == ZLoading::Begun)
-        names.append(name);
+        names.append(ZDefaultLoader::undecorate(name));
     else if (state == ZLoading::Over && !names.isEmpty())
         names.removeLast();
     if (names.isEmpty())
