@@ -37,8 +37,8 @@ QString doorFolder()
 {
     if (isServiceFolder())
         return serviceFolder();
-    const QString session = QFile::decodeName(qgetenv("XDG_RUNTIME_DIR"));
-    return session.isEmpty() ? QStringLiteral("/tmp/zhost-%1").arg(geteuid()) : session + QStringLiteral("/zhost");
+    const QString login = QFile::decodeName(qgetenv("XDG_RUNTIME_DIR"));
+    return login.isEmpty() ? QStringLiteral("/tmp/zhost-%1").arg(geteuid()) : login + QStringLiteral("/zhost");
 }
 
 QString doorName(const QString &file)

@@ -10,7 +10,7 @@ class QJsonObject;
 /// Where the configuration says that it is, in full; empty if it leaves that to the host.
 QString configuredDoor(const QJsonObject &configuration);
 
-/// The folder that the service manager or the session of this process has given, else one of this user's own. Does not
+/// The folder that the service manager or the login of this process has given, else one of this user's own. Does not
 /// make it.
 QString doorFolder();
 

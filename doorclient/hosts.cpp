@@ -45,10 +45,9 @@ QStringList doorFolders()
     QStringList result{doorFolder()};
     if (isServiceFolder())
         return result;
-    const QString session = QStringLiteral("/run/user");
     const QString shared = QStringLiteral("/tmp");
     const QString anyHost = QStringLiteral("zhost-*");
-    result.append(QStringLiteral("%1/%2/zhost").arg(session).arg(geteuid()));
+    result.append(QStringLiteral("/run/user/%1/zhost").arg(geteuid()));
     result.append(QStringLiteral("%1/zhost-%2").arg(shared).arg(geteuid()));
     result.append(QStringLiteral("/run/zhost"));
     result += foldersIn(QStringLiteral("/run"), anyHost);

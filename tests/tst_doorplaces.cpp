@@ -82,7 +82,7 @@ void tst_DoorPlaces::hasItsSocketWhereItIsTold_data()
 {
     QTest::addColumn<QString>("key");     // of the configuration
     QTest::addColumn<QString>("service"); // $RUNTIME_DIRECTORY
-    QTest::addColumn<QString>("session"); // $XDG_RUNTIME_DIR
+    QTest::addColumn<QString>("login");   // $XDG_RUNTIME_DIR
     QTest::addColumn<QString>("folder");  // where it is
 
     const QString none, a = QStringLiteral("a"), b = QStringLiteral("b");
@@ -90,14 +90,14 @@ void tst_DoorPlaces::hasItsSocketWhereItIsTold_data()
     QTest::newRow("the service manager's") << none << a << b << a;
     QTest::newRow("the first of the service manager's") << none << QStringLiteral("a:FOLDER/b") << b << a;
     QTest::newRow("the user's own") << none << none << none << QStringLiteral("/tmp/zhost-%1").arg(geteuid());
-    QTest::newRow("the session's") << none << none << b << QStringLiteral("b/zhost");
+    QTest::newRow("the login's") << none << none << b << QStringLiteral("b/zhost");
 }
 
 void tst_DoorPlaces::hasItsSocketWhereItIsTold()
 {
     QFETCH(QString, key);
     QFETCH(QString, service);
-    QFETCH(QString, session);
+    QFETCH(QString, login);
     QFETCH(QString, folder);
     const Folder places;
     for (const char *name : {"a", "b", "c"})
@@ -108,7 +108,7 @@ void tst_DoorPlaces::hasItsSocketWhereItIsTold()
     };
 
     const Placed host(
-        {{QStringLiteral("RUNTIME_DIRECTORY"), path(service)}, {QStringLiteral("XDG_RUNTIME_DIR"), path(session)}},
+        {{QStringLiteral("RUNTIME_DIRECTORY"), path(service)}, {QStringLiteral("XDG_RUNTIME_DIR"), path(login)}},
         QJsonObject{{QStringLiteral("socket"), path(key)}});
     const QString named = key.isEmpty() ? host.socketName() : QFileInfo(key).fileName();
     const QString socket = path(folder) + QLatin1Char('/') + named;
@@ -134,15 +134,15 @@ void tst_DoorPlaces::trustsNoFolderThatOthersMayEnter()
 {
     QFETCH(int, mode);
     QFETCH(int, owner);
-    const Folder session, good;
-    const QByteArray own = QFile::encodeName(session.filePath(QStringLiteral("zhost")));
+    const Folder login, good;
+    const QByteArray own = QFile::encodeName(login.filePath(QStringLiteral("zhost")));
     if (mode < 0)
         QCOMPARE(symlink(QFile::encodeName(good.path()).constData(), own.constData()), 0);
     else
         QVERIFY(mkdir(own.constData(), 0700) == 0 && chmod(own.constData(), mode_t(mode)) == 0 &&
                 chown(own.constData(), uid_t(owner), gid_t(-1)) == 0);
 
-    const Placed host({{QStringLiteral("XDG_RUNTIME_DIR"), session.path()}});
+    const Placed host({{QStringLiteral("XDG_RUNTIME_DIR"), login.path()}});
     QVERIFY(
         host.says(QStringLiteral("zhost: the door has no place: there is no folder that only this user can enter\n")));
     QVERIFY(host.isReady());

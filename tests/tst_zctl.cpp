@@ -312,11 +312,11 @@ void tst_Zctl::saysWhereItHasLookedForAHost()
                              .arg(m_folder->path()));
     QCOMPARE(result.exitCode, 2);
 
-    QProcessEnvironment session = environment();
-    session.remove("RUNTIME_DIRECTORY");
-    session.insert("XDG_RUNTIME_DIR", m_folder->path());
+    QProcessEnvironment elsewhere = environment();
+    elsewhere.remove("RUNTIME_DIRECTORY");
+    elsewhere.insert("XDG_RUNTIME_DIR", m_folder->path());
     QVERIFY(m_folder->write("one.json", "{}"));
-    const Result other = run(session, {"-c", m_folder->filePath("one.json"), "status"});
+    const Result other = run(elsewhere, {"-c", m_folder->filePath("one.json"), "status"});
     for (const QString &place : {m_folder->path() + "/zhost", QStringLiteral("/run/user/%1/zhost").arg(geteuid()),
                                  QStringLiteral("/tmp/zhost-%1").arg(geteuid()), QStringLiteral("/run/zhost")})
         QVERIFY2(other.err.contains(place), qPrintable(other.err));
@@ -378,8 +378,8 @@ void tst_Zctl::findsTheHostOfAConfiguration_data()
     QTest::addColumn<QString>("folder");
     QTest::newRow("of a service") << QByteArray("{}") << "RUNTIME_DIRECTORY"
                                   << "";
-    QTest::newRow("of a session") << QByteArray("{}") << "XDG_RUNTIME_DIR"
-                                  << "/zhost";
+    QTest::newRow("of a login") << QByteArray("{}") << "XDG_RUNTIME_DIR"
+                                << "/zhost";
     QTest::newRow("which says where") << QByteArray(R"({"door": {"socket": "%1/own.sock"}})") << ""
                                       << "";
     QTest::newRow("which is broken by now") << QByteArray("{") << "RUNTIME_DIRECTORY"
@@ -457,16 +457,16 @@ void tst_Zctl::rootPassesOverTheFoldersOfOthers()
     const auto tidyUp = qScopeGuard([&] { QDir(folder).removeRecursively(); });
     FakeHost host(folder + "/one.sock");
     answerAll(&host);
-    QProcessEnvironment session = environment();
-    session.remove("RUNTIME_DIRECTORY");
-    session.insert("XDG_RUNTIME_DIR", m_folder->path());
+    QProcessEnvironment elsewhere = environment();
+    elsewhere.remove("RUNTIME_DIRECTORY");
+    elsewhere.insert("XDG_RUNTIME_DIR", m_folder->path());
     // Whose it is, too: who answers there could claim to be any host.
     for (const uid_t owner : {geteuid(), somebody}) {
         QCOMPARE(chown(QFile::encodeName(folder), owner, gid_t(-1)), 0);
-        QVERIFY(!run(session, {"status"}).err.contains(folder));
+        QVERIFY(!run(elsewhere, {"status"}).err.contains(folder));
         QCOMPARE(host.asked(), QStringList());
     }
-    QCOMPARE(run(session, {"-s", folder + "/one.sock", "status"}).exitCode, 0);
+    QCOMPARE(run(elsewhere, {"-s", folder + "/one.sock", "status"}).exitCode, 0);
 }
 
 void tst_Zctl::aHostThatIsTooBusyIsOne()

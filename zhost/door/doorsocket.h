@@ -4,7 +4,7 @@
 #include <QString>
 
 /// Where the door of a host is that runs by the configuration `file`, unless it says so itself: in the runtime folder
-/// that the service manager or the session has given, else in one of this user's own. Empty if there is none.
+/// that the service manager or the login has given, else in one of this user's own. Empty if there is none.
 QString defaultDoorPath(const QString &file);
 
 /// A Unix socket that listens at a path, as long as it lives. The user of this process can connect, and root.
