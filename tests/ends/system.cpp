@@ -15,6 +15,8 @@
 #include <zjobpool.h>
 #include <zthreadpool.h>
 
+#include <mutex>
+
 namespace {
 
 constexpr int Hour = 3600 * 1000;
@@ -34,13 +36,32 @@ public:
         m_system->jobPools->find0(QStringLiteral("jobs"), 2, -1);
         m_system->threadPools->find0(QStringLiteral("others")); // not its own, of which it might be the last holder
         m_system->loader->loaded0(QStringLiteral("farewell"));
-        m_system->tempFiles->newFile0();
+        // Once: Qt's own codec for the names of files goes as main() returns, and a thread that asks for it at this
+        // very moment ends the process.
+        std::call_once(m_makesFile, [this] { m_system->tempFiles->newFile0(); });
         m_system->visited.release();
         return true;
     }
 
 private:
     System *const m_system;
+    std::once_flag m_makesFile;
+};
+
+/// Tells when its thread is there and waits.
+class HourlySchedule : public ZPeriodicSchedule
+{
+public:
+    explicit HourlySchedule(QSemaphore *running) : ZPeriodicSchedule(Hour), m_running(running) {}
+
+    bool wait() override
+    {
+        m_running->release();
+        return ZPeriodicSchedule::wait();
+    }
+
+private:
+    QSemaphore *const m_running;
 };
 
 class Deed : public ZScheduledActivity
@@ -108,10 +129,14 @@ void System::use()
 {
     loader->load0(QStringLiteral("farewell"));
     const QUrl url(QStringLiteral("//visitor"));
-    keep(QSharedPointer<ZDbusActivity>::create(QSharedPointer<ZPeriodicSchedule>::create(Hour), dbus, url, true));
+    keep(QSharedPointer<ZDbusActivity>::create(QSharedPointer<HourlySchedule>::create(&m_running), dbus, url, true));
     keep(QSharedPointer<ZDbusActivity>::create(QSharedPointer<ZPeriodicSchedule>::create(1), dbus, url, true));
     for (int i = 0; i < 4; ++i) // two of which can run
-        start([this] { m_door.acquire(); });
+        start([this] {
+            m_running.release();
+            m_door.acquire();
+        });
+    m_running.acquire(3); // a thread asks Qt for the codec of its own name as well
     visited.acquire(3);
 }
 

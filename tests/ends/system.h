@@ -81,5 +81,6 @@ private:
     QSharedPointer<ZDbusSubscriber> m_visitor;
     QVector<QSharedPointer<ZScheduledActivity>> m_activities;
     QVector<QSharedPointer<ZJob>> m_jobs;
-    QSemaphore m_door; // at which the jobs wait
+    QSemaphore m_door;    // at which the jobs wait
+    QSemaphore m_running; // by each of their threads, and of what sleeps
 };
