@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "report.h"
 
+#include "known/processfigures.h"
 #include "letgolater.h"
 #include "mappedfiles.h"
 #include "services.h"
 #include "timetable.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QRegularExpression>
 #include <QStringList>
@@ -18,13 +18,6 @@
 #include <utility>
 
 namespace {
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    file.open(QIODevice::ReadOnly);
-    return file.readAll();
-}
 
 /// What a report has in its hands for a moment.
 struct Held
@@ -65,24 +58,6 @@ QJsonArray endpoints(ZDbus *dbus)
     return QJsonArray::fromStringList(urls);
 }
 
-/// Every thread of the process, with the state in which the kernel has it ("S" sleeps, "R" runs, "D" waits for a disk).
-QJsonArray threads()
-{
-    QJsonArray result;
-    const QDir tasks(QStringLiteral("/proc/self/task"));
-    const QStringList ids = tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString &id : ids) {
-        const QByteArray stat = contentOf(tasks.filePath(id + QStringLiteral("/stat")));
-        const int name = stat.indexOf('(') + 1;
-        const int end = stat.lastIndexOf(')');
-        if (name > 0 && end > name) // it has not ended meanwhile
-            result.append(QJsonObject{{QStringLiteral("id"), id.toInt()},
-                                      {QStringLiteral("name"), QString::fromLocal8Bit(stat.mid(name, end - name))},
-                                      {QStringLiteral("state"), QString::fromLatin1(stat.mid(end + 2, 1))}});
-    }
-    return result;
-}
-
 } // namespace
 
 QStringList pluginsInMemory()
@@ -104,7 +79,7 @@ QJsonObject report(const Services &services, const Timetable &timetable, bool as
                        {QStringLiteral("plugins"), QJsonArray::fromStringList(pluginsInMemory())},
                        {QStringLiteral("schedule"), timetable.describe()},
                        {QStringLiteral("activities"), threadsIn(held.registries)},
-                       {QStringLiteral("threads"), threads()}};
+                       {QStringLiteral("threads"), threadFigures()}};
     if (askBus)
         result.insert(QStringLiteral("endpoints"), endpoints(services.dbus));
     letGoLater(std::move(held));
