@@ -21,6 +21,23 @@ constexpr int MaxNameLength = 40; // the whole path of a socket has some hundred
 
 QString serviceFolder() { return QFile::decodeName(qgetenv("RUNTIME_DIRECTORY")).section(QLatin1Char(':'), 0, 0); }
 
+/// A socket that is connected to the one at `path`, the caller's; -1, and errno, if there is none.
+int connectTo(const QString &path)
+{
+    sockaddr_un address;
+    if (!fill(&address, QFile::encodeName(path))) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
+        return client;
+    const int error = errno;
+    close(client);
+    errno = error;
+    return -1;
+}
+
 } // namespace
 
 QString configuredDoor(const QJsonObject &configuration)
@@ -50,29 +67,15 @@ QString doorName(const QString &file)
         .arg(QFileInfo(file).completeBaseName().left(MaxNameLength), QString::fromLatin1(hash));
 }
 
-namespace {
-
-/// A socket that is connected to the one at `path`, the caller's; -1, and errno, if there is none.
-int connectTo(const QString &path)
+bool fill(sockaddr_un *address, const QByteArray &path)
 {
-    const QByteArray name = QFile::encodeName(path);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (name.size() >= int(sizeof address.sun_path)) {
-        errno = ENAMETOOLONG;
-        return -1;
-    }
-    std::memcpy(address.sun_path, name.constData(), static_cast<size_t>(name.size()));
-    const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
-        return client;
-    const int error = errno;
-    close(client);
-    errno = error;
-    return -1;
+    *address = {};
+    address->sun_family = AF_UNIX;
+    if (path.size() >= int(sizeof address->sun_path))
+        return false;
+    std::memcpy(address->sun_path, path.constData(), static_cast<size_t>(path.size()));
+    return true;
 }
-
-} // namespace
 
 int knock(const QString &path)
 {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 class QJsonObject;
+struct sockaddr_un;
 
 // Where the door of a host is, by a rule that the host and those who ask it share.
 
@@ -19,6 +21,9 @@ bool isServiceFolder();
 
 /// The name, in such a folder, of the door of a host that runs by the configuration `file`.
 QString doorName(const QString &file);
+
+/// Makes `address` that of a socket at `path`; false if the path is too long for one.
+bool fill(sockaddr_un *address, const QByteArray &path);
 
 /// Why nobody can be reached at the Unix socket `path`, as errno; 0 if somebody listens there. Does not wait for him.
 int knock(const QString &path);

@@ -180,8 +180,8 @@ Search Search::by(qint64 process)
     const QStringList folders = doorFolders() +
                                 foldersIn(QStringLiteral("/run/user"), QStringLiteral("*"), QStringLiteral("/zhost")) +
                                 foldersIn(QStringLiteral("/tmp"), QStringLiteral("zhost-*"));
-    const Knocked knocked(socketsIn(folders));
-    for (const QString &socket : knocked.hosts) {
+    const QStringList sockets = socketsIn(folders);
+    for (const QString &socket : sockets) {
         if (listenerAt(socket) == process)
             return found(socket);
     }

@@ -6,7 +6,6 @@
 #include <QFile>
 
 #include <cerrno>
-#include <cstring>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,18 +15,6 @@
 namespace {
 
 constexpr int Backlog = 128;
-
-bool fill(sockaddr_un *address, const QByteArray &path)
-{
-    *address = {};
-    address->sun_family = AF_UNIX;
-    if (path.size() >= int(sizeof address->sun_path))
-        return false;
-    std::memcpy(address->sun_path, path.constData(), static_cast<size_t>(path.size()));
-    return true;
-}
-
-int openSocket() { return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }
 
 quint64 inodeOf(const QByteArray &path)
 {
@@ -83,7 +70,7 @@ QString DoorSocket::listenAt(const QByteArray &path)
     sockaddr_un address;
     if (!fill(&address, aside))
         return QStringLiteral("the path is too long for a socket");
-    m_descriptor = openSocket();
+    m_descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     unlink(aside.constData());
     if (m_descriptor < 0 || fchmod(m_descriptor, 0600) != 0 ||
         bind(m_descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)

@@ -15,7 +15,6 @@ public:
     explicit DoorSocket(const QString &path);
     ~DoorSocket();
 
-    QString path() const { return m_path; }
     /// -1 if there is an error.
     int descriptor() const { return m_descriptor; }
     /// Why it does not listen; null if it does.
