@@ -334,7 +334,7 @@ void tst_DoorAccess::goesOnWithoutATokenThatHasChanged()
     QVERIFY(QFile::remove(path) && mkfifo(name.constData(), 0600) == 0);
     const int pipe = open(name.constData(), O_RDWR | O_CLOEXEC);
     host.start();
-    for (const QByteArray &line : {QByteArray(DoorHost::Token), QByteArray(DoorHost::Token), QByteArray("short")}) {
+    for (const QByteArray &line : {QByteArray(DoorHost::Token), QByteArray("short")}) {
         QCOMPARE(int(write(pipe, line + '\n', size_t(line.size()) + 1)), line.size() + 1);
         int left = -1;
         QTRY_VERIFY_WITH_TIMEOUT(ioctl(pipe, FIONREAD, &left) == 0 && left == 0, Patience); // somebody has read it

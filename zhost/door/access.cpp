@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "access.h"
 
+#include "tcpaddress.h"
+
 #include <QSysInfo>
 #include <QUrl>
 
 #include <httplib.h>
-
-#include <arpa/inet.h>
 
 namespace {
 
@@ -17,13 +17,6 @@ bool areSame(const QByteArray &one, const QByteArray &other)
     for (int i = 0; i < other.size(); ++i)
         difference |= unsigned(uchar(other[i])) ^ unsigned(uchar(one.isEmpty() ? 0 : one[i % one.size()]));
     return difference == 0;
-}
-
-bool isNumeric(const QString &host)
-{
-    in6_addr address;
-    const QByteArray text = host.toLatin1();
-    return inet_pton(AF_INET, text.constData(), &address) == 1 || inet_pton(AF_INET6, text.constData(), &address) == 1;
 }
 
 } // namespace
@@ -51,7 +44,8 @@ bool Access::isAddressed(const std::string &host) const
     const QUrl url(QStringLiteral("http://") + QString::fromStdString(host), QUrl::StrictMode);
     const QString name = url.host();
     return url.isValid() && url.path().isEmpty() && url.userInfo().isEmpty() && url.port(80) == m_port &&
-           (name == QLatin1String("localhost") || isNumeric(name) || name == QSysInfo::machineHostName().toLower());
+           (name == QLatin1String("localhost") || TcpAddress::isNumber(name) ||
+            name == QSysInfo::machineHostName().toLower());
 }
 
 bool Access::isShown(const std::string &authorization) const

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "doorsettings.h"
 
+#include "tcpaddress.h"
 #include "token.h"
 #include <doorpath.h>
 
@@ -19,13 +20,6 @@ bool isLoopback(const QString &address)
     if (inet_pton(AF_INET, address.toLatin1().constData(), &number) == 1)
         return (ntohl(number.s_addr) >> 24) == 127;
     return address == QLatin1String("::1");
-}
-
-bool isNumber(const QString &address)
-{
-    in6_addr number;
-    const QByteArray text = address.toLatin1();
-    return inet_pton(AF_INET, text.constData(), &number) == 1 || inet_pton(AF_INET6, text.constData(), &number) == 1;
 }
 
 } // namespace
@@ -48,7 +42,7 @@ DoorSettings DoorSettings::read(const QJsonObject &configuration, QVector<Findin
     const QUrl url(QStringLiteral("tcp://") + listen, QUrl::StrictMode);
     settings.address = url.host();
     settings.port = url.port(-1);
-    if (!isNumber(settings.address) || settings.port < 0 ||
+    if (!TcpAddress::isNumber(settings.address) || settings.port < 0 ||
         url.adjusted(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment) != url)
         unusable("listen", QStringLiteral("must be an address and a port, such as 127.0.0.1:8080"));
     else if (!isLoopback(settings.address) && !section.value(QStringLiteral("anywhere")).toBool())
@@ -59,8 +53,7 @@ DoorSettings DoorSettings::read(const QJsonObject &configuration, QVector<Findin
     }
     settings.tokenFile = QDir(QCoreApplication::applicationDirPath()).absoluteFilePath(text("token-file"));
     QString error;
-    readToken(settings.tokenFile, &error);
-    if (!error.isNull())
+    if (findings && readToken(settings.tokenFile, &error).isEmpty())
         unusable("token-file", error);
     return settings;
 }

@@ -25,6 +25,14 @@ const Address *as(const sockaddr_storage &address)
 
 } // namespace
 
+bool TcpAddress::isNumber(const QString &text)
+{
+    in6_addr address;
+    const QByteArray number = text.toLatin1();
+    return inet_pton(AF_INET, number.constData(), &address) == 1 ||
+           inet_pton(AF_INET6, number.constData(), &address) == 1;
+}
+
 TcpAddress::TcpAddress(const QString &number, int port)
 {
     const QByteArray text = number.toLatin1();

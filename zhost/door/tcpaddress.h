@@ -9,6 +9,9 @@
 class TcpAddress
 {
 public:
+    /// Whether `text` is one in numbers, without a port.
+    static bool isNumber(const QString &text);
+
     /// `number` as 127.0.0.1 or ::1; a port of 0 has the system choose one.
     TcpAddress(const QString &number, int port);
 
