@@ -30,12 +30,6 @@ QString textOf(Known::State state)
     return QStringLiteral("stopping");
 }
 
-QString illnessOf(qint64 ms, const QString &where)
-{
-    const QString since = QStringLiteral("the event loop has not come round for %1 s").arg(ms / 1000);
-    return where.isEmpty() ? since : QStringLiteral("%1: it is in %2").arg(since, where);
-}
-
 QString stateOf(TimetableActivity::State state)
 {
     switch (state) {
@@ -61,48 +55,55 @@ QJsonArray notKnown()
 
 } // namespace
 
+const Reports::Part Reports::parts[] = {
+    {"host", [](const Reports &reports) -> QJsonValue { return reports.host(); }},
+    {"plugins", [](const Reports &reports) -> QJsonValue { return reports.plugins(); }},
+    {"services", [](const Reports &reports) -> QJsonValue { return reports.services(); }},
+    {"endpoints", [](const Reports &reports) -> QJsonValue { return reports.m_known.endpoints.describe(); }},
+    {"schedule", [](const Reports &reports) -> QJsonValue { return reports.schedule(); }},
+    {"threads", [](const Reports &) -> QJsonValue { return threadFigures(); }},
+    {"configuration", [](const Reports &reports) -> QJsonValue { return reports.configuration(); }},
+    {"events", [](const Reports &reports) -> QJsonValue { return reports.m_known.history.describe(); }},
+};
+
 QJsonObject Reports::all() const
 {
-    return {{QStringLiteral("host"), host()},
-            {QStringLiteral("plugins"), plugins()},
-            {QStringLiteral("services"), services()},
-            {QStringLiteral("endpoints"), m_known.endpoints.describe()},
-            {QStringLiteral("schedule"), schedule()},
-            {QStringLiteral("threads"), threadFigures()},
-            {QStringLiteral("configuration"), configuration()},
-            {QStringLiteral("events"), m_known.history.describe()}};
+    QJsonObject result;
+    for (const Part &part : parts)
+        result.insert(QLatin1String(part.key), part.describe(*this));
+    return result;
 }
 
 QJsonValue Reports::part(const QString &key) const
 {
-    // Not out of all of it: who asks for one key is not to wait for the others.
-    if (key == QLatin1String("host"))
-        return host();
-    if (key == QLatin1String("plugins"))
-        return plugins();
-    if (key == QLatin1String("services"))
-        return services();
-    if (key == QLatin1String("endpoints"))
-        return m_known.endpoints.describe();
-    if (key == QLatin1String("schedule"))
-        return schedule();
-    if (key == QLatin1String("threads"))
-        return threadFigures();
-    if (key == QLatin1String("configuration"))
-        return configuration();
-    if (key == QLatin1String("events"))
-        return m_known.history.describe();
+    for (const Part &part : parts) {
+        if (key == QLatin1String(part.key))
+            return part.describe(*this);
+    }
     return QJsonValue::Undefined;
 }
 
-QJsonObject Reports::host() const
+Reports::Loop Reports::loop() const
 {
     LoopClock::Delay delay = m_known.loop.measure();
     while (!delay.hasCome && delay.ms < HangMs && m_known.state != Known::Stopping)
         delay = m_known.loop.measure(); // the first who asks is to be told, too, that it hangs
     const bool hangs = !delay.hasCome && delay.ms >= HangMs;
-    const QString where = hangs ? Whereabouts::ask() : QString();
-    const QString illness = hangs ? illnessOf(delay.ms, where) : QString();
+    return {delay.ms, hangs, hangs ? Whereabouts::ask() : QString()};
+}
+
+QString Reports::Loop::illness() const
+{
+    if (!hangs)
+        return {};
+    const QString since = QStringLiteral("the event loop has not come round for %1 s").arg(delayMs / 1000);
+    return where.isEmpty() ? since : QStringLiteral("%1: it is in %2").arg(since, where);
+}
+
+QJsonObject Reports::host() const
+{
+    const Loop loop = this->loop();
+    const QString illness = loop.illness();
     QJsonObject result = processFigures();
     result.insert(QStringLiteral("version"), QCoreApplication::applicationVersion());
     result.insert(QStringLiteral("process"), QCoreApplication::applicationPid());
@@ -113,14 +114,14 @@ QJsonObject Reports::host() const
     result.insert(QStringLiteral("state"), textOf(m_known.state));
     result.insert(QStringLiteral("healthy"), illness.isEmpty());
     result.insert(QStringLiteral("reason"), illness);
-    result.insert(QStringLiteral("loop"), QJsonObject{{QStringLiteral("delayMs"), delay.ms},
-                                                      {QStringLiteral("hangs"), hangs},
-                                                      {QStringLiteral("where"), where}});
+    result.insert(QStringLiteral("loop"), QJsonObject{{QStringLiteral("delayMs"), loop.delayMs},
+                                                      {QStringLiteral("hangs"), loop.hangs},
+                                                      {QStringLiteral("where"), loop.where}});
     result.insert(QStringLiteral("notKnown"), notKnown());
     return result;
 }
 
-QString Reports::illness() const { return host().value(QStringLiteral("reason")).toString(); }
+QString Reports::illness() const { return loop().illness(); }
 
 QJsonArray Reports::plugins() const { return pluginReport(m_known); }
 

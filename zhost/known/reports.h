@@ -30,6 +30,24 @@ public:
     static QJsonObject describe(const TimetableActivity &entry);
 
 private:
+    struct Part
+    {
+        const char *key;
+        QJsonValue (*describe)(const Reports &);
+    };
+    static const Part parts[];
+
+    /// How the event loop of the application does.
+    struct Loop
+    {
+        qint64 delayMs;
+        bool hangs;
+        QString where; ///< It hangs; empty if that is not known.
+
+        QString illness() const;
+    };
+    Loop loop() const;
+
     QJsonObject configuration() const;
 
     const Known &m_known;

@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QMutex>
 #include <QMutexLocker>
+#include <QStringList>
 
 #include <atomic>
 #include <cerrno>
@@ -35,7 +36,6 @@ QBasicMutex oneAtATime;
 sem_t hasCome, mayGo;
 std::atomic_int question{0}; // which is being asked; 0 if none is
 Registers registers;
-FixedText loading;
 
 timespec deadline()
 {
@@ -62,8 +62,6 @@ void handle(int, siginfo_t *, void *context)
     const int error = errno;
     if (question != 0) {
         registers = Registers(context);
-        loading = FixedText();
-        addLoading(&loading);
         sem_post(&hasCome);
         waitFor(&mayGo);
     }
@@ -92,11 +90,21 @@ std::optional<Registers> whereItWaits()
     return waiting;
 }
 
-QString textOf(const FixedText &line)
+/// Of the asked thread as well, interrupted by a signal.
+std::optional<Registers> whereItRuns()
 {
-    QString text = QFile::decodeName(line.data());
-    text.remove(0, text.startsWith(QLatin1String(" in ")) ? 4 : text.startsWith(QLatin1String(", ")) ? 2 : 0);
-    return text;
+    drain(&hasCome);
+    drain(&mayGo);
+    question = 1;
+    if (pthread_kill(asked, Number) == 0 && waitFor(&hasCome))
+        return registers;
+    return {};
+}
+
+void letGo()
+{
+    question = 0;
+    sem_post(&mayGo);
 }
 
 } // namespace
@@ -120,24 +128,15 @@ QString Whereabouts::ask()
         return {};
     static CodeRanges plugins;
     FixedText line, file;
-    if (const std::optional<Registers> waiting = whereItWaits()) {
-        if (const uintptr_t place = placeInPlugins(*waiting, &plugins); place != 0)
-            addPlace(&line, &file, place);
-        if (const QString name = LoadBook::get().loadingBy(id); !name.isNull())
-            line.add(QFile::encodeName(QStringLiteral(", while loading %1").arg(name)).constData());
-        return textOf(line);
-    }
-    drain(&hasCome);
-    drain(&mayGo);
-    question = 1;
-    QString answer;
-    if (pthread_kill(asked, Number) == 0 && waitFor(&hasCome)) {
-        if (const uintptr_t place = placeInPlugins(registers, &plugins); place != 0)
-            addPlace(&line, &file, place);
-        line.add(loading.data());
-        answer = textOf(line);
-    }
-    question = 0;
-    sem_post(&mayGo);
-    return answer;
+    const std::optional<Registers> waiting = whereItWaits();
+    const std::optional<Registers> place = waiting ? waiting : whereItRuns();
+    if (const uintptr_t address = place ? placeInPlugins(*place, &plugins) : 0; address != 0)
+        addPlace(&line, &file, address);
+    if (!waiting)
+        letGo();
+    QStringList result(QFile::decodeName(line.data()).mid(int(qstrlen(" in "))));
+    if (const QString name = LoadBook::get().loadingBy(id); !name.isNull())
+        result.append(QStringLiteral("while loading %1").arg(name));
+    result.removeAll(QString());
+    return result.join(QStringLiteral(", "));
 }
