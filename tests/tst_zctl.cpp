@@ -286,7 +286,7 @@ void tst_Zctl::refusesACommandLineThatItCannotUse_data()
             << QStringList{"call", "//x", "--in", request} << "--in needs a JSON object";
     for (const char *const url : {"", "//x y"})
         QTest::addRow("URL \"%s\"", url) << QStringList{"call", url} << "call needs a URL, as //host/path";
-    for (const char *const mask : {"", "loud", "-1"})
+    for (const char *const mask : {"", "loud", "-1", "3000000000"})
         QTest::addRow("mask \"%s\"", mask)
             << QStringList{"--", "log-level", "zdefault", mask}
             << QStringLiteral("\"%1\" is neither a sum of kinds of lines, nor on or off").arg(mask);

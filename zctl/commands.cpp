@@ -28,8 +28,8 @@ QString checkLogLevel(const QStringList &arguments)
 {
     const QString &level = arguments.constLast();
     bool isMask = false;
-    level.toUInt(&isMask);
-    return isMask || level == QLatin1String("on") || level == QLatin1String("off")
+    const int mask = level.toInt(&isMask);
+    return (isMask && mask >= 0) || level == QLatin1String("on") || level == QLatin1String("off")
                ? QString()
                : QStringLiteral("\"%1\" is neither a sum of kinds of lines, nor on or off").arg(level);
 }

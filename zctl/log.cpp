@@ -22,10 +22,9 @@ Terminal::Colour colourOf(int severity)
 
 void putLine(const QJsonObject &line, const Terminal &terminal)
 {
-    const QString text = printable(line.value(QLatin1String("text")).toString());
+    const QString text = printable(textOf(line, "text"));
     const int severity = line.value(QLatin1String("severity")).toInt(LOG_INFO);
-    put(clockText(line.value(QLatin1String("time")).toString()) + QStringLiteral("  ") +
-        terminal.paint(text, colourOf(severity)));
+    put(clockText(textOf(line, "time")) + QStringLiteral("  ") + terminal.paint(text, colourOf(severity)));
 }
 
 ExitCode followLog(const Request &request, const QString &path)

@@ -25,14 +25,12 @@ void addAll(Table *table, const char *what, const QJsonValue &texts)
 
 void addComponent(Table *table, const QJsonObject &component)
 {
-    table->add({QStringLiteral("component"), QStringLiteral("%1, made %2")
-                                                 .arg(component.value(QLatin1String("class")).toString(),
-                                                      whenText(component.value(QLatin1String("since")).toString()))});
+    table->add({QStringLiteral("component"),
+                QStringLiteral("%1, made %2").arg(textOf(component, "class"), whenText(textOf(component, "since")))});
     const QJsonArray properties = component.value(QLatin1String("properties")).toArray();
     for (const QJsonValue &value : properties) {
         const QJsonObject property = value.toObject();
-        const QString text = QStringLiteral("%1: %2").arg(property.value(QLatin1String("name")).toString(),
-                                                          property.value(QLatin1String("interface")).toString());
+        const QString text = QStringLiteral("%1: %2").arg(textOf(property, "name"), textOf(property, "interface"));
         if (property.value(QLatin1String("given")).toBool())
             table->add({QStringLiteral("  given"), text});
         else
@@ -49,14 +47,13 @@ void addText(Table *table, const char *what, const QString &text, Terminal::Colo
 Table describe(const QJsonObject &plugin)
 {
     Table table({{}, {}});
-    const auto textOf = [&](const char *key) { return plugin.value(QLatin1String(key)).toString(); };
     const bool isInMemory = plugin.value(QLatin1String("inMemory")).toBool();
-    addText(&table, "file", textOf("file"), Terminal::Title);
-    addText(&table, "state", textOf("state"), colourOf(textOf("state")));
-    addText(&table, "reason", textOf("reason"), Terminal::Bad);
+    addText(&table, "file", textOf(plugin, "file"), Terminal::Title);
+    addText(&table, "state", textOf(plugin, "state"), colourOf(textOf(plugin, "state")));
+    addText(&table, "reason", textOf(plugin, "reason"), Terminal::Bad);
     addText(&table, "size", sizeText(plugin));
-    addText(&table, "loaded", isInMemory ? whenText(textOf("loadedSince")) : QStringLiteral("no"));
-    addText(&table, "root", textOf("root"));
+    addText(&table, "loaded", isInMemory ? whenText(textOf(plugin, "loadedSince")) : QStringLiteral("no"));
+    addText(&table, "root", textOf(plugin, "root"));
     const QJsonArray components = plugin.value(QLatin1String("components")).toArray();
     for (const QJsonValue &component : components)
         addComponent(&table, component.toObject());
@@ -65,8 +62,8 @@ Table describe(const QJsonObject &plugin)
     addAll(&table, "activities", plugin.value(QLatin1String("activities")));
     const QJsonArray holders = plugin.value(QLatin1String("heldBy")).toArray();
     for (const QJsonValue &holder : holders)
-        addText(&table, "held by", holder.toObject().value(QLatin1String("text")).toString());
-    addText(&table, "stays for", textOf("left"), Terminal::Doubtful);
+        addText(&table, "held by", textOf(holder.toObject(), "text"));
+    addText(&table, "stays for", textOf(plugin, "left"), Terminal::Doubtful);
     return table;
 }
 
@@ -80,7 +77,7 @@ ExitCode showPlugin(const Request &request)
     QJsonArray found;
     const QJsonArray all = answer.json.array();
     for (const QJsonValue &value : all) {
-        if (value.toObject().value(QLatin1String("plugin")).toString() != name)
+        if (textOf(value.toObject(), "plugin") != name)
             continue;
         found.append(value);
         versions.append(describe(value.toObject()).lines(Terminal::ofOutput().endless()).join(QLatin1Char('\n')));

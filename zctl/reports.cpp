@@ -29,7 +29,7 @@ QString noteOf(const QJsonObject &plugin)
     const QJsonArray holders = plugin.value(QLatin1String("heldBy")).toArray();
     if (textOf(plugin, "state") != QLatin1String("gone") || holders.isEmpty())
         return {};
-    return QStringLiteral("held by ") + holders.first().toObject().value(QLatin1String("text")).toString();
+    return QStringLiteral("held by ") + textOf(holders.first().toObject(), "text");
 }
 
 ExitCode show(const Request &request, const char *what, Table (*tableOf)(const QJsonArray &), const char *ifEmpty)
@@ -114,7 +114,7 @@ Table serviceTable(const QJsonArray &services)
              isServed ? Table::Cell(textOf(service, "class"))
                       : Table::Cell(QStringLiteral("nobody"), Terminal::Doubtful),
              isServed ? fileOf(service) : QString(), whenText(textOf(service, "since")),
-             QString::number(service.value(QLatin1String("exchanges")).toInt()),
+             QString::number(numberOf(service, "exchanges")),
              before.isEmpty() ? QString() : textOf(before, "class") + QStringLiteral(" of ") + fileOf(before) + held});
     }
     return table;
@@ -151,18 +151,17 @@ Table scheduleTable(const QJsonArray &entries)
     for (const QJsonValue &value : entries) {
         const QJsonObject entry = value.toObject();
         const QString state = textOf(entry, "state");
-        const bool fails = entry.value(QLatin1String("failuresInARow")).toInt() > 0;
+        const bool fails = numberOf(entry, "failuresInARow") > 0;
         const QString last = whenText(textOf(entry, "last"));
-        table.add(
-            {QString::number(entry.value(QLatin1String("index")).toInt()),
-             textOf(entry, "url"),
-             {state, colourOf(state)},
-             QString::number(entry.value(QLatin1String("runs")).toInt()),
-             {QString::number(entry.value(QLatin1String("failures")).toInt()), fails ? Terminal::Bad : Terminal::Plain},
-             last,
-             last.isEmpty() ? QString() : durationText(entry.value(QLatin1String("lastMs")).toDouble()),
-             whenText(textOf(entry, "next")),
-             {textOf(entry, "ended"), fails ? Terminal::Bad : Terminal::Plain}});
+        table.add({QString::number(numberOf(entry, "index")),
+                   textOf(entry, "url"),
+                   {state, colourOf(state)},
+                   QString::number(numberOf(entry, "runs")),
+                   {QString::number(numberOf(entry, "failures")), fails ? Terminal::Bad : Terminal::Plain},
+                   last,
+                   last.isEmpty() ? QString() : durationText(entry.value(QLatin1String("lastMs")).toDouble()),
+                   whenText(textOf(entry, "next")),
+                   {textOf(entry, "ended"), fails ? Terminal::Bad : Terminal::Plain}});
     }
     return table;
 }
@@ -175,7 +174,7 @@ Table threadTable(const QJsonArray &threads)
                  {QStringLiteral("CPU TIME"), Table::Number}});
     for (const QJsonValue &value : threads) {
         const QJsonObject thread = value.toObject();
-        table.add({QString::number(thread.value(QLatin1String("id")).toInt()), textOf(thread, "name"),
+        table.add({QString::number(numberOf(thread, "id")), textOf(thread, "name"),
                    threadState(textOf(thread, "state")),
                    durationText(thread.value(QLatin1String("cpuMs")).toDouble())});
     }

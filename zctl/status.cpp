@@ -39,8 +39,7 @@ QString failureOfEntry(const QJsonObject &entry)
     const int failed = numberOf(entry, "failuresInARow");
     if (failed == 0 || entry.value(QLatin1String("cancelled")).toBool())
         return {};
-    const QString name =
-        QStringLiteral("schedule[%1] %2").arg(QString::number(numberOf(entry, "index")), textOf(entry, "url"));
+    const QString name = entryText(entry);
     const QString ended = textOf(entry, "ended");
     return ended.isEmpty() ? QStringLiteral("%1 has failed %2 in a row").arg(name, countText(failed, "time"))
                            : QStringLiteral("%1 has ended: %2").arg(name, ended);

@@ -19,11 +19,6 @@ QString textOf(const QJsonDocument &json, const char *key) { return textOf(json.
 /// Says one line for people; what is in it may come from anybody.
 void say(const QString &text) { put(printable(text)); }
 
-QString nameOf(const QJsonObject &entry)
-{
-    return QStringLiteral("schedule[%1] %2").arg(QString::number(numberOf(entry, "index")), textOf(entry, "url"));
-}
-
 QString describeState(const QJsonObject &entry)
 {
     QString result = textOf(entry, "state");
@@ -44,7 +39,7 @@ QString entryPath(const Request &request, const char *how)
 ExitCode steerEntry(const Request &request, const char *how)
 {
     return tell(request, request.client.post(entryPath(request, how)), [](const QJsonDocument &json) {
-        say(QStringLiteral("%1: %2").arg(nameOf(json.object()), describeState(json.object())));
+        say(QStringLiteral("%1: %2").arg(entryText(json.object()), describeState(json.object())));
     });
 }
 
@@ -89,10 +84,10 @@ ExitCode runEntry(const Request &request)
     const QString failure = textOf(entry, "lastFailure");
     if (answer.end == Answer::End::Done && textOf(entry, "state") != QLatin1String("running") && !failure.isEmpty()) {
         answer.end = Answer::End::No;
-        answer.error = QStringLiteral("%1 was run, and has failed: %2").arg(nameOf(entry), failure);
+        answer.error = QStringLiteral("%1 was run, and has failed: %2").arg(entryText(entry), failure);
     }
     return tell(request, answer, [](const QJsonDocument &json) {
-        say(QStringLiteral("%1 was run: %2").arg(nameOf(json.object()), describeState(json.object())));
+        say(QStringLiteral("%1 was run: %2").arg(entryText(json.object()), describeState(json.object())));
     });
 }
 

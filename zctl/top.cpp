@@ -39,7 +39,7 @@ public:
         m_rows.clear();
         for (const QJsonValue &value : threads) {
             const QJsonObject thread = value.toObject();
-            const int id = thread.value(QLatin1String("id")).toInt();
+            const int id = numberOf(thread, "id");
             used[id] = thread.value(QLatin1String("cpuMs")).toDouble();
             const double since = used[id] - m_used.value(id, used[id]);
             m_rows.append({ms > 0 ? 100 * since / ms : 0, thread});
@@ -57,10 +57,8 @@ public:
                       {QStringLiteral("NAME")},
                       {QStringLiteral("STATE"), Table::Short}});
         for (const Row &row : m_rows.mid(0, MostThreads))
-            result.add({QString::number(row.percent, 'f', 0),
-                        QString::number(row.thread.value(QLatin1String("id")).toInt()),
-                        row.thread.value(QLatin1String("name")).toString(),
-                        threadState(row.thread.value(QLatin1String("state")).toString())});
+            result.add({QString::number(row.percent, 'f', 0), QString::number(numberOf(row.thread, "id")),
+                        textOf(row.thread, "name"), threadState(textOf(row.thread, "state"))});
         return result;
     }
 
@@ -86,8 +84,7 @@ QStringList frame(const QJsonObject &report, const Load &load, const Terminal &t
     QStringList lines;
     addLine(&lines, terminal, headline(report));
     addLine(&lines, terminal,
-            QStringLiteral("%1, started %2")
-                .arg(describeSize(host), whenText(host.value(QLatin1String("since")).toString())));
+            QStringLiteral("%1, started %2").arg(describeSize(host), whenText(textOf(host, "since"))));
     const Table::Cell loop = describeLoop(host);
     addLine(&lines, terminal, {QStringLiteral("event loop ") + loop.text, loop.colour});
     const QStringList failed = failures(report);

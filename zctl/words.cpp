@@ -80,6 +80,11 @@ QString countText(int count, const char *what)
     return QStringLiteral("%1 %2%3").arg(count).arg(QLatin1String(what), count == 1 ? QString() : QStringLiteral("s"));
 }
 
+QString entryText(const QJsonObject &entry)
+{
+    return QStringLiteral("schedule[%1] %2").arg(QString::number(numberOf(entry, "index")), textOf(entry, "url"));
+}
+
 QString textOf(const QJsonObject &object, const char *key) { return object.value(QLatin1String(key)).toString(); }
 
 int numberOf(const QJsonObject &object, const char *key) { return object.value(QLatin1String(key)).toInt(); }

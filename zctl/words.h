@@ -21,6 +21,8 @@ QString bytesText(double bytes);
 QString listText(const QJsonValue &texts);
 /// "1 plugin", "2 plugins".
 QString countText(int count, const char *what);
+/// "schedule[2] //host/path", for an entry of the timetable.
+QString entryText(const QJsonObject &entry);
 /// One key of an object; empty, or 0, if it is not there.
 QString textOf(const QJsonObject &object, const char *key);
 int numberOf(const QJsonObject &object, const char *key);
