@@ -3,6 +3,8 @@
 
 #include "commands.h"
 
+#include <doorlimits.h>
+
 #include <QCommandLineParser>
 #include <QJsonDocument>
 
@@ -15,11 +17,6 @@ const char description[] =
     "%1\n"
     "Exit status: 0 done; 1 the host says no, the call was not handled, or the status is not healthy; 2 the command\n"
     "line cannot be used, or there is no host.";
-
-constexpr int DefaultLines = 100;
-constexpr int MostLines = 1000;
-constexpr int DefaultDeadlineMs = 10000;
-constexpr int MostDeadlineMs = 60000;
 
 Options misused(const QString &error)
 {
@@ -150,11 +147,11 @@ private:
     {
         bool isNumber = false;
         m_options.lines = m_parser.value(lines).toInt(&isNumber);
-        if (!isNumber || m_options.lines < 0 || m_options.lines > MostLines)
-            return QStringLiteral("--lines needs a number, 0 to %1").arg(MostLines);
+        if (!isNumber || m_options.lines < 0 || m_options.lines > Limits::MaxLines)
+            return QStringLiteral("--lines needs a number, 0 to %1").arg(Limits::MaxLines);
         m_options.deadlineMs = m_parser.value(deadline).toInt();
-        if (m_options.deadlineMs < 1 || m_options.deadlineMs > MostDeadlineMs)
-            return QStringLiteral("--deadline needs a number of milliseconds, 1 to %1").arg(MostDeadlineMs);
+        if (m_options.deadlineMs < 1 || m_options.deadlineMs > Limits::MaxDeadlineMs)
+            return QStringLiteral("--deadline needs a number of milliseconds, 1 to %1").arg(Limits::MaxDeadlineMs);
         return {};
     }
 
@@ -186,17 +183,17 @@ private:
                                     QStringLiteral("With log: the lines that come as well, until the host ends.")};
     const QCommandLineOption lines{
         {QStringLiteral("n"), QStringLiteral("lines")},
-        QStringLiteral("With log: how many of the last lines; %1 if nothing is said.").arg(DefaultLines),
+        QStringLiteral("With log: how many of the last lines; %1 if nothing is said.").arg(Limits::DefaultLines),
         QStringLiteral("LINES"),
-        QString::number(DefaultLines)};
+        QString::number(Limits::DefaultLines)};
     const QCommandLineOption in{QStringLiteral("in"), QStringLiteral("With call: the request, an object."),
                                 QStringLiteral("JSON")};
     const QCommandLineOption deadline{
         QStringLiteral("deadline"),
         QStringLiteral("With call: how long to wait for its end, in milliseconds; %1 if nothing is said. It goes on "
                        "after that.")
-            .arg(DefaultDeadlineMs),
-        QStringLiteral("MS"), QString::number(DefaultDeadlineMs)};
+            .arg(Limits::DefaultDeadlineMs),
+        QStringLiteral("MS"), QString::number(Limits::DefaultDeadlineMs)};
     Options m_options;
 };
 

@@ -8,20 +8,16 @@
 #include <QJsonDocument>
 
 #include <client.h>
+#include <doorlimits.h>
 #include <hosts.h>
-
-namespace {
-
-constexpr int DeadlineMs = 60000; // as long as a host lets anybody wait
-
-} // namespace
 
 std::optional<int> callRunningHost(const CommandLine &commandLine)
 {
     const Search search = Search::by(commandLine.file);
     if (!search.error.isEmpty())
         return {};
-    const Answer answer = Client(search.address).call(commandLine.url.toString(), commandLine.request, DeadlineMs);
+    const Answer answer =
+        Client(search.address).call(commandLine.url.toString(), commandLine.request, Limits::MaxDeadlineMs);
     if (answer.end == Answer::End::Nobody) // it has ended meanwhile
         return {};
     if (answer.end == Answer::End::No) {

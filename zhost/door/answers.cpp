@@ -7,14 +7,13 @@
 #include "../known/logring.h"
 #include "../known/reports.h"
 
+#include <doorlimits.h>
+
 #include <QFile>
 #include <QFileInfo>
 #include <QReadLocker>
 
 namespace {
-
-constexpr int DefaultLines = 100;
-constexpr int MaxLines = 1000;
 
 Reply stateOf(const QString &reason)
 {
@@ -54,14 +53,14 @@ Reply Routes::reportPart(const Question &question) const
 
 int Routes::linesWanted(const Question &question)
 {
-    return question.number(QStringLiteral("lines"), DefaultLines, 0, MaxLines);
+    return question.number(QStringLiteral("lines"), Limits::DefaultLines, 0, Limits::MaxLines);
 }
 
 Reply Routes::log(const Question &question) const
 {
     const int count = linesWanted(question);
     if (count < 0)
-        return Reply::failure(400, QStringLiteral("\"lines\" must be a number, up to %1").arg(MaxLines));
+        return Reply::failure(400, QStringLiteral("\"lines\" must be a number, up to %1").arg(Limits::MaxLines));
     QJsonArray lines;
     const QVector<LogRing::Line> last = LogRing::get().last(count);
     for (const LogRing::Line &line : last)

@@ -18,8 +18,7 @@
 class BusCalls
 {
 public:
-    static constexpr int MaxCalls = 16;      // at a time
-    static constexpr int DeadlineMs = 10000; // where nobody says another
+    static constexpr int MaxCalls = 16; // at a time
 
     /// Answers why it has failed, null if it has not.
     using Deed = std::function<QString(QJsonObject *out)>;

@@ -79,7 +79,6 @@ Door::Door(const DoorSettings &settings, const Known *known)
         return;
     }
     m_socket.emplace(path);
-    m_isTaken = m_socket->isTaken();
     if (!m_socket->error().isNull()) {
         m_error = QStringLiteral("the door cannot be opened at %1: %2").arg(path, m_socket->error());
         return;

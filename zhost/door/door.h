@@ -31,7 +31,7 @@ public:
     /// Why it cannot be opened, in one line; null if it can.
     QString error() const { return m_error; }
     /// Whether that is because another host stands in it.
-    bool isTaken() const { return m_isTaken; }
+    bool isTaken() const { return m_socket && m_socket->isTaken(); }
     /// Its socket, and its address with the port by TCP.
     QStringList places() const { return m_places; }
 
@@ -53,7 +53,6 @@ private:
     void addTcp(const DoorSettings &settings);
 
     QString m_error;
-    bool m_isTaken = false;
     QStringList m_places;
     std::optional<DoorSocket> m_socket;
     std::optional<Access> m_access; // by TCP

@@ -10,6 +10,8 @@
 #include "../redeployment.h"
 #include "../say.h"
 
+#include <doorlimits.h>
+
 #include <QFileInfo>
 #include <QMutex>
 #include <QMutexLocker>
@@ -150,6 +152,6 @@ Reply Routes::release(const Question &question) const
     });
     if (!call)
         return refusal;
-    m_calls.wait(call, BusCalls::DeadlineMs);
+    m_calls.wait(call, Limits::DefaultDeadlineMs);
     return Reply::of(QJsonObject{{QStringLiteral("asked"), QJsonArray::fromStringList(asked->names())}});
 }

@@ -7,6 +7,8 @@
 #include "../known/reports.h"
 #include "../severities.h"
 
+#include <doorlimits.h>
+
 #include <QUrl>
 
 #include <csignal>
@@ -15,7 +17,6 @@
 
 namespace {
 
-constexpr int MaxDeadlineMs = 60000;
 constexpr int MaxDepth = 500; // who reads it may go no deeper
 
 /// Level by level: what is too deep would be so for a call of itself, too.
@@ -59,10 +60,11 @@ Reply Routes::call(const Question &question) const
     const QUrl url(question.parameters.value(QStringLiteral("url")), QUrl::StrictMode);
     if (url.isEmpty() || !url.isValid())
         return Reply::failure(400, QStringLiteral("\"url\" must be the URL to call, as //host/path"));
-    const int deadline = question.number(QStringLiteral("deadline"), BusCalls::DeadlineMs, 1, MaxDeadlineMs);
+    const int deadline =
+        question.number(QStringLiteral("deadline"), Limits::DefaultDeadlineMs, 1, Limits::MaxDeadlineMs);
     if (deadline < 0)
         return Reply::failure(
-            400, QStringLiteral("\"deadline\" must be a number of milliseconds, up to %1").arg(MaxDeadlineMs));
+            400, QStringLiteral("\"deadline\" must be a number of milliseconds, up to %1").arg(Limits::MaxDeadlineMs));
     const QJsonDocument request =
         QJsonDocument::fromJson(question.body.trimmed().isEmpty() ? QByteArray("{}") : question.body);
     if (!request.isObject())
@@ -103,7 +105,7 @@ Reply Routes::runEntry(const Question &question) const
     });
     if (!call)
         return reply;
-    m_calls.wait(call, BusCalls::DeadlineMs);
+    m_calls.wait(call, Limits::DefaultDeadlineMs);
     return withEntry(question, [](Host &, const auto &entry) { return Reply::of(Reports::describe(*entry)); });
 }
 

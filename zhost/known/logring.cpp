@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "logring.h"
 
+#include <doorlimits.h>
+
 #include <QDeadlineTimer>
 #include <QMutexLocker>
 
@@ -8,7 +10,6 @@
 
 namespace {
 
-constexpr size_t MaxLines = 1000;
 constexpr int MaxLength = 4096;
 constexpr int MostAtOnce = 100;
 
@@ -24,7 +25,7 @@ void LogRing::add(int severity, const QString &text)
 {
     const QMutexLocker locker(&m_mutex);
     m_lines.push_back({++m_count, QDateTime::currentDateTimeUtc(), severity, text.left(MaxLength)});
-    if (m_lines.size() > MaxLines)
+    if (m_lines.size() > Limits::MaxLines)
         m_lines.pop_front();
     m_come.wakeAll();
 }
@@ -40,7 +41,7 @@ QJsonObject LogRing::Line::describe() const
 QVector<LogRing::Line> LogRing::last(int count) const
 {
     const QMutexLocker locker(&m_mutex);
-    return from(m_count - std::min(quint64(qMax(0, count)), m_count) + 1, int(MaxLines));
+    return from(m_count - std::min(quint64(qMax(0, count)), m_count) + 1, Limits::MaxLines);
 }
 
 QVector<LogRing::Line> LogRing::after(quint64 number, int patienceMs) const
