@@ -197,7 +197,7 @@ void tst_Door::tellsOfItsThreads()
         QVERIFY(numberIn(thread, "cpuMs") >= 0);
         QCOMPARE(textIn(thread, "state").size(), 1);
     }
-    for (const char *const name : {"zhost", "zhost door", "zhost request"})
+    for (const char *const name : {"zhost", "zhost calls", "zhost door", "zhost request"})
         QVERIFY2(names.contains(QLatin1String(name)), name);
 }
 

@@ -41,6 +41,19 @@ private Q_SLOTS:
     void livesThroughABrokenPipe();
 };
 
+namespace {
+
+/// Whether its first thread waits in the kernel.
+bool sleeps(const QProcess &process)
+{
+    QFile stat(QStringLiteral("/proc/%1/task/%1/stat").arg(process.processId()));
+    stat.open(QIODevice::ReadOnly);
+    const QByteArray line = stat.readAll();
+    return line.mid(line.lastIndexOf(')') + 2, 1) == "S";
+}
+
+} // namespace
+
 void tst_ZHostEnds::startsInOrderAndStopsWellOn_data()
 {
     QTest::addColumn<int>("number");
@@ -71,6 +84,7 @@ void tst_ZHostEnds::secondSignalEndsAtOnce()
     Running host(loaderOf(deployed, hotDeploy));
     QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("hot-deploy folder changed: ") + hotDeploy.path()),
                              Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(sleeps(host.process()), Patience);
     host.signal(SIGSTOP);
     host.signal(SIGTERM);
     host.signal(SIGINT);

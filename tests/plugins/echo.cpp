@@ -10,8 +10,11 @@
 
 #include <stdexcept>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 /// The endpoint "//echo": answers what it is asked, handles nothing under "/deaf", nor under "/while/PATH" where there
-/// is no file PATH, and throws under "/throw" and "/odd".
+/// is no file PATH, and throws under "/throw" and "/odd". Under "/niceness" it tells that of the thread that calls.
 class Echo : public ZObject, public ZDbusSubscriber
 {
     Q_OBJECT
@@ -50,6 +53,8 @@ public:
             throw std::runtime_error("no more");
         if (url.path() == QLatin1String("/odd"))
             throw 1;
+        if (url.path() == QLatin1String("/niceness") && out)
+            out->insert(QStringLiteral("niceness"), getpriority(PRIO_PROCESS, id_t(gettid())));
         m_logger->info0(QStringLiteral("echo: ") + url.toString());
         if (in && out)
             out->insert(QStringLiteral("echo"), *in);

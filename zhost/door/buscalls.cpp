@@ -5,20 +5,21 @@
 #include <QMutexLocker>
 
 #include <csignal>
+#include <deque>
 #include <optional>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include <pthread.h>
 
 namespace {
 
-/// Unlike the thread that asks: what is called may start programs, and these inherit that.
-void heedSignals()
+void setSignals(int (*fill)(sigset_t *))
 {
-    sigset_t none;
-    sigemptyset(&none);
-    pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    sigset_t blocked;
+    fill(&blocked);
+    pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
 }
 
 } // namespace
@@ -28,7 +29,8 @@ struct BusCalls::State
     void end(const std::shared_ptr<Call> &call, const Result &result);
 
     QMutex mutex; // guards all, and what is in the calls
-    QWaitCondition ended;
+    QWaitCondition wanted, ended;
+    std::deque<std::pair<std::shared_ptr<Call>, Deed>> toStart;
     QStringList running;
     Counts counts;
     bool isEnding = false;
@@ -49,27 +51,63 @@ void BusCalls::State::end(const std::shared_ptr<Call> &call, const Result &resul
     ended.wakeAll();
 }
 
-std::shared_ptr<BusCalls::State> BusCalls::makeState() { return std::make_shared<State>(); }
+BusCalls::BusCalls() : m_state(std::make_shared<State>())
+{
+    try {
+        m_starter = std::thread([state = m_state] { startAll(state); });
+    } catch (const std::system_error &) { // then there will be no room for a call either
+    }
+}
+
+BusCalls::~BusCalls()
+{
+    end(0);
+    if (m_starter.joinable())
+        m_starter.join();
+}
+
+/// A thread has the priority of the one that starts it, which must not be one that answers: it could not be put back.
+void BusCalls::startAll(const std::shared_ptr<State> &state)
+{
+    pthread_setname_np(pthread_self(), "zhost calls");
+    setSignals(sigfillset); // they are the application's thread's
+    QMutexLocker locker(&state->mutex);
+    while (!state->isEnding) {
+        if (state->toStart.empty()) {
+            state->wanted.wait(&state->mutex);
+            continue;
+        }
+        auto [call, deed] = std::move(state->toStart.front());
+        state->toStart.pop_front();
+        locker.unlock();
+        try {
+            std::thread(run, state, call, std::move(deed)).detach();
+        } catch (const std::system_error &) {
+            state->end(call, {Result::Failed, QStringLiteral("there is no room for one more thread"), {}});
+        }
+        locker.relock();
+    }
+}
+
+void BusCalls::run(const std::shared_ptr<State> &state, const std::shared_ptr<Call> &call, const Deed &deed)
+{
+    pthread_setname_np(pthread_self(), "zhost call");
+    setSignals(sigemptyset); // what is called may start programs, and these inherit that
+    Result result;
+    result.reason = deed(&result.out);
+    result.end = result.reason.isNull() ? Result::Done : Result::Failed;
+    state->end(call, result);
+}
 
 std::shared_ptr<BusCalls::Call> BusCalls::begin(const QString &name, const Deed &deed)
 {
     const std::shared_ptr<State> state = m_state;
     const auto call = std::make_shared<Call>(Call{name, {}});
     const QMutexLocker locker(&state->mutex);
-    if (state->running.size() >= MaxCalls)
+    if (state->isEnding || !m_starter.joinable() || state->running.size() >= MaxCalls)
         return {};
-    try {
-        std::thread([state, call, deed] {
-            pthread_setname_np(pthread_self(), "zhost call");
-            heedSignals();
-            Result result;
-            result.reason = deed(&result.out);
-            result.end = result.reason.isNull() ? Result::Done : Result::Failed;
-            state->end(call, result);
-        }).detach();
-    } catch (const std::system_error &) {
-        return {};
-    }
+    state->toStart.emplace_back(call, deed);
+    state->wanted.wakeOne();
     state->running.append(name);
     ++state->counts.calls;
     return call;
@@ -90,9 +128,14 @@ BusCalls::Result BusCalls::wait(const std::shared_ptr<Call> &call, int deadlineM
 
 QStringList BusCalls::end(int patienceMs)
 {
+    decltype(State::toStart) dropped; // goes after the lock
     const QMutexLocker locker(&m_state->mutex);
     m_state->isEnding = true;
+    m_state->wanted.wakeOne();
     m_state->ended.wakeAll();
+    dropped.swap(m_state->toStart);
+    for (const auto &each : dropped)
+        m_state->running.removeOne(each.first->name);
     for (const QDeadlineTimer deadline(patienceMs); !m_state->running.isEmpty();) {
         if (!m_state->ended.wait(&m_state->mutex, deadline))
             break;

@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <memory>
+#include <thread>
 
 /**
  * Calls whose callers wait only so long. One that takes longer goes on, on a thread of its own; there is a limited
@@ -18,12 +19,16 @@
 class BusCalls
 {
 public:
+    /// On a thread with the priority that calls are to have, and so the threads that they start.
+    BusCalls();
+    ~BusCalls();
+
     static constexpr int MaxCalls = 16; // at a time
 
     /// Answers why it has failed, null if it has not.
     using Deed = std::function<QString(QJsonObject *out)>;
     struct Call;
-    /// Null if there are too many, or no room for one more thread.
+    /// Null if there are too many.
     std::shared_ptr<Call> begin(const QString &name, const Deed &deed);
 
     struct Result
@@ -50,7 +55,11 @@ public:
     Counts counts() const;
 
 private:
+    Q_DISABLE_COPY(BusCalls)
     struct State;
-    const std::shared_ptr<State> m_state = makeState(); // a call may end after us
-    static std::shared_ptr<State> makeState();
+    static void startAll(const std::shared_ptr<State> &state);
+    static void run(const std::shared_ptr<State> &state, const std::shared_ptr<Call> &call, const Deed &deed);
+
+    const std::shared_ptr<State> m_state; // a call may end after us
+    std::thread m_starter;
 };
