@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "buscalls.h"
 
+#include "signalmask.h"
+
 #include <QDeadlineTimer>
 #include <QMutexLocker>
 
-#include <csignal>
 #include <deque>
 #include <optional>
 #include <system_error>
@@ -12,17 +13,6 @@
 #include <utility>
 
 #include <pthread.h>
-
-namespace {
-
-void setSignals(int (*fill)(sigset_t *))
-{
-    sigset_t blocked;
-    fill(&blocked);
-    pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
-}
-
-} // namespace
 
 struct BusCalls::State
 {
@@ -70,7 +60,7 @@ BusCalls::~BusCalls()
 void BusCalls::startAll(const std::shared_ptr<State> &state)
 {
     pthread_setname_np(pthread_self(), "zhost calls");
-    setSignals(sigfillset); // they are the application's thread's
+    leaveSignals();
     QMutexLocker locker(&state->mutex);
     while (!state->isEnding) {
         if (state->toStart.empty()) {
@@ -92,7 +82,7 @@ void BusCalls::startAll(const std::shared_ptr<State> &state)
 void BusCalls::run(const std::shared_ptr<State> &state, const std::shared_ptr<Call> &call, const Deed &deed)
 {
     pthread_setname_np(pthread_self(), "zhost call");
-    setSignals(sigemptyset); // what is called may start programs, and these inherit that
+    takeSignals();
     Result result;
     result.reason = deed(&result.out);
     result.end = result.reason.isNull() ? Result::Done : Result::Failed;

@@ -2,6 +2,7 @@
 #include "httpserver.h"
 
 #include "connection.h"
+#include "signalmask.h"
 
 #include <QString>
 
@@ -24,17 +25,12 @@ constexpr int AnswerMs = 500; // for those who are being answered as the host en
 constexpr int RefusedMs = 500;
 constexpr int Niceness = 19; // what the host does comes first, and a flood is to cost it little
 
-/// The calling thread's alone, as Linux has it. Signals are the application's thread's, but for those by which a thread
-/// tells of its own mistakes.
+/// The calling thread alone, as Linux has it.
 void comeSecond(const char *name)
 {
     pthread_setname_np(pthread_self(), name);
     setpriority(PRIO_PROCESS, id_t(gettid()), Niceness);
-    sigset_t others;
-    sigfillset(&others);
-    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
-        sigdelset(&others, own);
-    pthread_sigmask(SIG_SETMASK, &others, nullptr);
+    leaveSignals();
 }
 
 void tellThatThereAreTooMany(int socket)
