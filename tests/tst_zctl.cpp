@@ -243,10 +243,7 @@ void tst_Zctl::tellsWhatItIs()
 {
     QFETCH(QString, option);
     QFETCH(QString, pattern);
-    const Result result = run({option});
-    QCOMPARE(result.exitCode, 0);
-    QCOMPARE(result.err, QString());
-    QVERIFY2(QRegularExpression(pattern).match(result.out).hasMatch(), qPrintable(result.out));
+    verifyTells(run({option}), pattern);
 }
 
 void tst_Zctl::refusesACommandLineThatItCannotUse_data()

@@ -113,10 +113,7 @@ void tst_ZDeploy::tellsWhatItIs()
 {
     QFETCH(QString, option);
     QFETCH(QString, pattern);
-    const Result result = run({option});
-    QCOMPARE(result.exitCode, 0);
-    QCOMPARE(result.err, QString());
-    QVERIFY2(QRegularExpression(pattern).match(result.out).hasMatch(), qPrintable(result.out));
+    verifyTells(run({option}), pattern);
 }
 
 void tst_ZDeploy::refusesACommandLineThatItCannotUse_data()

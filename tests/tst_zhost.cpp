@@ -59,10 +59,7 @@ void tst_ZHost::tellsWhatItIs()
 {
     QFETCH(QString, option);
     QFETCH(QString, pattern);
-    const Result result = run({option});
-    QCOMPARE(result.exitCode, 0);
-    QCOMPARE(result.err, QString());
-    QVERIFY2(QRegularExpression(pattern).match(result.out).hasMatch(), qPrintable(result.out));
+    verifyTells(run({option}), pattern);
 }
 
 void tst_ZHost::refusesACommandLineOrFileThatItCannotUse_data()

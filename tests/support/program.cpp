@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "program.h"
 
+#include <QRegularExpression>
+#include <QTest>
+
 Result finish(QProcess &process)
 {
     // It may have ended while an event loop ran, and there is nothing to wait for then.
@@ -16,4 +19,11 @@ Result runProgram(const QString &program, const QStringList &arguments)
     QProcess process;
     process.start(program, arguments);
     return finish(process);
+}
+
+void verifyTells(const Result &result, const QString &pattern)
+{
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.err, QString());
+    QVERIFY2(QRegularExpression(pattern).match(result.out).hasMatch(), qPrintable(result.out));
 }

@@ -16,5 +16,8 @@ struct Result
 /// Waits for the end of `process`.
 Result finish(QProcess &process);
 
+/// The running test fails unless this one ended well, and wrote what `pattern` matches, and that alone.
+void verifyTells(const Result &result, const QString &pattern);
+
 /// Runs `program` to its end.
 Result runProgram(const QString &program, const QStringList &arguments);
