@@ -55,10 +55,10 @@ public:
     Answer get(const QString &path, int seconds = PatienceSeconds) const;
     Answer post(const QString &path, const QJsonObject &body = {}, int seconds = PatienceSeconds) const;
     Answer put(const QString &path, const QJsonObject &body) const;
-    /// Calls the host's bus. Not done, too, where nobody has handled the call.
+    /// Calls the host's bus. It also counts as not done if nobody has handled the call.
     Answer call(const QString &url, const QJsonObject &in, int deadlineMs) const;
 
-    /// Hands each event out that the host sends, until it sends no more.
+    /// Passes on each event that the host sends, until it sends no more.
     using Receiver = std::function<void(const QByteArray &data)>;
     Answer follow(const QString &path, const Receiver &receive) const;
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/// What a host lets anybody ask for, and what who asks takes for granted.
+/// The limits and defaults of requests, for the host and for its clients.
 namespace Limits {
 
 constexpr int DefaultDeadlineMs = 10000; // of a call

@@ -7,13 +7,12 @@
 class QJsonObject;
 struct sockaddr_un;
 
-// Where the door of a host is, by a rule that the host and those who ask it share.
+// Finds the door of a host, by a rule that the host and its clients share.
 
-/// Where the configuration says that it is, in full; empty if it leaves that to the host.
+/// The full path of the door that the configuration names; empty if it names none.
 QString configuredDoor(const QJsonObject &configuration);
 
-/// The folder that the service manager or the login of this process has given, else one of this user's own. Does not
-/// make it.
+/// The folder of doors: that of the service manager or of the login, else one of this user. Does not make it.
 QString doorFolder();
 
 /// Whether `doorFolder` is one that the service manager has made for this service.
@@ -25,8 +24,9 @@ QString doorName(const QString &file);
 /// Makes `address` that of a socket at `path`; false if the path is too long for one.
 bool fill(sockaddr_un *address, const QByteArray &path);
 
-/// Why nobody can be reached at the Unix socket `path`, as errno; 0 if somebody listens there. Does not wait for him.
+/// Why nobody can be reached at the Unix socket `path`, as errno; 0 if a process listens there. Does not wait for it.
 int knock(const QString &path);
 
-/// The number of the process that listens at the socket at `path`; 0 if none does. It cannot be claimed.
+/// The number of the process that listens at the socket at `path`; 0 if none does. The kernel tells it, so no process
+/// can claim another number.
 qint64 listenerAt(const QString &path);

@@ -5,7 +5,7 @@
 
 #include <functional>
 
-/// Takes server-sent events apart, as they come in pieces.
+/// Reads server-sent events, which may come in pieces.
 class EventStream
 {
 public:

@@ -31,15 +31,15 @@ QStringList foldersIn(const QString &parent, const QString &filter, const QStrin
     return result;
 }
 
-/// In /tmp anybody makes folders: one that is called after another user is none of a host's.
+/// Whether a folder in /tmp belongs to the user in its name. Anybody can make folders there.
 bool isItsUsers(const QFileInfo &folder)
 {
     return !folder.isSymLink() && folder.fileName() == QStringLiteral("zhost-%1").arg(folder.ownerId());
 }
 
-/// Where hosts of this user have their sockets, and services, whether there are any or not. Not those of others, to
-/// whom only root could speak: whoever answers there could claim to be any host. A program of a service means the host
-/// of that service.
+/// The folders in which hosts of this user, and services, have their sockets; they may not exist. Folders of other
+/// users are left out: only root could connect there, and any process could claim to be a host. Within a service, only
+/// the folder of that service.
 QStringList doorFolders()
 {
     QStringList result{doorFolder()};
@@ -144,7 +144,7 @@ Search Search::by(const QString &configuration)
     QFile file(configuration);
     if (!file.open(QIODevice::ReadOnly))
         return failure(QStringLiteral("cannot read %1: %2").arg(configuration, file.errorString()));
-    // What is wrong in the file is nothing to one who asks: the host may have been started before.
+    // Mistakes in the file do not matter here: the host may have been started before they were made.
     const QJsonObject object = QJsonDocument::fromJson(file.readAll()).object();
     if (object.value(QStringLiteral("door")) == QJsonValue(false))
         return failure(QStringLiteral("%1 says that its host has no door: \"door\" is false").arg(configuration));

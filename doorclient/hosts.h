@@ -6,18 +6,18 @@
 #include <QString>
 #include <QStringList>
 
-/// The host that is meant.
+/// The host to be asked.
 struct Search
 {
     Address address;
     QString error;       ///< Why it is not clear which, or none is there, and what to do; empty if one was found.
     QStringList choices; ///< What can be added to the command line, where there are several.
 
-    /// The only one on this machine.
+    /// The only host on this machine.
     static Search only();
     static Search at(const QString &socket);
     static Search by(const QString &configuration);
     static Search by(const QUrl &url, const QString &tokenFile);
-    /// The one that is the process of this number, as the system has it.
+    /// The host that is the process of this number.
     static Search by(qint64 process);
 };

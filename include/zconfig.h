@@ -8,7 +8,7 @@
 /**
  * The application's configuration: one JSON object, from which every service reads its own section.
  *
- * Ownership: answers copies; the caller keeps nothing of the configuration's.
+ * Ownership: returns copies; the caller keeps nothing of the configuration's.
  * Thread:    any.
  * Failure:   an empty object when there is no configuration.
  */
@@ -17,7 +17,7 @@ class ZConfig
 public:
     /// The whole configuration. A section is `toJson0().value("its name")`.
     virtual QJsonObject toJson0() = 0;
-    // Slot order is our promise to plugins built elsewhere: a new ability is a new interface.
+    // Plugins that are built elsewhere rely on the order of the operations: a new ability is a new interface.
     virtual ~ZConfig() {}
 };
 Q_DECLARE_INTERFACE(ZConfig, "zdefault::ZConfig")

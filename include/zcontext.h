@@ -15,11 +15,11 @@
 class ZContext
 {
 public:
-    /// Overwrites `value` with this thread's value of the same type. False, and `value` as it was, if there is none.
+    /// Overwrites `value` with this thread's value of the same type. False if there is none; `value` stays as it was.
     virtual bool load0(QVariant &value) = 0;
     /// Keeps a copy of `value` as this thread's value of its type. False for an invalid one.
     virtual bool save0(QVariant &value) = 0;
-    // Slot order is our promise to plugins built elsewhere: a new ability is a new interface.
+    // Plugins that are built elsewhere rely on the order of the operations: a new ability is a new interface.
     virtual ~ZContext() {}
 };
 Q_DECLARE_INTERFACE(ZContext, "zdefault::ZContext")

@@ -5,9 +5,9 @@
 #include <QUrl>
 
 /**
- * Somebody who can be called over the bus.
+ * An object that can be called over the bus.
  *
- * Ownership: the bus holds a subscriber weakly; it is alive while it is called.
+ * Ownership: the bus holds a subscriber weakly, and keeps it alive while it is called.
  * Thread:    the caller's; several calls may run at once.
  * Failure:   false: the call was not handled.
  */

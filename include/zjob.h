@@ -10,18 +10,18 @@
 /**
  * A unit of work for a `ZJobPool`; a concrete job implements `run()`.
  *
- * Ownership: a pool keeps the raw pointer only. A job that is held by `QSharedPointer` calls `setAutoDelete(false)`
- *            before it is handed in, or the pool deletes what the pointer owns; and it is held until it has run, or
- *            was cancelled.
- * Thread:    `run()` is called on one of the pool's.
- * Failure:   the job's own affair.
+ * Ownership: a pool keeps the raw pointer only, and deletes the job after it has run. If you hold the job by a
+ *            `QSharedPointer`, call `setAutoDelete(false)` before you hand it in, or it is deleted twice; and hold it
+ *            until it has run, or was cancelled.
+ * Thread:    `run()` is called on a thread of the pool.
+ * Failure:   for the job to handle.
  */
 class ZDEFAULT_EXPORT ZJob : public QRunnable
 {
 public:
     using Counter = QSharedPointer<QAtomicInteger<int>>;
 
-    /// Shares two counters with the caller, for `run()` to use as it likes.
+    /// Shares two counters with the caller. What they mean is up to `run()`.
     ZJob(Counter first, Counter second);
     ~ZJob() override;
 

@@ -18,10 +18,10 @@ class ZJobPool;
 class ZJobPoolSet
 {
 public:
-    /// The job pool called `name`, made with the two numbers if there is none yet; one that exists keeps its own.
+    /// The job pool called `name`. If there is none yet, it is made with the two numbers; else they are ignored.
     /// `maxThreads` and `expiryTimeout` (milliseconds) of 0 or less mean Qt's defaults.
     virtual QSharedPointer<ZJobPool> find0(const QString &name, int maxThreads, int expiryTimeout) = 0;
-    // Slot order is our promise to plugins built elsewhere: a new ability is a new interface.
+    // Plugins that are built elsewhere rely on the order of the operations: a new ability is a new interface.
     virtual ~ZJobPoolSet() {}
 };
 Q_DECLARE_INTERFACE(ZJobPoolSet, "zdefault::ZJobPoolSet")

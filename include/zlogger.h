@@ -6,9 +6,9 @@
 #include <QString>
 
 /**
- * Plain messages at Qt's severities, and tagged lines per named category.
+ * Writes plain messages at Qt's severities, and tagged lines, each of which belongs to a named category.
  *
- * Components write tagged lines through a `ZNamedLogger`, which asks for a category's index and mask once.
+ * Components write tagged lines through a `ZNamedLogger`, which asks only once for the index and mask of its category.
  *
  * Ownership: keeps nothing of the caller's.
  * Thread:    any.
@@ -18,7 +18,7 @@ class ZLogger
 {
 public:
     virtual void info0(const QString &text) = 0;
-    /// Whether messages of this severity are written at all; so for the other severities below.
+    /// Whether messages of this severity are written at all. The other severities below have the same function.
     virtual bool info0() = 0;
     virtual void debug0(const QString &text) = 0;
     virtual bool debug0() = 0;
@@ -26,16 +26,16 @@ public:
     virtual bool warning0() = 0;
     virtual void critical0(const QString &text) = 0;
     virtual bool critical0() = 0;
-    /// Writes `text` and ends the process, whatever is switched off.
+    /// Writes `text` and ends the process, even if the severity is switched off.
     virtual void fatal0(const QString &text) = 0;
-    /// Writes one line for category `index`, tagged with the time, the category and `kind`. `kind` is a single bit;
-    /// whether the category's mask has it is for the caller to test before.
+    /// Writes one line for category `index`, tagged with the time, the category and `kind`. `kind` is a single bit. The
+    /// caller tests before whether the category's mask has that bit.
     virtual void log0(int index, int kind, const QString &text) = 0;
-    /// The mask of category `index`: the kinds of line that are wanted. 0 for an index that there is not.
+    /// The mask of category `index`: the kinds of line that are wanted. 0 for an index that does not exist.
     virtual int log0(int index) = 0;
-    /// The index of the category called `name`; -1 for a name that there is not.
+    /// The index of the category called `name`; -1 for a name that does not exist.
     virtual int log0(const QString &name) = 0;
-    // Slot order is our promise to plugins built elsewhere: a new ability is a new interface.
+    // Plugins that are built elsewhere rely on the order of the operations: a new ability is a new interface.
     virtual ~ZLogger() {}
 };
 Q_DECLARE_INTERFACE(ZLogger, "zdefault::ZLogger")

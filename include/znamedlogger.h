@@ -13,11 +13,11 @@
 #include <utility>
 
 /**
- * A component's handle on one category of tagged lines: asks the logger for the category's index and mask once, and
- * tests the mask before every line. A program may have it test another one later.
+ * Writes the tagged lines of one category for a component. It asks the logger once for the index and mask of the
+ * category, and tests the mask before every line. `setMask` gives it another mask later.
  *
  * Ownership: a value; points at the logger's delegate, which lives as long as the emitter.
- * Thread:    writing, any; binding, before others write.
+ * Thread:    any for writing; bind it before other threads write.
  * Failure:   writes nothing while unbound, or for a category that the logger does not know.
  */
 class ZDEFAULT_EXPORT ZNamedLogger
@@ -30,14 +30,14 @@ public:
         QAtomicInt mask = 0;
     };
 
-    /// Bound to nothing.
+    /// Not bound to a logger.
     ZNamedLogger();
     ZNamedLogger(ZLogger *logger, const QString &category);
 
     /// Whether a line of this kind, a single bit, is wanted.
     bool isEnabled(int kind) const { return (m_data->mask.loadRelaxed() & kind) != 0; }
 
-    /// Writes a tagged line of `kind`. `text` is a `QString`, or a callable that answers one and is called only when
+    /// Writes a tagged line of `kind`. `text` is a `QString`, or a callable that returns one: it is called only when
     /// the line is wanted.
     template <class Text>
     void log(int kind, Text &&text) const
@@ -50,10 +50,10 @@ public:
             write(kind, text);
     }
 
-    /// Tells of a failure: as a warning when warnings are switched on, else as a tagged line of `kind`.
+    /// Reports a failure: as a warning when warnings are switched on, else as a tagged line of `kind`.
     void warn(int kind, const QString &text) const;
 
-    /// Has all handles on `category` that are bound to `logger` test this mask from now on. On any thread.
+    /// Makes all handles on `category` that are bound to `logger` test this mask from now on. On any thread.
     static void setMask(const ZLogger *logger, const QString &category, int mask);
 
 private:

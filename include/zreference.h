@@ -8,11 +8,11 @@
 #include <QSharedPointer>
 
 /**
- * An owning handle on a component: what a delegate points at, and what comes back when a component is exchanged.
+ * A handle that owns a component. A delegate holds one, and returns it when the component is exchanged.
  *
- * Ownership: shares the component; it dies with the last reference to it.
+ * Ownership: shares the component, which is destroyed with the last reference to it.
  * Thread:    any.
- * Failure:   a reference to nothing is valid and null.
+ * Failure:   none: a reference may be empty.
  */
 class ZDEFAULT_EXPORT ZReference
 {
@@ -20,7 +20,7 @@ public:
     explicit ZReference(QSharedPointer<QObject> object);
     virtual ~ZReference();
 
-    /// True when there is no component behind this reference.
+    /// True when this reference has no component.
     bool isNull() const;
 
 private:

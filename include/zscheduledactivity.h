@@ -11,10 +11,10 @@
 class ZDbus;
 
 /**
- * Something that is done on a timetable: a schedule, and an action to be given by a derived class.
+ * Something that is done on a timetable: a schedule, and an action, which a derived class defines.
  *
- * Ownership: shares its schedule, and is itself shared by its thread and whoever scheduled it.
- * Thread:    `wait()` and `run()` are called on a thread of its own; `cancel()` comes from any other.
+ * Ownership: shares its schedule; its thread and the one who scheduled it share the activity.
+ * Thread:    `wait()` and `run()` are called on a thread of its own; `cancel()` is called on any other thread.
  * Failure:   false: stop for good.
  */
 class ZDEFAULT_EXPORT ZScheduledActivity : public ZSchedule
@@ -27,18 +27,18 @@ public:
     QString name() const override;
     bool wait() override;
     void cancel() override;
-    /// Does it once. False when that was the last time.
+    /// Does the action once. False when that was the last time.
     virtual bool run() = 0;
 
 protected:
     const QSharedPointer<ZSchedule> m_schedule;
 };
 
-/// Calls the bus, with neither request nor answer. Otherwise as `ZScheduledActivity`.
+/// An activity that calls the bus, with neither request nor answer. Otherwise as `ZScheduledActivity`.
 class ZDEFAULT_EXPORT ZDbusActivity : public ZScheduledActivity
 {
 public:
-    /// With `repeat` it goes on until a call is handled by nobody; without, it runs once. `dbus` is not owned.
+    /// With `repeat` it goes on until nobody handles a call; without, it runs once. `dbus` is not owned.
     ZDbusActivity(QSharedPointer<ZSchedule> schedule, ZDbus *dbus, const QUrl &url, bool repeat);
     ~ZDbusActivity() override;
 

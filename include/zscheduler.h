@@ -17,10 +17,10 @@ class ZScheduledActivity;
 class ZScheduler
 {
 public:
-    /// Starts `activity`. True when its thread is running as the call returns: one that ends at once may answer
-    /// false although it ran.
+    /// Starts `activity`. True when its thread is running as the call returns. So an activity that ends at once may
+    /// give false although it ran.
     virtual bool schedule0(QSharedPointer<ZScheduledActivity> activity) = 0;
-    // Slot order is our promise to plugins built elsewhere: a new ability is a new interface.
+    // Plugins that are built elsewhere rely on the order of the operations: a new ability is a new interface.
     virtual ~ZScheduler() {}
 };
 Q_DECLARE_INTERFACE(ZScheduler, "zdefault::ZScheduler")

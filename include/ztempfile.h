@@ -8,18 +8,18 @@
 class QTemporaryFile;
 
 /**
- * A factory of temporary files in the application's configured folder.
+ * Makes temporary files in the folder that the configuration names.
  *
  * Ownership: the caller owns the file, which is removed with its object.
  * Thread:    any.
- * Failure:   a file that cannot be made shows when it is opened; null when there is no such service.
+ * Failure:   if the file cannot be made, opening it fails; null when there is no such service.
  */
 class ZTempFile
 {
 public:
-    /// A new temporary file, not yet opened; it comes into being when it is.
+    /// A new temporary file. It is not open yet; opening it makes it.
     virtual QSharedPointer<QTemporaryFile> newFile0() = 0;
-    // Slot order is our promise to plugins built elsewhere: a new ability is a new interface.
+    // Plugins that are built elsewhere rely on the order of the operations: a new ability is a new interface.
     virtual ~ZTempFile() {}
 };
 Q_DECLARE_INTERFACE(ZTempFile, "zdefault::ZTempFile")

@@ -6,7 +6,7 @@
 #include <QString>
 
 /**
- * A text that ignores case when it is compared: a key for `QMap` and its like.
+ * A text that is compared without regard to case: a key for `QMap` and the like.
  *
  * Ownership: a value.
  * Thread:    any, as any value.

@@ -18,9 +18,9 @@ class ZThreadPool;
 class ZThreadPoolSet
 {
 public:
-    /// The registry called `name`, made if there is none yet.
+    /// The registry called `name`. If there is none yet, it is made.
     virtual QSharedPointer<ZThreadPool> find0(const QString &name) = 0;
-    // Slot order is our promise to plugins built elsewhere: a new ability is a new interface.
+    // Plugins that are built elsewhere rely on the order of the operations: a new ability is a new interface.
     virtual ~ZThreadPoolSet() {}
 };
 Q_DECLARE_INTERFACE(ZThreadPoolSet, "zdefault::ZThreadPoolSet")

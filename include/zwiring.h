@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the property writers of components have in common.
+// Helpers for the property writers of components.
 #pragma once
 
 #include "zemitter.h"
@@ -8,7 +8,7 @@
 #include <QSharedPointer>
 
 /// Announces `component` as a service: binds a new `Delegate` over it, unless `emitter` is null. Returns `emitter`.
-/// The component before it, if any, dies here unless somebody else holds it.
+/// The component before it, if any, is destroyed here unless somebody else holds it.
 template <class Delegate>
 ZEmitter *zAnnounce(QObject *component, ZEmitter *emitter)
 {
@@ -17,7 +17,7 @@ ZEmitter *zAnnounce(QObject *component, ZEmitter *emitter)
     return emitter;
 }
 
-/// Keeps the first service that comes. True when `service` is it, which is the moment to react to it.
+/// Keeps the first service that comes. True when `service` is that one: then react to it.
 template <class Service>
 bool zKeepFirst(Service *&kept, Service *service)
 {

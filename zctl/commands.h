@@ -11,14 +11,14 @@
 
 struct Options;
 
-/// What is wanted, and who is asked.
+/// What the user wants, and which host is asked.
 struct Request
 {
     const Options &options;
     const Client &client;
 };
 
-/// One of those that the command line may name.
+/// A command of the command line.
 struct Command
 {
     const char *name;
@@ -26,7 +26,7 @@ struct Command
     int least, most;       ///< How many arguments.
     const char *text;      ///< In the help.
     ExitCode (*run)(const Request &);
-    /// What is wrong with the arguments, empty if nothing is; null where anything may be right.
+    /// Returns what is wrong with the arguments, empty if nothing is. A null pointer if no check is needed.
     QString (*check)(const QStringList &arguments) = nullptr;
 };
 
@@ -34,11 +34,11 @@ const std::vector<Command> &commands();
 
 ExitCode exitCodeOf(const Answer &answer);
 
-/// Prints the answer as it is, or has `print` do it for people; where it is none, says why not. Answers how the
-/// program ends.
+/// Prints the answer as it is, or calls `print` for people. If there is no answer, says why. Returns the exit status of
+/// the program.
 ExitCode tell(const Request &request, const Answer &answer, const std::function<void(const QJsonDocument &)> &print);
 
-/// Prints JSON as it is; to a terminal without what does something to that.
+/// Prints JSON as it is; on a terminal without characters that would control it.
 void putJson(const QByteArray &json);
 
 // reports.cpp

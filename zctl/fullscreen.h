@@ -6,8 +6,8 @@
 #include <termios.h>
 
 /**
- * The terminal, all of it, as long as it lives: the keys come at once and unseen, and the cursor is hidden. What it
- * showed before comes back afterwards, whichever signal ends that.
+ * Uses the whole terminal, as long as this object lives: keys come at once and are not shown, and the cursor is hidden.
+ * Afterwards the former content comes back, even if a signal ends the program.
  *
  * Thread: one, of a process that has no others: its signals wait for `waitForKey`.
  */
@@ -17,7 +17,7 @@ public:
     FullScreen();
     ~FullScreen();
 
-    /// As many of `lines` as there is room for.
+    /// Shows as many of `lines` as there is room for.
     void show(const QStringList &lines) const;
 
     enum Event
@@ -32,7 +32,7 @@ public:
     Event wait(int ms);
     /// The last key.
     char key() const { return m_key; }
-    /// By which the process should end, once this object is gone.
+    /// The signal by which the process should end, once this object is gone.
     int signal() const { return m_signal; }
 
 private:

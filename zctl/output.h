@@ -4,17 +4,18 @@
 #include <QByteArray>
 #include <QString>
 
-/// Writes `text` to stdout, and ends its last line. Where nobody reads that any more the process ends, silently, as one
-/// does by SIGPIPE; where it cannot be written for another reason, with a sentence.
+/// Writes `text` to stdout, and ends its last line. If nobody reads stdout any more, the process ends silently, as by
+/// SIGPIPE; if it cannot be written for another reason, the process ends with a message.
 void put(const QString &text);
-/// Likewise, what is bytes and ends its lines itself.
+/// The same for bytes that end their lines themselves.
 void putBytes(const QByteArray &bytes);
 
 /// Writes the line "zctl: TEXT" to stderr, as `printable`.
 void complain(const QString &text);
 
-/// Has the process end, silently, when nobody reads stdout any more, though there is nothing to write to it.
+/// Ends the process silently when nobody reads stdout any more, even if there is nothing to write.
 void endWithReader();
 
-/// Has writes to what nobody reads fail: a host that goes away is no reason to end silently. To be called first.
+/// After this call a write to a closed pipe or socket fails, instead of ending the process: when a host goes away, that
+/// has to be reported. Call it first.
 void expectBrokenPipes();

@@ -14,9 +14,9 @@ Table endpointTable(const QJsonArray &endpoints);
 Table scheduleTable(const QJsonArray &entries);
 Table threadTable(const QJsonArray &threads);
 
-/// As a plugin has it, or an entry of the timetable.
+/// The colour for the state of a plugin, or of an entry of the timetable.
 Terminal::Colour colourOf(const QString &state);
-/// Of a plugin's file; empty if that is gone.
+/// The size of a plugin's file; empty if that is gone.
 QString sizeText(const QJsonObject &plugin);
-/// "sleeps", for the kernel's "S".
+/// The kernel's letter as a word: "sleeps" for "S".
 QString threadState(const QString &letter);

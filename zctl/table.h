@@ -13,7 +13,7 @@ int widthOf(const QString &text);
 /// `text`, or as much of it as takes no more than `columns`, with "…" at its end.
 QString cutTo(const QString &text, int columns);
 
-/// Rows for people. What is in them may come from anybody: it is written as `printable`.
+/// A table for people. Its texts may come from anybody, so they are written as `printable`.
 class Table
 {
 public:
@@ -40,8 +40,8 @@ public:
     void add(const QVector<Cell> &row);
 
     bool isEmpty() const { return m_rows.isEmpty(); }
-    /// The lines, beginning with the titles, if there are any. A column without a text in it is left out. What is wider
-    /// than the terminal is cut, and the last columns are left out where that does not help.
+    /// The lines, beginning with the titles, if there are any. A column without any text is left out. If a line is
+    /// wider than the terminal, it is cut; if that does not help, the last columns are left out.
     QStringList lines(const Terminal &terminal) const;
 
 private:

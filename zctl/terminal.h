@@ -3,7 +3,7 @@
 
 #include <QString>
 
-/// What is written to.
+/// The properties of the output.
 struct Terminal
 {
     bool isOne = false; ///< Else a file, or another program.
@@ -11,9 +11,9 @@ struct Terminal
     int rows = 24;
     bool hasColours = false;
 
-    /// Where stdout goes at the moment.
+    /// The properties of stdout at the moment.
     static Terminal ofOutput();
-    /// The same, for what is better broken into two lines than cut.
+    /// The same without a width, for lines that should be broken rather than cut.
     Terminal endless() const;
 
     enum Colour
@@ -24,6 +24,6 @@ struct Terminal
         Doubtful,
         Bad
     };
-    /// `text` in that colour, if there are any.
+    /// `text` in that colour, if the output has colours.
     QString paint(const QString &text, Colour colour) const;
 };

@@ -7,7 +7,7 @@
 #include <exception>
 #include <utility>
 
-/// Does `deed`, which may run others' code, and answers what it threw in words; null if it threw nothing.
+/// Runs `deed`, which may run others' code, and returns what it threw, in words; null if it threw nothing.
 template <class Deed>
 QString zCaught(Deed &&deed)
 {

@@ -14,7 +14,7 @@ QList<QByteArray> deepCopies(QList<QByteArray> texts)
 
 } // namespace
 
-// The target is looked for before this codec is entered anywhere, so that it never finds itself.
+// The target is looked for before this codec is registered, so that it never finds itself.
 ZCodecAlias::ZCodecAlias(const char *target, QByteArray name, QList<QByteArray> aliases)
     : ZCodecAlias(QTextCodec::codecForName(QByteArray(target)), std::move(name), std::move(aliases))
 {}

@@ -8,24 +8,24 @@
 #include <QTextCodec>
 
 /**
- * An existing text codec under further names.
+ * Gives an existing text codec further names.
  *
- * Ownership: made with `new`; from then on it is the registry of codecs that owns it, to the end of the application. A
- *            plugin may make one and leave memory, but not one of a class that it derives from this: whose code would
- *            leave with it, and the registry asks every codec for its names at each look-up.
- * Thread:    any; but made while no other thread looks for a codec, which could meet it half made.
- * Failure:   over an unknown codec, each conversion gives a null text.
+ * Ownership: make it with `new`; then Qt's registry of codecs owns it, to the end of the application. A plugin may make
+ *            one, and be unloaded. But it must not make one of a class that it derives from this: the registry asks
+ *            every codec for its names at each look-up, and the code of that class would be gone.
+ * Thread:    any; but make it while no other thread looks for a codec, which could find it half made.
+ * Failure:   if the codec is unknown, each conversion gives a null text.
  */
 class ZDEFAULT_EXPORT ZCodecAlias : public QTextCodec
 {
 public:
-    /// Enters the codec that is called `target` at this moment under `name` and `aliases` too.
+    /// Registers the codec that is called `target` at this moment under `name` and `aliases` as well.
     ZCodecAlias(const char *target, QByteArray name, QList<QByteArray> aliases);
     ~ZCodecAlias() override;
 
     QByteArray name() const override;
     QList<QByteArray> aliases() const override;
-    /// The target's; -1 if there is none.
+    /// The target's number; -1 if there is no target.
     int mibEnum() const override;
 
     QString convertToUnicode(const char *in, int length, QTextCodec::ConverterState *state) const override;

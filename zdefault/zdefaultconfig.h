@@ -6,13 +6,13 @@
 #include "zemitter.h"
 #include "zowned.h"
 
-/// "ZDefaultConfig*", registered as a metatype.
+/// Returns "ZDefaultConfig*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultConfigTypeName();
 
 /**
  * The application's configuration as it was given at construction; it never changes.
  *
- * Ownership: the emitter's, once announced.
+ * Ownership: the emitter owns it, once it is announced.
  * Thread:    any.
  * Failure:   none.
  */
@@ -29,14 +29,14 @@ public:
 
     QJsonObject toJson0() override;
 
-    /// Announces the configuration, each time anew. Answers its argument.
+    /// Announces the configuration, again at each call. Returns its argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
     const QJsonObject m_jsonObject;
 };
 
-/// Stands for a `ZConfig`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZConfig`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZConfigDelegate : public ZDelegate, public ZConfig
 {
 public:

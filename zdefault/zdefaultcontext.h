@@ -6,13 +6,13 @@
 #include "zemitter.h"
 #include "zowned.h"
 
-/// "ZDefaultContext*", registered as a metatype.
+/// Returns "ZDefaultContext*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultContextTypeName();
 
 /**
  * Values that belong to the running thread, one of each type. Contexts do not see each other's.
  *
- * Ownership: the emitter's, once announced. Values go with their thread, not with the context.
+ * Ownership: the emitter owns it, once it is announced. Values go with their thread, not with the context.
  * Thread:    any; each sees only its own values.
  * Failure:   false.
  */
@@ -31,14 +31,14 @@ public:
     bool load0(QVariant &value) override;
     bool save0(QVariant &value) override;
 
-    /// Announces the context, each time anew. Answers its argument.
+    /// Announces the context, again at each call. Returns its argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
     const quint64 m_id; // no other context ever has the same
 };
 
-/// Stands for a `ZContext`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZContext`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZContextDelegate : public ZDelegate, public ZContext
 {
 public:

@@ -12,19 +12,20 @@
 #include <QHash>
 #include <QMutex>
 
-/// "ZDefaultDbus*", registered as a metatype.
+/// Returns "ZDefaultDbus*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultDbusTypeName();
 
 /**
  * An in-process bus. An endpoint's address is the host, in lower case, and the path of its URL, both fully decoded;
  * nothing else of a URL takes part. A fragment makes a call quiet: it is not logged.
  *
- * Ownership: the emitter's, once announced. Subscribers are held weakly; one that has died is forgotten when it is met.
- *            Nobody meets one whose address is not used again, so those pile up until all are walked, by `findAll0` or
- *            by a call to all: where each session has an address of its own, do that now and then.
+ * Ownership: the emitter owns it, once it is announced. Subscribers are held weakly. The bus forgets a subscriber that
+ *            has been destroyed when its address is called. If the address is not used again, the entry stays until
+ *            `findAll0`, or a call to all, goes through all entries. So if each session has an address of its own, do
+ *            that now and then.
  * Thread:    any. A call to one endpoint runs unlocked. A call to all of them holds the lock: a subscriber that uses
- *            the bus from within one never returns. Lines of kind 4, of what is bound and forgotten, are written under
- *            the lock too: a logger that uses the bus for them never returns.
+ *            the bus from within one never returns. The lines of kind 4, about endpoints that are bound and forgotten,
+ *            are written under the lock too: a logger that uses the bus for them never returns.
  * Failure:   false, or an empty list.
  */
 class ZDEFAULT_EXPORT ZDefaultDbus : public QObject, public ZDbus, public ZOwned
@@ -44,9 +45,9 @@ public:
     QList<QUrl> findAll0(const QRegularExpression &re) override;
     bool invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
 
-    /// Logs through `logger` from now on; to be called while nobody else uses the bus. Answers its argument.
+    /// Logs through `logger` from now on. Call it while nobody else uses the bus. Returns its argument.
     ZLogger *getSetZLogger(ZLogger *logger = nullptr);
-    /// Announces the bus, each time anew. Answers its argument.
+    /// Announces the bus, again at each call. Returns its argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
@@ -63,7 +64,7 @@ private:
     ZNamedLogger m_log;
 };
 
-/// Stands for a `ZDbus`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZDbus`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZDbusDelegate : public ZDelegate, public ZDbus
 {
 public:

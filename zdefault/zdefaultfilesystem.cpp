@@ -14,7 +14,8 @@ namespace {
 QString existingFolder(const QString &folder)
 {
     const QDir dir(folder);
-    // A relative folder is made, and another of its name within it: both have always been there.
+    // If `folder` is relative, this makes that folder, and within it another one of the same path. Both have
+    // always been made.
     return dir.exists() || dir.mkpath(folder) ? folder : QDir::tempPath();
 }
 

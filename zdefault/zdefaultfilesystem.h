@@ -9,18 +9,18 @@
 
 #include <QString>
 
-/// "ZDefaultTempFile*", registered as a metatype.
+/// Returns "ZDefaultTempFile*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultTempFileTypeName();
 
 /**
- * Makes temporary files in the folder, and with the stem of a name, that the section "filesystem" gives.
+ * Makes temporary files. The section "filesystem" names their folder, and the beginning of their names.
  *
- * Applying a configuration clears the folder of all that an earlier run left there under the stem, and so also of
- * what another process has there at the moment.
+ * When a configuration is applied, all files of such names are removed from the folder, since an earlier run may have
+ * left them. That includes files that another process has there at the moment.
  *
- * Ownership: the emitter's, once announced.
+ * Ownership: the emitter owns it, once it is announced.
  * Thread:    any; but no configuration may be applied meanwhile.
- * Failure:   a folder that cannot be made gives way to the system's temporary folder.
+ * Failure:   if the folder cannot be made, the system's temporary folder is used instead.
  */
 class ZDEFAULT_EXPORT ZDefaultTempFile : public QObject, public ZTempFile, public ZOwned
 {
@@ -36,16 +36,16 @@ public:
 
     QSharedPointer<QTemporaryFile> newFile0() override;
 
-    /// Applies `config`, each time anew. Answers its argument.
+    /// Applies `config`, again at each call. Returns its argument.
     ZConfig *getSetZConfig(ZConfig *config = nullptr);
-    /// Announces the service, each time anew. Answers its argument.
+    /// Announces the service, again at each call. Returns its argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
     QString m_template; // null until configured
 };
 
-/// Stands for a `ZTempFile`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZTempFile`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZTempFileDelegate : public ZDelegate, public ZTempFile
 {
 public:

@@ -15,15 +15,15 @@
 
 #include <QThread>
 
-/// "ZDefaultScheduler*", registered as a metatype.
+/// Returns "ZDefaultScheduler*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultSchedulerTypeName();
 
 /**
- * Runs one activity: waits until it is due, runs it, and begins again, until either says stop.
+ * Runs one activity: waits until it is due, runs it, and begins again, until `wait()` or `run()` returns false.
  *
  * Ownership: shares the activity.
  * Thread:    its own.
- * Failure:   ends.
+ * Failure:   the thread ends.
  */
 class ZDEFAULT_EXPORT ZSchedulerThread : public QThread
 {
@@ -41,13 +41,13 @@ private:
 };
 
 /**
- * Runs activities on threads of the registry "Pool-ZSchedulerThread", and answers "/printd" and "/shutdown" at
- * "//ZScheduler" on the bus, if it was given the bus before the emitter.
+ * Runs activities on threads of the registry "Pool-ZSchedulerThread". If it was given the bus before the emitter, it
+ * answers "/printd" and "/shutdown" at "//ZScheduler" on the bus.
  *
- * Ownership: the emitter's, once announced, until it is shut down. The activities belong to their threads, which go on
- *            without it.
+ * Ownership: the emitter owns it, once it is announced, until it is shut down. The activities belong to their threads,
+ *            which go on without it.
  * Thread:    any.
- * Failure:   false. An activity for which the process has no descriptors left is refused too.
+ * Failure:   false. If the process has no descriptors left, an activity is refused too.
  */
 class ZDEFAULT_EXPORT ZDefaultScheduler : public QObject, public ZScheduler, public ZDbusSubscriber, public ZOwned
 {
@@ -66,19 +66,20 @@ public:
 
     bool schedule0(QSharedPointer<ZScheduledActivity> activity) override;
 
-    /// "/printd" describes the scheduler and its threads in `out`. "/shutdown" withdraws the scheduler from everyone
-    /// who holds it, and answers whether all activities ended within 100 milliseconds; it cancels none.
+    /// "/printd" describes the scheduler and its threads in `out`. "/shutdown" withdraws the scheduler from all who
+    /// hold it, and says whether all activities ended within 100 milliseconds; it cancels none.
     bool invoked(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
 
-    /// Keeps to the first configuration that comes; reads nothing from it.
+    /// Takes the first configuration that comes, and no other; reads nothing from it.
     ZConfig *getSetZConfig(ZConfig *config = nullptr);
-    /// Belongs to `logger`'s category "zscheduler" from now on. Answers its argument.
+    /// Logs to `logger`, under the category "zscheduler", from now on. Returns its argument.
     ZLogger *getSetZLogger(ZLogger *logger = nullptr);
-    /// Keeps to the first set that comes.
+    /// Takes the first set that comes, and no other.
     ZThreadPoolSet *getSetZPoolSet(ZThreadPoolSet *poolSet = nullptr);
-    /// Keeps to the first bus that comes.
+    /// Takes the first bus that comes, and no other.
     ZDbus *getSetZDbus(ZDbus *dbus = nullptr);
-    /// Keeps to the first emitter that comes, and announces the scheduler there, and on the bus. Answers its argument.
+    /// Takes the first emitter that comes, and no other, and announces the scheduler there, and on the bus. Returns its
+    /// argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
@@ -93,7 +94,7 @@ private:
     ZNamedLogger m_log;
 };
 
-/// Stands for a `ZScheduler`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZScheduler`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZSchedulerDelegate : public ZDelegate, public ZScheduler
 {
 public:

@@ -5,10 +5,11 @@ class QString;
 
 /// What is wrong with the shared library at `path`, in words; empty if nothing is.
 ///
-/// The dynamic linker trusts what it loads: a damaged table ends the process. So what it would follow is followed here
-/// first: segments, dynamic section, symbols, versions, relocations. Damage to code and data does not show.
+/// The dynamic linker trusts what it loads: a damaged table can crash the process. So everything that the linker would
+/// follow is checked here first: segments, dynamic section, symbols, versions, relocations. Damage to code and data is
+/// not found.
 ///
-/// The work is bounded by the size of the file: eight steps for each of its bytes, where a step is a look at one
-/// entry of a table, or at one byte of a name. Tables that lead to the same bytes more often than that are damaged; no
-/// linker makes them.
+/// The work is limited by the size of the file: eight steps for each of its bytes. A step is a look at one entry of a
+/// table, or at one byte of a name. Tables that lead to the same bytes more often than that count as damaged; no linker
+/// makes such tables.
 QString zElfDamage(const QString &path);

@@ -6,7 +6,7 @@
 
 #include <link.h>
 
-/// Some entries of the file, never more than it has.
+/// Some entries of the file; never more than the file has.
 template <class T>
 struct ZElfTable
 {
@@ -20,11 +20,11 @@ struct ZElfTable
 };
 
 /**
- * The content of a shared library's file, by offset, and by the address that it would have in memory. Whatever is asked
- * for, the answer lies within the file.
+ * The content of a shared library's file, by its offset, and by the address that it would have in memory. Every answer
+ * lies within the file, whatever is asked for.
  *
- * The tables of a file may lead to the same bytes again and again, so those who follow them pay for each step. When the
- * steps are used up no segment is found any more, which ends every check.
+ * The tables of a file may lead to the same bytes again and again, so each step of a check has to be paid for. When no
+ * steps are left, no segment is found any more, which ends every check.
  *
  * Ownership: keeps no copy of the content.
  * Thread:    the caller's.

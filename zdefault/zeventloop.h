@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is done by the event loop of a thread, and when.
+// Has the event loop of a thread do something.
 #pragma once
 
 #include <QtGlobal>
@@ -15,20 +15,22 @@ QT_END_NAMESPACE
 /// Whether `thread` is the application object's.
 bool zIsMain(const QThread *thread);
 
-/// Whether what is posted to objects of `thread` is delivered there, by its event loop or, at the latest, as it ends.
+/// Whether events that are posted to objects of `thread` are delivered there: by its event loop or, at the latest, when
+/// the thread ends.
 bool zHasEventLoop(QThread *thread);
 
-/// Has the event loop of `thread` do `deed`, which must not throw.
+/// Has the event loop of `thread` run `deed`, which must not throw.
 void zPost(QThread *thread, std::function<void()> deed);
 
-/// Does `deed` on `thread` once what the caller has just had posted there for deletion has been deleted, and what those
-/// deletions have posted in turn.
+/// Runs `deed` on `thread`, after the objects that were just posted there for deletion have been deleted, and the
+/// objects that those deletions have posted in turn.
 void zAfterDeletions(QThread *thread, std::function<void()> deed);
 
-/// Deletes what is posted for deletion on this thread, as its event loop would do now. Only for what the event loop has
-/// called: everybody else may have posted what they still use.
+/// Deletes the objects that are posted for deletion on this thread, as its event loop would do now. Call it only in
+/// what the event loop has called: other code may have posted objects that it still uses.
 void zDeletePosted();
 
-/// Lets go of `held`, which keeps `object` alive, on the thread in which `object` lives if that is another one with an
-/// event loop: a timer, or whatever else Qt ties to a thread, must end there. Else here, at once.
+/// Lets go of `held`, which keeps `object` alive. If `object` lives on another thread, and that has an event loop, this
+/// is done there, since a timer, or anything else that Qt ties to a thread, must end there. Else it is done here, at
+/// once.
 void zLetGoAtHome(QObject *object, std::shared_ptr<void> held);

@@ -8,12 +8,11 @@
 #include <sys/stat.h>
 
 /**
- * The copy of a file that somebody may still be writing.
+ * Copies a file that somebody may still be writing.
  *
- * It is made block by block, so the size does not matter, and is good only if the file is afterwards what it was
- * before.
+ * The copy is made block by block, so the size does not matter. It is good only if the file has not changed meanwhile.
  *
- * Ownership: its own descriptor of the file.
+ * Ownership: owns its descriptor of the file.
  * Thread:    one at a time.
  * Failure:   false, or a result that is not `Complete`, and errno.
  */
@@ -34,10 +33,11 @@ public:
     bool open();
     QString source() const { return m_source.fileName(); }
     qint64 size() const { return m_before.st_size; }
-    /// Whether the file is what it was when it was opened, under the name that it had, and nobody has it open for
-    /// writing. A file system that cannot tell who writes, and a file of another user, count as if nobody did.
+    /// Whether the file has not changed since it was opened, still has its name, and nobody has it open for writing.
+    /// For a file of another user, and on a file system that cannot tell who writes, it is assumed that nobody does.
     bool isSettled() const;
-    /// Writes content and permissions to `copy`, which is open, and to its disk. Gives up soon when `isStopped` is set.
+    /// Writes content and permissions to `copy`, which is open, and flushes them to the disk. Gives up soon when
+    /// `isStopped` is set.
     Result writeTo(QFile &copy, const std::atomic_bool &isStopped);
 
 private:

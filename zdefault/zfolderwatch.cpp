@@ -41,7 +41,7 @@ void ZFolderWatch::look()
     if (!m_seen)
         return;
     const bool isSame = before && before->device == m_seen->device && before->inode == m_seen->inode;
-    // The watch of a folder that was removed is gone, though the next one may well have got its inode.
+    // When a folder is removed, its watch is gone, too, even if the next folder has got the same inode.
     const bool isLost = m_isWatched && !m_watcher.directories().contains(m_folder);
     if (!isSame || isLost)
         takeWatch();

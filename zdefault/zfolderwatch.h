@@ -9,10 +9,11 @@
 #include <optional>
 
 /**
- * Tells of changes in a folder, which may be removed and made anew, moved away and back, or mounted over: whatever has
- * its name is watched. Where the system has no watch to spare, the folder is looked at every two seconds.
+ * Reports changes in a folder. The folder may be removed and made again, moved away and back, or mounted over: the
+ * folder that has the name at the moment is watched. If the system has no watch left, the folder is looked at every two
+ * seconds.
  *
- * Ownership: its watch and its timer.
+ * Ownership: owns its watch and its timer.
  * Thread:    its own, which needs an event loop.
  * Failure:   `unwatched`, once for each folder that has had the name.
  */
@@ -23,7 +24,7 @@ class ZFolderWatch : public QObject
 public:
     ZFolderWatch();
 
-    /// To be called once. The path is absolute.
+    /// Call it once. The path is absolute.
     void watch(const QString &folder);
 
 Q_SIGNALS:

@@ -18,8 +18,8 @@ struct Holding
     QSharedPointer<ZObject> root;
 };
 
-/// The deleter of what `shared()` gives. A plain pointer, since Qt calls a copy of the deleter, and destroys the
-/// deleter itself only afterwards.
+/// The deleter of the pointers that `shared()` returns. It has a plain pointer: Qt calls a copy of the deleter, and
+/// destroys the deleter itself only afterwards.
 struct LetGoAtHome
 {
     Holding *holding;
@@ -27,7 +27,7 @@ struct LetGoAtHome
     void operator()(QObject *root) const { zLetGoAtHome(root, std::shared_ptr<Holding>(holding)); }
 };
 
-/// Guards every root's library and share: another set may load the same file while the plugin runs.
+/// Guards the library and the share of every root: another set may load the same file while the plugin runs.
 QBasicMutex libraryMutex;
 
 } // namespace

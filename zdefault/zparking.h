@@ -6,15 +6,15 @@
 #include <QSharedPointer>
 
 /**
- * Where components that were exchanged wait for the end of what exchanged them. While one of these is in scope, what
- * its thread parks stays alive; the last that goes out of scope lets all of it go.
+ * Delays the end of components that are exchanged. As long as a `ZParking` is in scope, the components that its thread
+ * parks stay alive; the outermost one lets all of them go when it goes out of scope.
  *
- * A component may wait, as it dies, for a job or a thread of its own, which may want a lock that the exchange holds.
- * And it may be the very one that is at work further up on the stack. So each lock under which others' code runs has
- * one that outlives it.
+ * The destructor of a component may wait for a job or a thread of its own, and that may want a lock which the exchange
+ * holds. Also, the component may be the one that is working further up on the stack. So each lock under which others'
+ * code runs has a `ZParking` that outlives it.
  *
  * Ownership: shares what is parked.
- * Thread:    each has its own.
+ * Thread:    each thread has its own.
  * Failure:   none.
  */
 class ZParking
@@ -23,9 +23,9 @@ public:
     ZParking();
     ~ZParking();
 
-    /// Whether this thread is in a scope: then it must not have anything die that is none of what it does.
+    /// Whether this thread is in such a scope: then it must not destroy anything that has nothing to do with its work.
     static bool isOpen();
-    /// Keeps `reference` until the last scope of this thread ends. There must be one.
+    /// Keeps `reference` until the outermost scope of this thread ends. There must be one.
     static void park(const QSharedPointer<ZReference> &reference);
 
 private:

@@ -5,5 +5,6 @@
 
 class QJsonObject;
 
-/// Why a plugin with this metadata was built for other interfaces than these; empty if it was not, or does not say.
+/// A message if a plugin with this metadata was built for another version of the interfaces; empty if it was built for
+/// this one, or does not say.
 QString zInterfaceMismatch(const QJsonObject &metaData);

@@ -38,7 +38,8 @@ bool ZDailySchedule::wait()
     const ZDailyWindow window = ZDailyWindow::at(now, m_from, m_to, m_period);
     if (window.isOpen)
         return sleep(m_period);
-    // Asked again after each sleep: it may end early, and the clock may be set meanwhile, even by months.
+    // The time that is left is computed after each sleep: a sleep may end early, and the clock may be set meanwhile,
+    // even by months.
     for (qint64 left = now.msecsTo(window.start); left >= 1;
          left = QDateTime::currentDateTime().msecsTo(window.start)) {
         if (!sleep(static_cast<int>(qMin<qint64>(left, INT_MAX))))

@@ -12,8 +12,8 @@
 
 namespace {
 
-/// What Qt 5.15 has at the beginning of a function object for a slot, and where its own class for single shots has one.
-/// Both are private, and have been as they are for as long as there is that version.
+/// The beginning of Qt 5.15's function object for a slot, and its place in Qt's own class for single shots. Both are
+/// private to Qt; they are the same in all releases of that version.
 struct Slot
 {
     int count;

@@ -3,7 +3,7 @@
 
 #include <QString>
 
-/// Deletes what `QTimer::singleShot()` has made on this thread for code in the file at `path`, which is about to go: Qt
-/// keeps the function that was to be called until its time has come, though the receiver has gone, and destroys it
-/// then.
+/// Deletes the timers that `QTimer::singleShot()` has made on this thread for code in the file at `path`, which is
+/// about to be unloaded. Qt would keep the function until its time has come, even if the receiver is gone, and destroy
+/// it then.
 void zForgetTimers(const QString &path);

@@ -4,8 +4,8 @@
 #include <QByteArray>
 #include <QString>
 
-/// A copy that shares nothing with `text`, which may be constant data of a plugin: what is kept beyond a call must
-/// not point there once the plugin is unloaded.
+/// A copy that shares nothing with `text`. A text may be constant data of a plugin, so what is kept beyond a call has
+/// to be copied: the data is gone when the plugin is unloaded.
 inline QString zDeepCopy(const QString &text) { return QString(text.constData(), text.size()); }
 inline QByteArray zDeepCopy(const QByteArray &text) { return QByteArray(text.constData(), text.size()); }
 

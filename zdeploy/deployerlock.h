@@ -3,16 +3,16 @@
 
 #include <folderlock.h>
 
-/// Keeps a hot-deploy folder, and the one to which plugins are moved from there, to one deployer. Waits for another
-/// one, but not for ever: anybody who may read the folder may lock it.
+/// Locks a hot-deploy folder, and the folder to which plugins are moved from there, for one deployer. Waits for another
+/// deployer, but not for ever: anybody who may read the folder may lock it.
 class DeployerLock
 {
 public:
     explicit DeployerLock(const QString &hotDeploy);
 
-    /// Why this deployer has not got it, such as who has; null if it has.
+    /// Why this deployer has not got the lock, such as which process has it; null if it has.
     QString error() const;
-    /// Writes what has changed in the hot-deploy folder to the disk.
+    /// Flushes the changes in the hot-deploy folder to the disk.
     void sync() { m_lock.sync(); }
 
 private:

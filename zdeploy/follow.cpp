@@ -45,7 +45,7 @@ struct Look
     bool isMissing(const QString &file) const { return host.files && !host.files->contains(file); }
 };
 
-/// What has become of the file; nothing where that is not settled yet.
+/// The result for the file; nothing if that is not settled yet.
 std::optional<Follow::Result> end(const QString &file, const Look &look)
 {
     if (!look.version)
@@ -64,7 +64,7 @@ std::optional<Follow::Result> end(const QString &file, const Look &look)
     return Follow::Result{true, QStringLiteral("%1 is loaded, and good").arg(file)};
 }
 
-/// A probation is over, and the file is not good.
+/// The result if a probation is over, and the file is not good.
 Follow::Result notGood(const QString &file)
 {
     return {false,

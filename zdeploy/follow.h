@@ -3,7 +3,7 @@
 
 #include <QString>
 
-/// Follows what becomes of a file that was dropped.
+/// Waits for what becomes of a file that was dropped.
 struct Follow
 {
     QString hotDeploy;
@@ -17,7 +17,7 @@ struct Follow
         QString text;
     };
 
-    /// Waits until that is so, or cannot be any more. A host that ends may be started again meanwhile, and take the
-    /// file back.
+    /// Waits until the file is loaded and good, or cannot be any more. A host that ends may be started again meanwhile,
+    /// and take the file back.
     Result run() const;
 };

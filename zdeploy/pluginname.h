@@ -4,7 +4,7 @@
 #include <QString>
 #include <QStringList>
 
-/// What the name of a plugin's file says: "libfoo.1.2.so" is the plugin "foo" in its version "1.2".
+/// The parts of the name of a plugin's file: "libfoo.1.2.so" is the plugin "foo" in its version "1.2".
 struct PluginName
 {
     QString plugin;
@@ -16,15 +16,14 @@ struct PluginName
 
     QString file() const;
 
-    /// Whether a loader takes both for one plugin: it looks for versions without regard to case, but not for plain
-    /// files.
+    /// Whether a loader takes both for one plugin. It ignores case for versions, but not for plain files.
     bool isSamePlugin(const PluginName &other) const;
     /// The newest of `files` that are of this plugin; null plugin if there is none.
     PluginName newest(const QStringList &files) const;
     /// Whether this one is newer than all of `files`: their plain file is the oldest, and versions are compared as
     /// texts, which is how the loader sorts them.
     bool isNewest(const QStringList &files) const;
-    /// The next name that is newer than all of `files`: without a version if there are none of this plugin. It stays
-    /// short, however many there are.
+    /// The next name that is newer than all of `files`; without a version if there are none of this plugin. It stays
+    /// short, even if there are many.
     PluginName next(const QStringList &files) const;
 };

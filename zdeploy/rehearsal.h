@@ -4,8 +4,7 @@
 #include <QString>
 
 /// Runs copies of all plugins of a configuration for a while, with its timetable, in a host that has folders of its
-/// own, as plugins are tried out: by a process with the rights of the deployed folder's owner, which leaves nothing
-/// behind.
+/// own. As in a try-out, a process with the rights of the deployed folder's owner does so, and leaves nothing behind.
 struct Rehearsal
 {
     QString configuration; ///< The file.
@@ -21,6 +20,6 @@ struct Rehearsal
 
     /// Whether the command line is one with which `run` starts this program once more.
     static bool isOne(int argc, char *argv[]);
-    /// Does then what has to be done; before the application object is made.
+    /// The program for such a command line. Call it before the application object is made.
     static int watch(char *argv[]);
 };

@@ -3,8 +3,8 @@
 
 #include <QString>
 
-/// Makes this process, if it is root's, one of the user who owns `folder`, with that user's groups; for good, and
-/// whoever it is, it gets no further rights. Answers what went wrong, or an empty text.
+/// If this process is root's, gives it the rights of the user who owns `folder`, with that user's groups, for good. In
+/// any case the process can get no further rights afterwards. Returns what went wrong, or an empty text.
 QString giveUpRights(const QString &folder);
 
 /// Limits what this process may use: memory beyond what it has, seconds on the processors, open files, core files.

@@ -12,7 +12,7 @@
 struct RunningHost
 {
     FolderHolder holder;
-    /// The names of the files in its memory; nothing where they cannot be read: who asks needs the same user, or root.
+    /// The names of the files in its memory; nothing if they cannot be read, which needs the same user, or root.
     std::optional<QStringList> files;
 
     bool isThere() const { return !holder.name.isNull(); }

@@ -18,7 +18,7 @@ struct Tidying
         QString error;       ///< Why that is not all; empty if it is.
     };
 
-    /// What is loaded stays as well, and so does the newest good version of each plugin. What is in quarantine is not
-    /// looked at. Nothing is removed where it cannot be told what is loaded.
+    /// Also keeps what is loaded, and the newest good version of each plugin. Ignores files in quarantine. If it cannot
+    /// be found out what is loaded, nothing is removed.
     Result run() const;
 };

@@ -3,8 +3,8 @@
 
 #include <QString>
 
-/// A plugin's file on trial. Each trial takes a process of its own: what a plugin registers, and what points into its
-/// code when that has gone, would be in the way of the next. It answers what is wrong; empty if nothing is.
+/// Tries a plugin's file out. Each trial needs a process of its own, since types that a plugin registers, and pointers
+/// into its code after that is gone, would disturb the next one. It returns what is wrong; empty if nothing is.
 struct Trial
 {
     QString file;
@@ -14,6 +14,6 @@ struct Trial
 
     /// Makes the root object, and deletes it.
     QString loadAlone() const;
-    /// Has a host load it, with all services, and stops that when what the plugin has posted meanwhile is done.
+    /// Has a host with all services load the file, and stops the host after the events that the plugin has posted.
     QString loadInHost() const;
 };

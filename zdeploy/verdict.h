@@ -3,7 +3,7 @@
 
 #include <QString>
 
-/// What is wrong with a plugin, or keeps it from being tried out and dropped.
+/// What is wrong with a plugin, or what prevents that it is tried out and dropped.
 struct Verdict
 {
     QString text;           ///< Empty if nothing is.
@@ -11,6 +11,6 @@ struct Verdict
     bool isHang = false;    ///< Whether that is that its process has not ended.
 
     bool isGood() const { return text.isEmpty(); }
-    /// What is no fault of the plugin.
+    /// A verdict for a reason that is no fault of the plugin.
     static Verdict hindrance(const QString &text) { return {text, false, false}; }
 };

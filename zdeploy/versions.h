@@ -30,10 +30,10 @@ struct Version
 /// after others of their name.
 QVector<Version> versionsIn(const QString &hotDeploy, const QString &deployed);
 
-/// The last of `versions` of this plugin that no host has come for; null plugin if there is none.
+/// The last of `versions` of this plugin that still waits for a host; null plugin if there is none.
 PluginName lastWaiting(const QString &plugin, const QVector<Version> &versions);
 
 /// The last good one of `versions` of this plugin before the newest in the folder `deployed`; null plugin if there is
-/// none. The newest may be one that has come again: then it is the last before that came first, so that who goes back
-/// twice gets two versions back.
+/// none. If the newest is itself an older version that was dropped again, this is the last good one before its first
+/// drop: so going back twice goes back two versions.
 PluginName goodBeforeNewest(const QString &plugin, const QVector<Version> &versions, const QString &deployed);

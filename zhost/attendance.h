@@ -15,8 +15,8 @@ struct Known;
 class Host;
 class StopSignals;
 
-/// All that attends to a host which serves until it is told to stop, and that one which makes a single call can do
-/// without.
+/// Everything that a host needs beside its services if it runs until it is told to stop. A host that makes a single
+/// call does without it.
 class Attendance
 {
 public:
@@ -26,16 +26,16 @@ public:
 
     /// Why the host must not start; null if it may.
     QString refusal() const { return m_refusal; }
-    /// Before the plugins are loaded. False where no start is worth while: see `Probation::begin`.
+    /// Call it before the plugins are loaded. False if the host should not start: see `Probation::begin`.
     bool begin();
-    /// When they have been loaded.
+    /// Call it when the plugins have been loaded.
     void attend(Host *host);
-    /// When the application has quit, before the host stops.
+    /// Call it when the application has quit, before the host stops.
     void end();
 
-    /// The names of what hangs: while it does, the host must not be destroyed.
+    /// The names of calls that hang: while there are any, the host must not be destroyed.
     QStringList hanging();
-    /// When the host is gone. False if somebody is still being answered, who uses this object on.
+    /// Call it when the host is gone. False if a request is still being answered, and so still uses this object.
     bool close() { return !m_door || m_door->close(); }
 
 private:

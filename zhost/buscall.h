@@ -7,6 +7,5 @@ class QJsonObject;
 class QUrl;
 class ZDbus;
 
-/// Calls the bus; answers in words why the call was not handled, null if it was. What the one that is called throws
-/// ends here.
+/// Calls the bus. Returns in words why the call was not handled; null if it was. Exceptions of the endpoint end here.
 QString callBus(ZDbus &dbus, const QUrl &url, QJsonObject *in, QJsonObject *out);

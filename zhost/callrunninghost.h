@@ -5,6 +5,6 @@
 
 struct CommandLine;
 
-/// Makes the call of `--call` on the bus of a host that runs by the same configuration, and prints what it answers.
-/// Answers how the program ends; nothing if no such host can be asked.
+/// Makes the call of `--call` on the bus of a host that runs by the same configuration, and prints the answer. Returns
+/// the exit status of the program; nothing if there is no such host.
 std::optional<int> callRunningHost(const CommandLine &commandLine);

@@ -56,7 +56,7 @@ struct Parser : QCommandLineParser
                                 QStringLiteral("JSON")};
 };
 
-/// Reads the call and its request; answers why they cannot be used, null if they can.
+/// Reads the call and its request. Returns why they cannot be used; null if they can.
 QString readCall(const Parser &parser, CommandLine *result)
 {
     if (!parser.isSet(parser.call))

@@ -18,16 +18,16 @@ struct Configuration
     /// Reads the file; fills either `object` or `error`.
     static Configuration read(const QString &file);
 
-    /// The folder that the section "loader" has under `key`, or by default, as the loader finds it; empty if there is
-    /// none.
+    /// The folder that the section "loader" names under `key`, or the default one, as the loader finds it; empty if it
+    /// does not exist.
     QString folder(const QString &key) const;
 
-    /// The folder that the section "loader" has under "inbox", be it there or not; empty if none is named.
+    /// The folder that the section "loader" names under "inbox", even if it does not exist; empty if none is named.
     QString inbox() const;
 
-    /// The names of plugins that the section "loader" of a configuration has under "load-list".
+    /// The names of plugins under "load-list" in the section "loader" of a configuration.
     static QStringList loadListOf(const QJsonObject &configuration);
 
-    /// What is wrong with it, or may be. The services pass over all of it silently.
+    /// What is wrong with the configuration, or may be. The services ignore all of this silently.
     QVector<Finding> findings() const;
 };

@@ -4,6 +4,6 @@
 #include <QByteArray>
 #include <QStringList>
 
-/// The paths of the keys that an object in `json` has more than once, but for comments. The text is well-formed: a
-/// parser has read it, and kept one value of each.
+/// The paths of the keys that an object in `json` has more than once, without comments. The text must be well-formed:
+/// the parser accepts it, and keeps only one value of each key.
 QStringList doubledKeys(const QByteArray &json);

@@ -142,8 +142,8 @@ void Drops::tell(const QString &file)
                             .arg(file, name));
 }
 
-/// The loader goes by names: it takes a file for the one of its name that is in memory, though that has been renamed or
-/// removed.
+/// Whether the loader takes `file` for another one. It compares names: if a file of this name is in memory, it takes
+/// the new file for that, even if the old one has been renamed or removed.
 bool Drops::isTakenForAnother(const QString &file) const
 {
     const QStringList inMemory = mappedFiles();

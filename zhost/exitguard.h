@@ -3,9 +3,9 @@
 
 #include "say.h"
 
-/// While it lives nobody but a plugin has a reason to call `exit()`: this is said, with the plugin's file where the
-/// stack tells, and noted as a crash is; the exit status is `EndedByPlugin`, whatever the plugin had in mind. One
-/// object in a process.
+/// Reports a call of `exit()`: as long as this object lives, only a plugin can have made it. The line names the
+/// plugin's file if the stack shows it, and the end is noted as a crash is. The exit status is `EndedByPlugin`,
+/// whatever the plugin has passed. One object in a process.
 class ExitGuard
 {
 public:

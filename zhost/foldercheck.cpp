@@ -32,7 +32,7 @@ bool isAllowed(const QString &folder, int mode)
     return faccessat(AT_FDCWD, QFile::encodeName(folder).constData(), mode, AT_EACCESS) == 0;
 }
 
-/// Whether only the owner of `folder` may take away what others put into it, and that is neither us nor root.
+/// Whether another user owns `folder`, and only the owner may remove what others put there. Never if we are root.
 bool isKeptByAnother(const QString &folder)
 {
     struct stat status;
@@ -88,7 +88,7 @@ private:
         findings.append({QStringLiteral("loader.%1").arg(key), what, weight});
     }
 
-    /// Of a folder.
+    /// Reports a folder.
     void distrusted(const QString &key, const QString &what)
     {
         problem(key, what, m_isStrict ? Finding::Unusable : Finding::Wrong);
@@ -102,7 +102,7 @@ private:
             deed(QStringLiteral("%1[%2]").arg(key, QString::number(i)), values.at(i).toString());
     }
 
-    /// One of the two folders that the loader works with.
+    /// Checks one of the two folders of the loader.
     void own(const QString &key, const QString &folder)
     {
         if (folder.isEmpty()) {
@@ -126,7 +126,7 @@ private:
             distrusted(key, QStringLiteral("%1, and so have this program run anything").arg(reason));
     }
 
-    /// The plugins in `folder`, unless that has been found to be open itself.
+    /// Checks the plugins in `folder`, unless the folder itself was reported.
     void files(const QString &key, const QString &folder)
     {
         if (!distrust(folder).isNull())
@@ -159,7 +159,7 @@ private:
             distrusted(InboxFolder, QStringLiteral("%1, and so take away what others put there").arg(reason));
     }
 
-    /// Where plugins are looked for, and what is loaded from there soon.
+    /// The folders in which plugins are looked for, and the hot-deploy folder, from which they come.
     QStringList searched()
     {
         QStringList result{m_deployed, m_hotDeploy};

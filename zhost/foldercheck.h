@@ -7,6 +7,6 @@
 
 struct Configuration;
 
-/// What keeps plugins from being dropped and loaded, though the section "loader" reads well: its folders, and the names
-/// of plugins that are not there.
+/// What keeps plugins from being dropped and loaded, even if the section "loader" is well-formed: mistakes about its
+/// folders, and names of plugins that are not there.
 QVector<Finding> checkFolders(const Configuration &configuration);

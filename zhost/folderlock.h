@@ -3,30 +3,30 @@
 
 #include <QString>
 
-/// Who has locked a folder, as another process sees it.
+/// Which process has locked a folder, as another process sees it.
 struct FolderHolder
 {
     QString name;    ///< Such as "process 1234 (zhost)"; null if nobody has.
     QString process; ///< Its number; empty where that cannot be told, such as of another container.
 
-    /// Keeps nobody from locking the folder, but for a moment.
+    /// Looks at the folder; for that moment nobody else can lock it.
     static FolderHolder of(const QString &folder);
 };
 
-/// Keeps a folder to one process, as long as it lives.
+/// Locks a folder for this process, as long as the object lives.
 class FolderLock
 {
 public:
-    /// Waits a while for another process to end. Locks nothing if `folder` is empty.
+    /// Waits so long for another process to release the lock. Locks nothing if `folder` is empty.
     explicit FolderLock(const QString &folder, int patienceMs = 0);
     ~FolderLock();
 
-    /// Who has it instead, such as "process 1234 (zhost)"; null if nobody.
+    /// The process that has the lock instead, such as "process 1234 (zhost)"; null if there is none.
     QString holder() const { return m_holder; }
-    /// Why it cannot be locked at all; null if it can.
+    /// Why the folder cannot be locked at all; null if it can.
     QString error() const { return m_error; }
 
-    /// Writes what has changed in the folder to the disk.
+    /// Flushes the changes in the folder to the disk.
     void sync();
 
 private:

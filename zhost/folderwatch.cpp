@@ -16,7 +16,7 @@ namespace {
 constexpr int LookMs = 1000;
 constexpr int BufferSize = 64 << 10;
 
-/// Its descriptor, or the error, negative.
+/// Opens inotify: its descriptor, or the error, negative.
 int openEvents()
 {
     const int descriptor = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
@@ -69,7 +69,7 @@ void FolderWatch::look()
     Q_EMIT unseen();
 }
 
-/// The error; 0 if there is none.
+/// Watches the folder. Returns the error; 0 if there is none.
 int FolderWatch::watch()
 {
     if (m_descriptor < 0)

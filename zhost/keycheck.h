@@ -8,8 +8,8 @@
 
 class QJsonObject;
 
-/// What no service would understand, and would pass over in silence: unknown keys, values of a wrong type, folders that
-/// are missing. And what is understood, but does harm.
+/// What the services would ignore silently: unknown keys, values of a wrong type, missing folders. And values that they
+/// would use, but that do harm.
 QVector<Finding> checkKeys(const QJsonObject &configuration);
 
 /// The keys that are known, by their paths: "loader", "loader.deployed", "schedule[].url".

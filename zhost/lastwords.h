@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What can be said, and written down, by a process that is about to end: a signal's handler may use all but what takes
-// a `QString`.
+// For a process that is about to end: writes lines and notes. A signal handler may use all functions but those that
+// take a `QString`.
 #pragma once
 
 #include <QString>
@@ -23,24 +23,24 @@ private:
     size_t m_size = 0;
 };
 
-/// Copies a path to where a signal's handler finds it; one that is too long leaves it empty.
+/// Copies a path to a place that a signal handler can read. If the path is too long, the copy is empty.
 void copyPath(char (&to)[PATH_MAX], const QString &path);
 
-/// Adds ", while loading svc.2" where the calling thread loads a plugin.
+/// Adds ", while loading svc.2" if the calling thread loads a plugin.
 void addLoading(FixedText *line);
 
-/// Keeps two descriptors back, for a process that has used up all others: one to find out where it is, and one for
-/// `noteEnd`.
+/// Reserves two descriptors, for the case that the process has used up all others: one to find out where the process
+/// is, and one for `noteEnd`.
 void keepDescriptors();
 /// Gives the first of them back.
 void freeDescriptor();
 
-/// Opens a note for writing, which is empty then. Follows no link, and waits for nobody. Negative where it fails.
+/// Opens a note for writing, and empties it. Follows no link, and never waits. Negative if it fails.
 int openNote(const char *path);
 
-/// Where `noteEnd` writes; nowhere if that is empty.
+/// Sets the path of the note that `noteEnd` writes; none if that is empty.
 void noteEndsAt(const QString &path);
 
-/// Writes down what ends the process, for the next start: the path of the guilty file, which may be empty, the name of
-/// what this thread is loading, and `text`, which ends its line. To be called once.
+/// Notes for the next start what ends the process: the path of the guilty file, which may be empty, the name of what
+/// this thread is loading, and `text`, which ends its line. Call it once.
 void noteEnd(const char *file, const char *text);

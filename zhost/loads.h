@@ -6,32 +6,31 @@
 #include <QStringList>
 
 /**
- * What the process loads, and has loaded. While a file is being loaded a note has its name: who is killed meanwhile
- * leaves it behind.
+ * What the process loads, and has loaded. While a file is being loaded, its name is in a note: a process that is killed
+ * meanwhile leaves the note behind.
  *
  * Thread:  any.
- * Failure: none is told; a note that cannot be written is not there.
+ * Failure: not reported; if a note cannot be written, there is none.
  */
 class Loads
 {
 public:
-    /// To be called before the first load, with the folder of the plugins, and the path of the note, which is removed.
+    /// Call it before the first load, with the folder of the plugins, and the path of the note. An old note is removed.
     static void listen(const QString &folder, const QString &note);
-    /// There is no note any more.
+    /// Ends the note: none is written any more.
     static void endNote();
 
-    /// Whether `file` is the last of its plugin that has been loaded, has not failed since, and is still what it was
-    /// then. It may have left memory.
+    /// Whether `file` is the version of its plugin that was loaded last, and has not failed or changed since. It may
+    /// have been unloaded.
     static bool contain(const QString &file);
-    /// It has failed.
+    /// Notes that `file` has failed.
     static void forget(const QString &file);
-    /// Whether anything is being loaded, be it further up on the stack of who asks.
+    /// Whether anything is being loaded, even further up on the caller's own stack.
     static bool areUnderWay();
 
-    /// What has become of the files that were loaded since this was asked last: why each has failed; null where it has
-    /// not.
+    /// The results of all loads since the last call: for each file why it has failed; null if it has not.
     static QHash<QString, QString> takeResults();
 
-    /// The files that a note has, the innermost first: one may be loaded within another.
+    /// The files in a note, the innermost first, since one may be loaded within another.
     static QStringList notedIn(const QString &note);
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/// Has Qt's messages written to stderr by `writeLine`, each with its severity.
+/// Makes `writeLine` write Qt's messages to stderr, each with its severity.
 void installLogFormat();

@@ -3,5 +3,5 @@
 
 #include <QStringList>
 
-/// The files that `process` has in memory, by their paths, sorted; none where that cannot be read.
+/// The paths of the files that `process` has in memory, sorted; none if that cannot be read.
 QStringList mappedFiles(const QString &process = QStringLiteral("self"));

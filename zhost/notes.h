@@ -8,9 +8,10 @@
 #include <QStringList>
 
 /**
- * What a host writes down for its next start, beside the plugins.
+ * The notes that a host writes for its next start, beside the plugins.
  *
- * Each note is there as it was before or as it is now, whenever the process is killed or the machine loses its power.
+ * Each note changes in one step: if the process is killed, or the machine loses its power, either the old note or the
+ * new one is there.
  *
  * Failure: false, and one line on stderr for the first note that cannot be written.
  */
@@ -19,21 +20,21 @@ class Notes
 public:
     explicit Notes(const QString &folder);
 
-    /// Files that have run well: "good.json".
+    /// Notes files that have run well, in "good.json".
     bool noteGood(const QStringList &files);
-    /// Whether `file` is one of them, and still what it was.
+    /// Whether `file` is one of them, and has not changed since.
     bool isGood(const QString &file) const;
-    /// Since when it is, as a text; empty if it is none.
+    /// Since when `file` is good, as a text; empty if it is not.
     QString goodSince(const QString &file) const;
-    /// When that was written last.
+    /// When "good.json" was written last.
     QDateTime noted() const;
 
-    /// Why files could not be loaded, or null where one has been: ".zhost-unloaded.json".
+    /// Notes for each file why it could not be loaded, or null if it was, in ".zhost-unloaded.json".
     bool noteLoads(const QHash<QString, QString> &failures);
-    /// Why `file`, as it is now, could not be loaded; empty if that is not so.
+    /// Why `file`, as it is now, could not be loaded; empty if there is no such note.
     QString whyUnloaded(const QString &file) const;
 
-    /// Of starts that did not come as far as running well.
+    /// The note of starts that did not come as far as running well.
     struct Start
     {
         int count = 0;      ///< in a row
@@ -44,7 +45,7 @@ public:
     bool noteStart(const Start &start);
     bool forgetStart();
 
-    /// What `noteEnd()` has noted.
+    /// The note of `noteEnd()`.
     struct Crash
     {
         QString file;    ///< in which it came; empty if that is not one of the folder
@@ -55,18 +56,18 @@ public:
     Crash crash() const;
     bool forgetCrash();
 
-    /// What the process is loading: the note of `Loads`.
+    /// The path of the note of `Loads`: what the process is loading.
     QString loadingPath() const;
 
-    /// Renames a plugin to "FILE.quarantined", so that it is not loaded again; where that name is taken, to
-    /// "FILE.quarantined.1", and so on. Why, is in "quarantined.json" before that is done. Answers the new name; null,
-    /// and errno, where that fails.
+    /// Renames a plugin to "FILE.quarantined", so that it is not loaded again; if that name is taken, to
+    /// "FILE.quarantined.1", and so on. Before that, the reason is written into "quarantined.json". Returns the new
+    /// name; null, with errno, if it fails.
     QString quarantine(const QString &file, const QString &why);
-    /// Why the plugin that has this name now was renamed; empty if that is not known.
+    /// Why the plugin that now has this name was renamed; empty if that is not known.
     QString whyQuarantined(const QString &name) const;
-    /// The name that a file in quarantine had; null if `name` is not that of one.
+    /// The former name of a file in quarantine; null if `name` is not the name of such a file.
     static QString nameBeforeQuarantine(const QString &name);
-    /// What such a name is like, for a folder's list.
+    /// The wildcard pattern of such names.
     static const QString QuarantinePattern;
 
 private:

@@ -11,7 +11,7 @@ namespace {
 
 QString nameOr(const QString &name, uint id) { return name.isEmpty() ? QString::number(id) : name; }
 
-/// Null if there is nobody.
+/// Who else may write to `path`; null if there is nobody.
 QString otherWriter(const QString &path, const struct stat &status)
 {
     const QFileInfo info(path);
@@ -29,7 +29,7 @@ QString otherWriter(const QString &path, const struct stat &status)
 QString distrust(const QString &path, Use use)
 {
     QString at = QFileInfo(path).canonicalFilePath();
-    // Above it a sticky bit is enough, as that of /tmp: nobody can put another folder in the place of the next one.
+    // In the folders above, a sticky bit such as that of /tmp is enough: then nobody can replace the next folder.
     for (bool isShared = use == Use::Shared; !at.isEmpty(); isShared = true) {
         struct stat status;
         if (lstat(QFile::encodeName(at).constData(), &status) != 0)

@@ -3,7 +3,7 @@
 
 #include <QString>
 
-/// How a folder is meant to be used.
+/// Who is meant to write to a folder.
 enum class Use
 {
     Private, ///< Only root and the user who runs this change what is in it, or the file itself.
@@ -11,5 +11,5 @@ enum class Use
 };
 
 /// Who else may change the file or folder `path`, or put another one in its place: "everybody may write to /srv". Null
-/// if nobody but root and the user who runs this may. It is what a link points to that counts.
+/// if only root and the user who runs this may. For a link, its target counts.
 QString distrust(const QString &path, Use use = Use::Private);

@@ -3,7 +3,7 @@
 
 #include <QString>
 
-/// Drops the content of a deployed plugin once more, under the name of a newer version than any that was there.
+/// Drops the content of a deployed plugin once more, under a name that is newer than all versions that were there.
 struct Redeployment
 {
     QString deployed;  ///< the folder of `file`

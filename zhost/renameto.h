@@ -3,5 +3,5 @@
 
 #include <QString>
 
-/// Renames a file in one step. False, and errno, where it fails; what has the name `to` already is never replaced.
+/// Renames a file in one step. A file that has the name `to` already is never replaced. False, with errno, if it fails.
 bool renameTo(const QString &from, const QString &to);

@@ -4,7 +4,7 @@
 #include <QByteArray>
 #include <QString>
 
-/// Writes a file anew, be it one that somebody else has written: as for a rename, it takes no more than the right to
-/// change the folder. Whenever the process is killed or the machine loses its power, the file is there as it was before
-/// or as it is now. Answers why that fails; null if it does not. Of one thread at a time.
+/// Replaces the content of a file in one step: if the process is killed, or the machine loses its power, the old file
+/// or the new one is there. Like a rename, this needs only the right to change the folder, even if somebody else has
+/// written the file. Returns why it fails; null if it does not. By one thread at a time.
 QString replaceFile(const QString &path, const QByteArray &text);

@@ -4,8 +4,8 @@
 #include <QJsonObject>
 #include <QString>
 
-/// Writes `text` to stderr, as `printable`. Where stderr is the journal the line begins with its severity, a number of
-/// <syslog.h>, as the journal takes it.
+/// Writes `text` to stderr, as `printable`. If stderr is the journal, the line begins with its severity, a number of
+/// <syslog.h>, in the form that the journal reads.
 void writeLine(int severity, const QString &text);
 /// Writes the line "zhost: TEXT" to stderr, as a warning.
 void complain(const QString &text);

@@ -20,7 +20,7 @@ const QByteArray Alive = QByteArrayLiteral("WATCHDOG=1");
 #ifdef ZHOST_HAS_SYSTEMD
 void notify(const QByteArray &lines) { sd_notify(false, lines.constData()); }
 
-/// Microseconds after which a program that says nothing hangs; 0 if nobody watches.
+/// Microseconds after which a silent program counts as hanging; 0 if nobody watches.
 quint64 watchdogTime()
 {
     uint64_t microseconds = 0;
@@ -31,7 +31,7 @@ void notify(const QByteArray &) {}
 quint64 watchdogTime() { return 0; }
 #endif
 
-/// systemd tells by it which messages of before it are out of date.
+/// The time of a reload: systemd ignores older messages.
 QByteArray monotonicMicroseconds()
 {
     timespec now = {};

@@ -7,18 +7,18 @@
 #include <functional>
 
 /**
- * Tells systemd how the program is doing, where systemd has started it and wants to know. Elsewhere, and where it was
- * built without libsystemd, it does nothing.
+ * Tells systemd how the program is doing, if systemd has started it and wants to know. Else, and if it was built
+ * without libsystemd, it does nothing.
  *
  * Thread: the application's, whose event loop is what systemd's watchdog watches.
  */
 class ServiceManager
 {
 public:
-    /// `status` answers one line for the operator; it is asked anew each time.
+    /// `status` returns one line for the operator; it is called each time.
     explicit ServiceManager(std::function<QString()> status);
 
-    /// All is loaded, or loaded anew. From now on the watchdog is told that the event loop runs.
+    /// Call it when all is loaded, or a reload has ended. From now on the watchdog is told that the event loop runs.
     void ready();
     void reloading();
     void stopping();

@@ -4,12 +4,12 @@
 #include <QJsonObject>
 #include <QString>
 
-/// The switches of the severities, which are the process's: "debug", "info", "warning" and "critical".
+/// The switches of the severities "debug", "info", "warning" and "critical". They are the same for the whole process.
 namespace Severities {
 
-/// Each as true or false. On any thread.
+/// All switches, each as true or false. On any thread.
 QJsonObject now();
-/// Those that `switches` has. On any thread.
+/// Sets the switches that are in `switches`. On any thread.
 void set(const QJsonObject &switches);
 /// Why `switches` cannot be set; empty if they can.
 QString whyNot(const QJsonObject &switches);

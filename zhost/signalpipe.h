@@ -5,7 +5,7 @@
 
 class QSocketNotifier;
 
-/// By which a signal handler tells the event loop that there has been a signal.
+/// A pipe by which a signal handler tells the event loop that there has been a signal.
 class SignalPipe : public QObject
 {
     Q_OBJECT
@@ -14,9 +14,9 @@ public:
     SignalPipe();
     ~SignalPipe() override;
 
-    /// Where a byte is to be written, which never blocks.
+    /// The handler writes a byte here; that never blocks.
     int writeEnd() const { return m_writeEnd; }
-    /// What is written meanwhile waits; several are told of once.
+    /// While it is disabled, written bytes wait; several of them give one Qt signal.
     void setEnabled(bool isEnabled);
 
 Q_SIGNALS:

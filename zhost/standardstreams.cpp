@@ -18,7 +18,7 @@ void openStandardStreams()
 
 void outliveReaders()
 {
-    // By a handler that does nothing: what is ignored stays so in the programs that plugins start.
+    // By a handler that does nothing: if the signal were ignored, programs that plugins start would ignore it, too.
     struct sigaction action = {};
     action.sa_handler = [](int) {};
     action.sa_flags = SA_RESTART;

@@ -3,8 +3,8 @@
 
 #include "signalpipe.h"
 
-/// Turns the first SIGINT or SIGTERM into a Qt signal, given by the event loop. The second ends the process as if
-/// nobody were listening: an operator can always get rid of it. One object in a process.
+/// Turns the first SIGINT or SIGTERM into a Qt signal, which the event loop emits. The second one ends the process, as
+/// if there were no handler: so an operator can always end it. One object in a process.
 class StopSignals : public QObject
 {
     Q_OBJECT
@@ -13,7 +13,7 @@ public:
     StopSignals();
     ~StopSignals() override;
 
-    /// Whether one of them has come, be it heard of yet or not.
+    /// Whether one of the signals has come, even if the event loop has not emitted it yet.
     static bool isStopWanted();
 
 Q_SIGNALS:
@@ -23,7 +23,7 @@ private:
     SignalPipe m_pipe;
 };
 
-/// Ends the process with exit status 1, and a line on stderr, unless it has ended by itself within half a minute from
-/// the first call on. A signal that is turned into a Qt signal does so, too: the event loop may hang. May be called by
-/// a signal handler.
+/// Limits the time of a stop: half a minute after the first call the process is ended with exit status 1, and a line on
+/// stderr, unless it has ended by itself. The first SIGINT or SIGTERM does so, too, since the event loop may hang. A
+/// signal handler may call it.
 void boundStop();

@@ -16,7 +16,7 @@
 
 namespace {
 
-/// What may be found for the plugin `name` where plugins are looked for.
+/// The files that a search for the plugin `name` may find.
 QFileInfoList candidates(const QString &name)
 {
     QStringList folders = QCoreApplication::libraryPaths();
@@ -50,7 +50,7 @@ QSharedPointer<ZLibrary> StrictLoader::load0(QString name)
     return isClear ? ZDefaultLoader::load0(name) : QSharedPointer<ZLibrary>();
 }
 
-/// In the place of one that was put aside before.
+/// Renames the file at `path`; replaces one that was put aside before.
 bool StrictLoader::putAside(const QString &path, const QString &reason)
 {
     const QString target = path + QStringLiteral(".distrusted");

@@ -3,8 +3,8 @@
 
 #include <zdefaultloader.h>
 
-/// A loader that loads no file that somebody else than root and the user who runs this may change. Such a file is
-/// renamed, so that it is not found, and a warning tells why; the other versions of the plugin are loaded.
+/// A loader that does not load a file which anybody but root and the user who runs this may change. Such a file is
+/// renamed, so that it is not found, and a warning says why. The other versions of the plugin are loaded.
 class StrictLoader : public ZDefaultLoader
 {
     Q_OBJECT

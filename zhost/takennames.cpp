@@ -17,8 +17,8 @@ QString withoutQuarantine(const QString &name)
 
 } // namespace
 
-/// A file goes from the first folder to the second and into memory, but never back: looked at in this order, none is
-/// missed.
+/// Looks at the folders and at memory in the order in which a file goes, so that none is missed: from the first folder
+/// to the second, and into memory, but never back.
 QStringList takenNames(const QString &hotDeploy, const QString &deployed, const QStringList &processes)
 {
     const QStringList filter{PluginPattern, Notes::QuarantinePattern};

@@ -4,10 +4,11 @@
 #include <QString>
 #include <QStringList>
 
-/// The names that a newcomer must not have: those of plugins in the two folders, and those of what the `processes` have
-/// in memory, for which it would be taken. Of a file in quarantine it is the name that it had.
+/// The names that a new file must not have: those of plugins in the two folders, and those of files that the
+/// `processes` have in memory, since the new file would be taken for them. A file in quarantine counts by its former
+/// name.
 QStringList takenNames(const QString &hotDeploy, const QString &deployed, const QStringList &processes);
 
-/// The name under which a file was loaded that a process has in memory at `path`: it may have been renamed since, or
-/// removed.
+/// The name under which a file was loaded that a process has in memory at `path`. The file may have been renamed or
+/// removed since.
 QString nameInMemory(const QString &path);

@@ -5,5 +5,5 @@
 
 struct Configuration;
 
-/// Says what is wrong with the configuration, which `file` holds, and answers how much so at the worst.
+/// Reports what is wrong with the configuration from `file`, and returns the weight of the worst finding.
 Finding::Weight tellFindings(const QString &file, const Configuration &configuration);

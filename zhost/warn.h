@@ -4,7 +4,7 @@
 #include <zcaught.h>
 #include <zlogger.h>
 
-/// Has `logger` write a warning of the host's own. It may be a plugin's, and what it throws ends here.
+/// Logs a warning of the host's own. The logger may be a plugin's: its exceptions end here.
 inline void warn(ZLogger &logger, const QString &text)
 {
     zCaught([&] { logger.warning0(QStringLiteral("zhost: ") + text); });

@@ -5,7 +5,7 @@
 
 #include <QObject>
 
-// An interface of one's own. The order of its operations is a promise to those who were built with it.
+// An interface of your own. Plugins that were built with it rely on the order of its operations.
 class Thermometer
 {
 public:
@@ -15,7 +15,7 @@ public:
 Q_DECLARE_INTERFACE(Thermometer, "example::Thermometer")
 Q_DECLARE_METATYPE(Thermometer *)
 
-// Its delegate: each operation says what is answered while there is no component.
+// Its delegate: each operation names the result for the case that there is no component.
 class ThermometerDelegate : public ZDelegate, public Thermometer
 {
 public:

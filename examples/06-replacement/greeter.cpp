@@ -15,7 +15,7 @@ class GreeterPlugin : public ZObject, public Greeter
 public:
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr)
     {
-        // shared() holds this object and its library: both stay as long as somebody calls, and go after the last call.
+        // shared() holds this object and its library: both stay until the last call has ended.
         if (emitter)
             emitter->bind0(QSharedPointer<GreeterDelegate>::create(shared()));
         return emitter;

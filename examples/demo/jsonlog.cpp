@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A logger that writes each line as a JSON object. Dropped into the hot-deploy folder, it takes over as the ZLogger of
-// everybody, without their noticing; so does its next version, which also writes the time.
+// A logger that writes each line as a JSON object. Dropped into the hot-deploy folder, it becomes the ZLogger of all
+// components, which do not notice. So does its next version, which also writes the time.
 #include <zconfig.h>
 #include <zdefaultlogger.h>
 #include <zobject.h>
@@ -30,13 +30,13 @@ public:
             if (!entry.key().startsWith('#') && entry.value().isDouble())
                 categories.insert(entry.key(), entry.value().toInt());
         }
-        // In the hash's order, as the logger before us had them: components know their category by its index already.
+        // In the order of the hash, like the logger before: components know their category by its index already.
         m_names = categories.keys();
         m_masks = categories.values();
         return config;
     }
 
-    // The last property: from here on others may call.
+    // The last property: after this, others may call.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr) { return zAnnounce<ZLoggerDelegate>(this, emitter); }
 
     bool debug0() override { return category()->isDebugEnabled(); }

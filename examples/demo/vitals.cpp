@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells now and then how the process that it lives in is doing.
+// Writes now and then how its process is doing.
 #include <zlibrary.h>
 #include <zlogger.h>
 #include <zobject.h>

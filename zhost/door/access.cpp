@@ -10,7 +10,7 @@
 
 namespace {
 
-/// In a time that does not tell how much of them is the same.
+/// Compares in a time that does not show how much of the texts is the same.
 bool areSame(const QByteArray &one, const QByteArray &other)
 {
     unsigned difference = unsigned(one.size()) ^ unsigned(other.size());
@@ -37,8 +37,8 @@ Access::Refusal Access::refusal(const httplib::Request &request, bool isOpen) co
     return {401, QStringLiteral("this takes the token, in a header \"Authorization: Bearer …\"")};
 }
 
-/// By a number, or by a name that only this machine has: one that somebody else has pointed here would let his pages
-/// in.
+/// Whether the request names the host by a number, or by a name that only this machine has. Somebody may point a name
+/// of his own to this machine; such a name would let his pages in.
 bool Access::isAddressed(const std::string &host) const
 {
     const QUrl url(QStringLiteral("http://") + QString::fromStdString(host), QUrl::StrictMode);

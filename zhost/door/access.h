@@ -10,11 +10,11 @@ namespace httplib {
 struct Request;
 }
 
-/// Who may ask by TCP, where anybody can connect, and any page in a browser can have its reader connect.
+/// Checks who may ask by TCP. Anybody can connect there, and any page in a browser can make its reader's browser do so.
 class Access
 {
 public:
-    /// `token` is what a client has to show, and `port` where the host listens.
+    /// A client has to show `token`; the host listens at `port`.
     Access(QByteArray token, int port) : m_token(std::move(token)), m_port(port) {}
 
     /// Why a request is refused.
@@ -23,7 +23,7 @@ public:
         int status = 0; ///< of HTTP; 0 if it is not
         QString reason;
     };
-    /// `isOpen`: what is asked for may be seen by anybody.
+    /// `isOpen`: anybody may see the answer.
     Refusal refusal(const httplib::Request &request, bool isOpen) const;
 
 private:
@@ -34,5 +34,5 @@ private:
     const int m_port;
 };
 
-/// Whether `request`, which changes something, is one that no page of somebody else's can have a browser make.
+/// Whether `request`, which changes something, is one that a foreign page cannot make a browser send.
 bool isDeliberate(const httplib::Request &request);

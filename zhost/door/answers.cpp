@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the door tells.
+// The requests of the door that read.
 #include "metrics.h"
 #include "routes.h"
 
@@ -89,7 +89,7 @@ Reply Routes::metrics(const Question &) const
     return {200, metricsText(Reports(*m_known, m_host), m_calls.counts()), "text/plain; version=0.0.4; charset=utf-8"};
 }
 
-/// The page, and what it consists of, as they are built into the program.
+/// The page and its files, which are built into the program.
 Reply Routes::file(const Question &question) const
 {
     QString name = question.path.mid(1);

@@ -11,24 +11,24 @@
 #include <thread>
 
 /**
- * Calls whose callers wait only so long. One that takes longer goes on, on a thread of its own; there is a limited
- * number of those.
+ * Calls for callers that wait only for a limited time. A call that takes longer goes on, on a thread of its own. The
+ * number of these threads is limited.
  *
  * Thread: any.
  */
 class BusCalls
 {
 public:
-    /// On a thread with the priority that calls are to have, and so the threads that they start.
+    /// Make it on a thread with the priority that calls should have, and the threads that they start.
     BusCalls();
     ~BusCalls();
 
     static constexpr int MaxCalls = 16; // at a time
 
-    /// Answers why it has failed, null if it has not.
+    /// Returns why it has failed; null if it has not.
     using Deed = std::function<QString(QJsonObject *out)>;
     struct Call;
-    /// Null if there are too many.
+    /// Begins a call; null if there are too many.
     std::shared_ptr<Call> begin(const QString &name, const Deed &deed);
 
     struct Result
@@ -44,7 +44,8 @@ public:
     };
     Result wait(const std::shared_ptr<Call> &call, int deadlineMs);
 
-    /// Nobody waits any more. Answers the names of those that have not ended, after waiting a while for them.
+    /// Call it when nobody waits any more. Waits a while for the calls, and returns the names of those that have not
+    /// ended.
     QStringList end(int patienceMs);
 
     struct Counts

@@ -18,9 +18,10 @@ class Host;
 struct Known;
 
 /**
- * Where a host is asked and steered while it runs: also while its event loop hangs, for it has threads of its own.
+ * The server by which a running host is asked and steered. It has threads of its own, so it answers while the event
+ * loop hangs.
  *
- * Thread: the application's makes it, begins and ends it.
+ * Thread: the application's thread makes it, begins and ends it.
  */
 class Door
 {
@@ -30,19 +31,19 @@ public:
 
     /// Why it cannot be opened, in one line; null if it can.
     QString error() const { return m_error; }
-    /// Whether that is because another host stands in it.
+    /// Whether that is because another host has it.
     bool isTaken() const { return m_socket && m_socket->isTaken(); }
     /// Its socket, and its address with the port by TCP.
     QStringList places() const { return m_places; }
 
-    /// Before the plugins are loaded. False if there is no room for one more thread.
+    /// Call it before the plugins are loaded. False if there is no room for one more thread.
     bool open();
-    /// When they have been: `host` can be steered from now on, until `leave`.
+    /// Call it when they have been loaded: `host` can be steered from now on, until `leave`.
     void enter(Host *host) { m_routes.enter(host); }
-    /// Nobody steers the host any more. Answers the URLs of calls that have not ended: while one runs, the host must
-    /// not be destroyed.
+    /// Ends the steering of the host. Returns the URLs of calls that have not ended: while one runs, the host must not
+    /// be destroyed.
     QStringList leave();
-    /// False if somebody is still being answered: then this must not be destroyed.
+    /// Closes the door. False if a request is still being answered: then this object must not be destroyed.
     bool close();
 
 private:

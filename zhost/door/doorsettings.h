@@ -17,6 +17,6 @@ struct DoorSettings
     int port = 0;      ///< 0 has the system choose one
     QString tokenFile; ///< absolute
 
-    /// Appends to `findings`, unless that is null, what cannot be used.
+    /// Appends to `findings`, unless that is null, the settings that cannot be used.
     static DoorSettings read(const QJsonObject &configuration, QVector<Finding> *findings = nullptr);
 };

@@ -3,15 +3,16 @@
 
 #include <QString>
 
-/// Where the door of a host is that runs by the configuration `file`, unless it says so itself: in the runtime folder
-/// that the service manager or the login has given, else in one of this user's own. Empty if there is none.
+/// The path of the door of a host that runs by the configuration `file`, if the configuration names none: in the
+/// runtime folder of the service manager or of the login, else in a folder of this user. Empty if there is none of
+/// these.
 QString defaultDoorPath(const QString &file);
 
-/// A Unix socket that listens at a path, as long as it lives. The user of this process can connect, and root.
+/// A Unix socket that listens at a path, as long as it lives. Only the user of this process and root can connect.
 class DoorSocket
 {
 public:
-    /// Takes the place of a socket at which nobody listens any more.
+    /// Replaces a socket at which nobody listens any more.
     explicit DoorSocket(const QString &path);
     ~DoorSocket();
 
@@ -19,10 +20,10 @@ public:
     int descriptor() const { return m_descriptor; }
     /// Why it does not listen; null if it does.
     QString error() const { return m_error; }
-    /// Whether that is because somebody else does.
+    /// Whether that is because another process listens there.
     bool isTaken() const { return m_isTaken; }
 
-    /// "uid 1000", for who may be served; empty for anybody else.
+    /// "uid 1000" for a user who may be served; empty for any other.
     static std::string peer(int socket);
 
 private:

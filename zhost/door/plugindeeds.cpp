@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the door does with versions of plugins.
+// The requests of the door that change versions of plugins.
 #include "routes.h"
 
 #include "../../zdeploy/versions.h"
@@ -27,8 +27,8 @@
 
 namespace {
 
-/// All but the newest of the files of `plugin` that are in memory: what is left of them holds itself. Nothing if there
-/// are none at all.
+/// The files of `plugin` that are in memory, but for the newest: these hold themselves. Nothing if no file is in
+/// memory.
 std::optional<QStringList> olderFiles(const PluginName &plugin)
 {
     QStringList names;
@@ -46,7 +46,7 @@ std::optional<QStringList> olderFiles(const PluginName &plugin)
     return files;
 }
 
-/// What of a version holds itself. It is let go of on the thread where its code may leave memory.
+/// The endpoints and activities of a version, which hold it. They are released on the thread that may unload its code.
 struct Holders
 {
     QString file;
@@ -54,7 +54,7 @@ struct Holders
     QVector<QPair<QUrl, QSharedPointer<ZDbusSubscriber>>> endpoints;
 };
 
-/// Who has been asked.
+/// Those that have been asked to let go.
 class Asked
 {
 public:
@@ -74,7 +74,7 @@ private:
     QStringList m_names;
 };
 
-/// Answers what the last of them has thrown, null if none has.
+/// Asks all holders to let go. Returns what the last of them has thrown; null if none has.
 QString ask(Holders *holders, Asked *asked)
 {
     QString thrown;
@@ -96,7 +96,7 @@ QString ask(Holders *holders, Asked *asked)
 
 } // namespace
 
-/// The version before, which was good: it need not be tried out.
+/// Drops the version before again. It was good, so it need not be tried out.
 Reply Routes::rollBack(const Question &question) const
 {
     const QString plugin = question.parts.first();
@@ -122,7 +122,8 @@ Reply Routes::rollBack(const Question &question) const
     });
 }
 
-/// By one call, which may take long: what is answered is who has been asked by then.
+/// Asks all holders in one call, which may take long. If that has not ended, the answer names those that have been
+/// asked.
 Reply Routes::release(const Question &question) const
 {
     const QString plugin = question.parts.first();

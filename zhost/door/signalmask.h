@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-/// Leaves signals to the application's thread, but for those by which the calling thread tells of its own mistakes.
+/// Leaves signals to the application's thread, but for those that are caused by a crash of the calling thread.
 inline void leaveSignals()
 {
     sigset_t others;
@@ -14,7 +14,7 @@ inline void leaveSignals()
     pthread_sigmask(SIG_SETMASK, &others, nullptr);
 }
 
-/// Has the calling thread take all: who is called by it may start programs, and these inherit that.
+/// Lets the calling thread take all signals: its calls may start programs, which inherit the mask.
 inline void takeSignals()
 {
     sigset_t none;

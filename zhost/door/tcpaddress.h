@@ -12,15 +12,15 @@ public:
     /// Whether `text` is one in numbers, without a port.
     static bool isNumber(const QString &text);
 
-    /// `number` as 127.0.0.1 or ::1; a port of 0 has the system choose one.
+    /// `number` is such as 127.0.0.1 or ::1; for port 0 the system chooses one.
     TcpAddress(const QString &number, int port);
 
-    /// A socket that listens there, the caller's; -1, and errno, if that cannot be.
+    /// A socket that listens there, which the caller owns; -1, with errno, if that fails.
     int listen();
 
-    /// The one that the system has chosen, after `listen`.
+    /// The port; after `listen` the one that the system has chosen.
     int port() const;
-    /// As 127.0.0.1:8080 or [::1]:8080.
+    /// Such as 127.0.0.1:8080 or [::1]:8080.
     QString text() const;
 
 private:

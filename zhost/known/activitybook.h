@@ -10,9 +10,9 @@
 #include <zdefaultscheduler.h>
 
 /**
- * What is scheduled with the host's scheduler, and whose it is.
+ * Records what is scheduled with the host's scheduler, and to which plugin it belongs.
  *
- * Ownership: none of an activity.
+ * Ownership: owns no activity.
  * Thread:    any.
  */
 class ActivityBook
@@ -20,9 +20,9 @@ class ActivityBook
 public:
     void scheduled(const QSharedPointer<ZScheduledActivity> &activity);
 
-    /// Those of the classes of `file` that are alive. Whoever has one of them keeps it so.
+    /// The activities that are alive and whose classes are in `file`. The returned pointers keep them alive.
     QVector<QSharedPointer<ZScheduledActivity>> activities(const QString &file) const;
-    /// What they were called when they were scheduled.
+    /// The names that these activities had when they were scheduled.
     QStringList names(const QString &file) const;
 
 private:
@@ -37,7 +37,7 @@ private:
     QVector<Activity> m_activities;
 };
 
-/// A scheduler that enters in a book what it is given.
+/// A scheduler that records its activities in a book.
 class RecordingScheduler : public ZDefaultScheduler
 {
 public:

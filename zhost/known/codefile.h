@@ -3,11 +3,11 @@
 
 #include <QString>
 
-/// The plugin's file whose code or data lies at `address`; empty for the host's own, and for none. Waits for nobody:
-/// not for a load either, under which everything else that could tell this may have to wait for ever.
+/// The plugin's file whose code or data lies at `address`; empty for the host's own file, and if there is none. It
+/// never waits, not even for a load: other ways to find this out wait for the end of a load, which may hang.
 QString codeFile(const void *address);
 
-/// The file of the class of `object`, which has virtual functions and must be alive.
+/// The file that has the class of `object`. The class has virtual functions, and `object` must be alive.
 template <class Object>
 QString classFile(const Object &object)
 {

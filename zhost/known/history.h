@@ -9,7 +9,7 @@
 #include <deque>
 
 /**
- * What has happened to plugins and services lately: the last thousand events.
+ * The last thousand events about plugins and services.
  *
  * Thread: any.
  */

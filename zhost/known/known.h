@@ -17,7 +17,8 @@
 
 #include <atomic>
 
-/// What a host knows of itself, to be told to whoever asks. It is there before the first plugin, and after the last.
+/// What a host knows of itself, for those that ask by the door. It lives from before the first plugin until after the
+/// last.
 struct Known
 {
     explicit Known(const QString &configurationFile) : file(configurationFile) {}
@@ -39,7 +40,7 @@ struct Known
     LoopClock loop;
     Whereabouts whereabouts; ///< of the thread that makes this
 
-    /// What the host runs by.
+    /// The configuration by which the host runs.
     QJsonObject configuration() const
     {
         const QMutexLocker locker(&m_mutex);
@@ -51,7 +52,7 @@ struct Known
         m_configuration = configuration;
     }
 
-    /// Where it can be asked: a socket, and an address with its port.
+    /// Where the host can be asked: a socket, and an address with its port.
     QStringList places() const
     {
         const QMutexLocker locker(&m_mutex);

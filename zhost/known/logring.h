@@ -19,7 +19,7 @@ class LogRing
 public:
     static LogRing &get();
 
-    /// `severity` as of syslog; what is longer than some kilobytes is cut.
+    /// `severity` is that of syslog; a text of more than some kilobytes is cut off.
     void add(int severity, const QString &text);
 
     struct Line
@@ -31,11 +31,11 @@ public:
 
         QJsonObject describe() const;
     };
-    /// The last of them, the oldest first.
+    /// The last `count` lines, the oldest first.
     QVector<Line> last(int count) const;
-    /// Those after the line `number`, some at most; waits a while for one.
+    /// The lines after the line `number`, but only some at a time; waits a while for the first.
     QVector<Line> after(quint64 number, int patienceMs) const;
-    /// Of the line that came last; 0 before the first.
+    /// The number of the line that came last; 0 before the first.
     quint64 lastNumber() const;
 
 private:

@@ -6,9 +6,9 @@
 
 struct Known;
 
-/// The plugins' files that are in memory, each by the name under which it was loaded.
+/// The plugin files that are in memory, each by the name under which it was loaded.
 QStringList loadedFiles();
 
-/// The plugins' files in the deployed folder, and those that are in memory and were there, by plugin and in the order
-/// in which a loader takes them.
+/// The plugin files in the deployed folder, and those that were there and are still in memory, by plugin and in the
+/// order in which a loader takes them.
 QJsonArray pluginReport(const Known &known);

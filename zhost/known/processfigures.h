@@ -4,8 +4,8 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-/// Every thread of the process, with the state in which the kernel has it ("S" sleeps, "R" runs, "D" waits for a disk)
-/// and the milliseconds of CPU time that it has used.
+/// All threads of the process, each with its state in the kernel ("S" sleeps, "R" runs, "D" waits for a disk), and the
+/// milliseconds of CPU time that it has used.
 QJsonArray threadFigures();
 
 /// Bytes of memory, milliseconds of CPU time, the number of threads and of open descriptors.

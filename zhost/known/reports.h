@@ -9,22 +9,22 @@ class Host;
 class TimetableActivity;
 struct Known;
 
-/// What a host tells of itself, as zhost-door.openapi.json describes it.
+/// The reports of a host on itself, as zhost-door.openapi.json describes them.
 class Reports
 {
 public:
-    /// `host` is null while it is being made, and when it ends: then less is known.
+    /// `host` is null while the host is being made, and when it ends: then less is known.
     Reports(const Known &known, Host *host) : m_known(known), m_host(host) {}
 
     QJsonObject all() const;
-    /// One key of it; undefined if there is no such key.
+    /// The part of the report under `key`; undefined if there is no such key.
     QJsonValue part(const QString &key) const;
 
     QJsonObject host() const;
     QJsonArray plugins() const;
     QJsonArray services() const;
     QJsonArray schedule() const;
-    /// Why the host does not do its work; empty if it does.
+    /// Why the host is not healthy; empty if it is.
     QString illness() const;
 
     static QJsonObject describe(const TimetableActivity &entry);

@@ -4,9 +4,8 @@
 #include <QString>
 
 /**
- * Where the application's thread is, to be asked while it hangs. A thread that waits in the kernel is not woken up for
- * it: what a plugin waits for is not to end early because somebody has asked. One that computes is interrupted for a
- * moment.
+ * Finds out where the application's thread is, while it hangs. A thread that waits in the kernel is not woken up: a
+ * wait of a plugin must not end early because somebody has asked. A thread that computes is interrupted for a moment.
  *
  * Thread: made on the application's; asked by any other.
  */
