@@ -1,7 +1,7 @@
 # cmake -DPLUGIN=file -DNM=nm -DREADELF=readelf -P zdefaultcheckplugin.cmake: fails, and removes the file, if it could
 # never be unloaded.
 
-# What COMMAND... tells of the file, in `result`.
+# Sets `result` to the output of COMMAND... for the file.
 function(read_plugin result)
     execute_process(COMMAND ${ARGN} ${PLUGIN} OUTPUT_VARIABLE output ERROR_VARIABLE error RESULT_VARIABLE status)
     if(NOT status EQUAL 0)

@@ -1,5 +1,4 @@
-#!/bin/sh
-# zdefaultlinkplugin.sh TARGET COMMAND...: links a plugin, and says what to do where that fails.
+# zdefaultlinkplugin.sh TARGET COMMAND...: links a plugin, and says what to do if that fails.
 target=$1
 shift
 "$@" && exit

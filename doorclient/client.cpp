@@ -167,7 +167,7 @@ Answer Client::follow(const QString &path, const Receiver &receive) const
 
 Answer Client::ask(const char *method, const QString &path, const std::string &body, int seconds) const
 {
-    httplib::Client client = connectionTo(m_address, seconds);
+    httplib::Client client = connectionTo(m_address, seconds + 1); // the deadline below comes first, and is told
     httplib::Request request;
     request.method = method;
     request.path = path.toStdString();

@@ -18,8 +18,8 @@ class ZCallNote;
 class ZTarget;
 
 /**
- * The base of all delegates: stands for a component that may be exchanged while everyone who uses it keeps their
- * pointer to the delegate.
+ * The base of all delegates. A delegate passes calls on to a component. The component may be exchanged; those who use
+ * it keep their pointer to the delegate.
  *
  * A delegate of an interface derives from this class and then from the interface, names the interface once in its
  * constructor, and forwards each operation in one line:
@@ -34,9 +34,9 @@ class ZTarget;
  *         QString greet(const QString &name) override { return forward(&Greeter::greet, {}, name); }
  *     };
  *
- * Ownership: shares the component through its reference; `replace` hands the previous share to its caller.
+ * Ownership: shares the component through its reference; `replace` returns the previous share to its caller.
  * Thread:    any. A call runs unlocked on the caller's thread, so several may run in the component at once.
- * Failure:   a component that is missing, or lacks the interface, gives the operation's neutral result.
+ * Failure:   if the component is missing, or lacks the interface, a call returns the operation's neutral result.
  */
 class ZDEFAULT_EXPORT ZDelegate
 {
@@ -44,8 +44,8 @@ public:
     explicit ZDelegate(QSharedPointer<ZReference> reference);
     virtual ~ZDelegate();
 
-    /// Makes `reference` the current one and returns the one before it, whose end is then the caller's to decide.
-    /// A call that is under way finishes on the component with which it began.
+    /// Makes `reference` the current one, and returns the one before it: the caller decides when that ends. A call that
+    /// is running finishes on the component on which it began.
     QSharedPointer<ZReference> replace(QSharedPointer<ZReference> reference);
 
     /// The current reference.
@@ -54,22 +54,26 @@ public:
     operator QVariant() const;
 
 protected:
-    /// A reference that becomes the one owner of `object`, which must be on the heap and owned by nobody else.
+    /// A reference that becomes the only owner of `object`. The object must be on the heap, and have no other owner.
     static QSharedPointer<ZReference> refer(QObject *object);
-    /// A reference that shares the ownership which `object` has already.
+    /// A reference that shares the owner of `object`. If `object` is a second owner of a `ZOwned`, made from a raw
+    /// pointer, then the first owner is shared, and the second one never deletes the component.
     static QSharedPointer<ZReference> refer(QSharedPointer<QObject> object);
 
-    /// To be called once, in the constructor: the interface that this delegate stands for. `Interface*` must be
-    /// declared with `Q_DECLARE_METATYPE`, and is registered here.
+    /// Names the interface of this delegate. Call it once, in the constructor. `Interface*` must be declared with
+    /// `Q_DECLARE_METATYPE`, and is registered here.
     template <class Interface>
     void provide(Interface *self)
     {
+        static_assert(std::has_virtual_destructor_v<Interface>, "provide<Interface>: the interface has no virtual "
+                                                                "destructor. Write after its operations: "
+                                                                "virtual ~Interface() {}");
         m_value = QVariant::fromValue(self);
     }
 
-    /// Calls `operation`, which `Interface` itself declares, on the component, which is found by the interface's
-    /// identifier and kept alive meanwhile. Returns `neutral` if there is none. Shared pointers that a plugin's
-    /// component returns, in containers too, keep the plugin (`ZLender`).
+    /// Calls `operation`, which `Interface` itself declares, on the component. The component is cast by the interface's
+    /// identifier, and kept alive meanwhile. Returns `neutral` if there is none. Shared pointers that the component of
+    /// a plugin returns, in containers too, keep the plugin in memory (`ZLender`).
     template <class Interface, class Operation, class... Args>
     auto forward(Operation Interface::*operation,
                  std::invoke_result_t<Operation Interface::*, Interface &, Args...> neutral, Args &&...args) const
@@ -93,7 +97,7 @@ private:
     Q_DISABLE_COPY(ZDelegate)
     friend class ZEmitterLock;
 
-    /// Keeps the component that there is at its beginning to its end: the time of one call.
+    /// One call: keeps the component that is current at its beginning alive until its end.
     class ZDEFAULT_EXPORT Call
     {
     public:
@@ -112,7 +116,7 @@ private:
                        ? static_cast<Interface *>(m_component->qt_metacast(qobject_interface_iid<Interface *>()))
                        : nullptr;
         }
-        /// To be asked for only where there is a part.
+        /// Ask for it only if there is a part.
         const QSharedPointer<QObject> &component() const;
 
     private:
@@ -121,7 +125,7 @@ private:
         void end();
 
         ZTarget *m_target = nullptr;
-        ZCallNote *m_note = nullptr; // which keeps the target; where there is none, this is a share of it
+        ZCallNote *m_note = nullptr; // keeps the target; without a note, this object is a share of the target
         QObject *m_component = nullptr;
     };
 

@@ -10,9 +10,9 @@
 #include <QThreadPool>
 
 /**
- * A pool of threads of its own for short jobs.
+ * A pool for short jobs, with threads of its own.
  *
- * Ownership: keeps no job: see `ZJob`. The destructor waits for the jobs that run.
+ * Ownership: owns no job: see `ZJob`. The destructor waits for the jobs that run.
  * Thread:    any.
  * Failure:   false.
  */
@@ -23,21 +23,21 @@ public:
     ZJobPool(int maxThreads, int expiryTimeout);
     ~ZJobPool();
 
-    /// Runs `job` as soon as a thread is free, those of higher `priority` first. With `force` it starts at once: if
-    /// all threads are busy the pool's maximum grows by one, and stays so. Jobs that are queued take a new thread
-    /// first, so the maximum grows by one for each of them as well.
+    /// Runs `job` as soon as a thread is free; jobs of higher `priority` come first. With `force` the job starts at
+    /// once: if all threads are busy, the pool's maximum grows by one, and stays so. Jobs that are queued take new
+    /// threads first, so the maximum grows by one for each of them as well.
     void start(QSharedPointer<ZJob> job, bool force, int priority);
-    /// Starts `job` if a thread is free; otherwise it is not queued, and the answer is false.
+    /// Starts `job` if a thread is free. Otherwise returns false; the job is not queued.
     bool tryStart(QSharedPointer<ZJob> job);
     /// Takes `job` out of the queue, if it has not started.
     void cancel(QSharedPointer<ZJob> job);
     /// Empties the queue.
     void clear();
-    /// Waits until no job runs or is queued, at most `msecs` milliseconds, -1 without limit. With `stop` the stop
-    /// counter is raised by one first, which jobs that share it may watch.
+    /// Waits until no job runs or is queued, for at most `msecs` milliseconds; -1 is without limit. With `stop` it
+    /// first raises the stop counter by one, which jobs that share it may watch.
     bool waitAll(int msecs, bool stop);
-    /// Starts at 0 and goes up by one with each `waitAll()` that stops: for a job, to compare with what it was when
-    /// the job began.
+    /// The stop counter: starts at 0, and goes up by one with each `waitAll()` that stops. A job compares it with the
+    /// value that it had when the job began.
     ZJob::Counter stopCounter() const;
     /// How many jobs run at the moment.
     operator unsigned long() const;
@@ -47,5 +47,5 @@ private:
 
     const ZJob::Counter m_stop;
     QThreadPool m_threads;
-    QMutex m_startLock; // one forced start at a time
+    QMutex m_startLock; // for one forced start at a time
 };

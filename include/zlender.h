@@ -13,10 +13,10 @@
 class ZLibrary;
 
 /**
- * Makes shared pointers keep the component that gave them, and by that the plugin: they carry code of those who made
- * them, which deletes, and which must be there when the last copy goes.
+ * Makes the shared pointers that a component returns keep that component, and so its plugin, in memory. A shared
+ * pointer runs a deleter, which is code of the plugin: that has to be there when the last copy goes.
  *
- * It reaches those in containers, pairs, tuples and optionals, in each other to any depth.
+ * Shared pointers in containers, pairs, tuples and optionals are found, however deeply these are nested.
  *
  * Ownership: each pointer that was lent shares the component.
  * Thread:    any.
@@ -27,19 +27,19 @@ class ZLender
 public:
     explicit ZLender(QSharedPointer<QObject> component) : m_component(std::move(component)) {}
 
-    /// Whether there may be a shared pointer in a `Value`, which its template's arguments tell.
+    /// Whether a `Value` may contain a shared pointer, by the arguments of its template.
     template <class Value>
     static constexpr bool isLent()
     {
         return IsLent<Value>::value;
     }
 
-    // The new pointers are made as Qt and the standard library cast theirs, so that an object which knows its owner
-    // does not take them for that: they are not its owners, and may go before them.
+    // The new pointers are made in the way in which Qt and the standard library cast pointers. So an object that
+    // remembers its owner does not take the new pointer for its owner: the owner may outlive it.
     template <class Object>
     void lend(QSharedPointer<Object> &pointer) const
     {
-        // A pointer to nothing may have a deleter nevertheless, in the plugin. It has nothing to delete.
+        // A null pointer may still have a deleter, in the plugin. It is dropped here: it has nothing to delete.
         pointer = pointer ? QtSharedPointer::copyAndSetPointer(
                                 pointer.data(), QSharedPointer<Loan<QSharedPointer<Object>>>::create(loan(pointer)))
                           : QSharedPointer<Object>();
@@ -47,7 +47,7 @@ public:
     template <class Object>
     void lend(std::shared_ptr<Object> &pointer) const
     {
-        if (pointer.use_count() > 0) // which one to nothing may have, and then a deleter that is to run in the end
+        if (pointer.use_count() > 0) // a null pointer may have a count, and then a deleter that is to run in the end
             pointer = {std::make_shared<Loan<std::shared_ptr<Object>>>(loan(pointer)), pointer.get()};
     }
 
@@ -106,7 +106,7 @@ private:
     template <class Value>
     struct IsLent : std::false_type
     {};
-    template <class Object> // but a library, whose code is ours and stays
+    template <class Object> // not a library: its code is not the plugin's, and stays
     struct IsLent<QSharedPointer<Object>> : std::negation<std::is_same<Object, ZLibrary>>
     {};
     template <class Object>
@@ -116,7 +116,7 @@ private:
     struct IsLent<Box<Parts...>> : std::disjunction<IsLent<std::remove_cv_t<Parts>>...>
     {};
 
-    /// One that owns its elements can be cleared; a view of somebody else's cannot.
+    /// A container that owns its elements can be cleared; a view cannot.
     template <class Value, class = void>
     struct IsContainer : std::false_type
     {};

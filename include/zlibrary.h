@@ -4,7 +4,9 @@
 #include "zglobal.h"
 
 #include <QEnableSharedFromThis>
+#include <QJsonObject>
 #include <QPluginLoader>
+#include <QSet>
 #include <QSharedPointer>
 
 class ZEmitter;
@@ -18,15 +20,16 @@ struct Root;
 /**
  * One plugin file, loaded.
  *
- * Ownership: the file stays in memory while anyone holds the library; after that it is unloaded by its set's event
- *            loop, never within the call that let it go, and after all that its root has posted for deletion.
+ * Ownership: the file stays in memory while anyone holds the library. After that the event loop of the library's set
+ *            unloads it: never within the call that let it go, and only after everything that its root has posted for
+ *            deletion was deleted.
  * Thread:    any. The root lives on the thread of the set.
  * Failure:   null or false; what the plugin's code throws goes no further.
  */
 class ZDEFAULT_EXPORT ZLibrary : public QEnableSharedFromThis<ZLibrary>
 {
 public:
-    /// For the set that loads the file. `set` is not owned, and may die first.
+    /// Called by the set that loads the file. `set` is not owned, and may be destroyed first.
     ZLibrary(QSharedPointer<QPluginLoader> loader, ZLibrarySet *set);
     virtual ~ZLibrary();
 
@@ -34,19 +37,26 @@ public:
     /// False when the file does not load or its root is no `ZObject`.
     static bool load(QSharedPointer<ZLibrary> library, ZEmitter *emitter);
 
-    /// The root object as its one owner has it; null when it is no `ZObject`, or is being destroyed. It is deleted
-    /// with the last copy, at once, on whatever thread that goes. Hold the library at least as long: the object's code
-    /// goes with it. `ZObject::shared()` does both, and lets it end on its own thread.
+    /// The root object, shared with its only owner; null when it is no `ZObject`, or is being destroyed. The object is
+    /// deleted with the last copy, at once, on the thread that drops it. Hold the library at least as long: it keeps
+    /// the object's code. `ZObject::shared()` holds both, and destroys the object on its own thread.
     operator QSharedPointer<ZObject>();
+
+    /// The plugin's name: "foo" for "libfoo.1.so".
+    QString name() const;
 
 private:
     Q_DISABLE_COPY(ZLibrary)
     friend class ZLibrarySet;
+    friend class ZReconfiguration;
 
     ZPluginFile::Root makeRoot();
     QString start(ZObject *root, ZEmitter *emitter);
+    static QString begin(ZObject *root);
+    const QObject *configure(const QJsonObject &settings, const QSet<const QObject *> &told = {});
+    void configureHere(const QJsonObject &settings);
 
     const QSharedPointer<QPluginLoader> m_loader;
     const QSharedPointer<ZVersions> m_versions;
-    bool m_isTwin = false; // another library of this file was first
+    bool m_isTwin = false; // another library of this file was there first
 };

@@ -19,7 +19,7 @@ class ZLibrary;
 /**
  * The base of a plugin's root object: finds the library in which its code lies.
  *
- * Ownership: whoever holds the pointer that the library hands out for it, or one from `shared()`.
+ * Ownership: owned by all who hold the pointer that the library hands out for it, or one from `shared()`.
  * Thread:    any for the library and `shared()`.
  * Failure:   null.
  */
@@ -31,17 +31,19 @@ public:
     explicit ZObject(QObject *parent = nullptr);
     ~ZObject() override;
 
-    /// The library that this object was loaded from; null if it is gone, or there never was one. Whoever holds it
-    /// keeps the object's code in memory.
+    /// The library from which this object was loaded; null if it is gone, or there never was one. As long as anybody
+    /// holds it, the object's code stays in memory.
     operator QSharedPointer<ZLibrary>() const;
 
     /**
-     * This object, together with its library. When the last copy goes, the object is destroyed first and its library
-     * let go afterwards, by code outside the plugin: on the thread in which the object lives, if that is another one
-     * with an event loop, else where the last copy was. This is what a plugin announces itself with.
+     * This object, together with its library. A plugin announces itself with this pointer.
      *
-     * All copies share one count, so a weak pointer from one of them lives as long as any other. Null when the library
-     * is gone. An object that no library loaded is shared as any component.
+     * When the last copy is dropped, code outside the plugin first destroys the object, and then lets the library go.
+     * If the object lives on another thread, and that has an event loop, this happens there; else it happens at once,
+     * on the thread that drops the last copy.
+     *
+     * All copies share one count, so a weak pointer that is made from one of them is valid as long as there is any
+     * copy. Null when the library is gone. If no library has loaded the object, `shared()` does what `ZOwned` says.
      */
     QSharedPointer<QObject> shared() override;
 
@@ -51,7 +53,7 @@ private:
 
     void setLibrary(const QWeakPointer<ZLibrary> &library);
 
-    QVector<QWeakPointer<ZLibrary>> m_libraries; // of this object, the newest last
+    QVector<QWeakPointer<ZLibrary>> m_libraries; // that have this object as their root, the newest last
     QWeakPointer<QObject> m_share;
-    QAtomicInteger<bool> m_isRoot = false; // its code lies in a library, be that gone or not
+    QAtomicInteger<bool> m_isRoot = false; // its code lies in a library, which may be gone
 };

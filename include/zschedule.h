@@ -11,7 +11,7 @@
  * When something is due.
  *
  * Ownership: shared by those who use it.
- * Thread:    `wait()` blocks the thread that asks; `cancel()` comes from any other.
+ * Thread:    `wait()` blocks its caller; `cancel()` is called on any other thread.
  * Failure:   false: stop for good.
  */
 class ZSchedule
@@ -22,12 +22,12 @@ public:
     virtual QString name() const = 0;
     /// Waits until the next run is due. False when there is none: the schedule was cancelled, or never runs.
     virtual bool wait() = 0;
-    /// Ends one `wait()`: the one that is under way, or else the next.
+    /// Ends one `wait()`: the one that is waiting, or else the next.
     virtual void cancel() = 0;
 };
 
-/// Every so many milliseconds, counted from when `wait()` is called, so from the end of the run before. Never, if that
-/// is less than 1. Otherwise as `ZSchedule`.
+/// Is due every so many milliseconds, counted from the call of `wait()`, and so from the end of the run before. Never
+/// due if the number is less than 1. Otherwise as `ZSchedule`.
 class ZDEFAULT_EXPORT ZPeriodicSchedule : public ZSchedule
 {
 public:
@@ -42,17 +42,17 @@ protected:
     /// Waits for so many milliseconds. False when cancelled.
     bool sleep(int msecs);
 
-    QSemaphore m_semaphore; // one resource for each cancel
+    QSemaphore m_semaphore; // has one resource for each cancel
     const int m_period;
 };
 
 /**
- * Every so many milliseconds within a daily window of local time: at its opening, and then as long as a whole period
- * still fits before its end.
+ * Is due every so many milliseconds within a daily window of local time: first when the window opens, and then as long
+ * as a whole period fits before its end.
  *
- * A window whose `from` is later than its `to` crosses midnight; what lies of it after midnight serves only those who
- * began to wait before. When clocks are changed, a time that is left out that day comes as long after the gap, and of
- * a time that comes twice the first counts. Otherwise as `ZSchedule`.
+ * A window whose `from` is later than its `to` crosses midnight. Its part after midnight counts only for a `wait()`
+ * that began before midnight. When clocks are changed, a time within the gap comes as long after the end of the gap as
+ * it lies after its beginning; of a time that comes twice, the first counts. Otherwise as `ZSchedule`.
  */
 class ZDEFAULT_EXPORT ZDailySchedule : public ZPeriodicSchedule
 {

@@ -12,7 +12,7 @@
 #include <QWaitCondition>
 
 /**
- * A registry of running threads: starts the threads that it is given, and remembers each until it has finished.
+ * A registry of running threads: starts the threads that it is given, and keeps each until it has finished.
  *
  * Times are milliseconds; `ULONG_MAX` waits without limit.
  *
@@ -29,17 +29,17 @@ public:
     explicit ZThreadPool(QObject *parent = nullptr);
     ~ZThreadPool() override;
 
-    /// Registers `thread`, and starts it unless it is running already. False, and the thread stays the caller's, when
-    /// it is null, has finished, or cannot be started. One that is finishing must come to its end before the registry
-    /// may be destroyed.
+    /// Registers `thread`, and starts it unless it is running already. False when it is null, has finished, or cannot
+    /// be started: then it stays the caller's. A thread that is just finishing must end before the registry is
+    /// destroyed.
     bool poolAndStart(QThread *thread, QThread::Priority priority);
 
     /// Waits until no thread is registered.
     bool waitAll(unsigned long time);
-    /// Asks a registered thread to interrupt itself and waits for its end. True for one that does not run; false for
-    /// one that is not registered here.
+    /// Asks a registered thread to interrupt itself and waits for its end. True for a thread that does not run; false
+    /// for one that is not registered here.
     bool interruptAndWait(QThread *thread, unsigned long time);
-    /// The same by force: whatever the thread holds at the moment, locks included, stays as it is.
+    /// The same by force: whatever the thread holds at that moment, locks included, is never released.
     bool terminateAndWait(QThread *thread, unsigned long time);
     /// Asks every registered thread to interrupt itself, then waits until none is registered.
     bool interruptAndWaitAll(unsigned long time);
@@ -48,7 +48,8 @@ public:
 
     /// Calls `callback` for each registered thread. It must not call this registry, nor wait for one of its threads.
     void listAll(void (*callback)(QThread *, void *), void *context);
-    /// One object a thread: its address as "Thread" in hexadecimal, and its object name, if it has one, as "Name".
+    /// An object for each thread: its address as "Thread", in hexadecimal, and its object name, if it has one, as
+    /// "Name".
     QJsonArray printd();
 
 public Q_SLOTS:
@@ -63,10 +64,10 @@ private:
     bool waitUntilEmpty(unsigned long time, void (*stop)(QThread *));
 
     Registry m_registry;          // by address
-    QMutex m_registryLock;        // taken before the wait lock; guards all that is not the condition's
-    QHash<qint64, int> m_waiting; // how many wait for one thread, which must not be deleted under them
-    QSet<qint64> m_deleteAfter;   // those that have finished while somebody waited for them
-    QSet<qint64> m_refused;       // those that were finishing as they came: they stay the caller's
+    QMutex m_registryLock;        // taken before the wait lock; guards all members but the condition's
+    QHash<qint64, int> m_waiting; // how many callers wait for a thread, which must not be deleted meanwhile
+    QSet<qint64> m_deleteAfter;   // threads that have finished while somebody waited for them
+    QSet<qint64> m_refused;       // threads that were finishing as they came: they stay the caller's
     QMutex m_waitLock;
     QWaitCondition m_empty;
 };

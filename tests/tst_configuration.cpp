@@ -3,12 +3,15 @@
 #include "program.h"
 #include "testcase.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
 #include <QRegularExpression>
+
+#include <sys/stat.h>
 
 /// What the program, the schema and the operator's guide tell of a configuration is the same.
 class tst_Configuration : public TestCase
@@ -24,6 +27,13 @@ private Q_SLOTS:
     void checkTakesTheExamplesOfTheSchema();
     void checkWantsTheTypesOfTheSchema_data();
     void checkWantsTheTypesOfTheSchema();
+    void checkKnowsTheSectionOfThePlugins_data();
+    void checkKnowsTheSectionOfThePlugins();
+    void checkAppliesThePluginsSchema_data();
+    void checkAppliesThePluginsSchema();
+    void checkReadsNoSchemaWithoutEnd_data();
+    void checkReadsNoSchemaWithoutEnd();
+    void checkAsksForSettingsOfWhatIsWanted();
 };
 
 namespace {
@@ -224,6 +234,136 @@ void tst_Configuration::checkWantsTheTypesOfTheSchema()
     }
     if (key.contains(QStringLiteral("minLength")))
         QVERIFY(!complaints(configurationWith(path, QString())).isEmpty());
+}
+
+void tst_Configuration::checkKnowsTheSectionOfThePlugins_data()
+{
+    QTest::addColumn<QJsonObject>("configuration");
+    QTest::addColumn<QString>("complaint");
+    const auto row = [](const char *name, const char *json, const char *complaint) {
+        QTest::newRow(name) << QJsonDocument::fromJson(json).object() << QString::fromLatin1(complaint);
+    };
+    row("settings", R"({"plugins": {"recorder": {"every": 5}}})", "");
+    row("a comment", R"({"plugins": {"#": 1}})", "");
+    row("no object", R"({"plugins": []})", R"("plugins": must be an object; it is ignored)");
+    row("no settings", R"({"plugins": {"recorder": 1}})", R"("plugins.recorder": must be an object; it is ignored)");
+    row("another name", R"({"plugin": {}})",
+        R"("plugin": no service knows this key; the nearest known one is "plugins")");
+}
+
+void tst_Configuration::checkKnowsTheSectionOfThePlugins()
+{
+    QFETCH(QJsonObject, configuration);
+    QFETCH(QString, complaint);
+    const QString told = complaints(configuration);
+    QVERIFY2(complaint.isEmpty() ? told.isEmpty() : told.endsWith(complaint), qPrintable(told));
+}
+
+void tst_Configuration::checkAppliesThePluginsSchema_data()
+{
+    QTest::addColumn<QByteArray>("schema");
+    QTest::addColumn<QByteArray>("settings");
+    QTest::addColumn<QString>("finding");
+    const auto row = [](const char *name, const char *schema, const char *settings, const char *finding) {
+        QTest::newRow(name) << QByteArray(schema) << QByteArray(settings) << QString::fromLatin1(finding);
+    };
+    row("nothing", "{}", "{}", "");
+    row("what is for people", R"({"$schema": "x", "title": 1, "description": 1, "default": 1, "examples": 1})", "{}",
+        "");
+    const char every[] = R"({"properties": {"every": {"type": "integer", "minimum": 1, "maximum": 9}}})";
+    row("a number", every, R"({"every": 9})", "");
+    row("a fraction", every, R"({"every": 1.5})", R"("plugins.recorder.every": must be a whole number)");
+    row("too small", every, R"({"every": 0})", R"("plugins.recorder.every": must not be below 1)");
+    row("too great", every, R"({"every": 10})", R"("plugins.recorder.every": must not be above 9)");
+    row("a text for a number", every, R"({"every": "1"})", R"("plugins.recorder.every": must be a whole number)");
+    row("a key that is free", every, R"({"other": "1"})", "");
+    const char types[] = R"({"properties": {"a": {"type": ["boolean", "string", "null"]}}})";
+    row("one of two types", types, R"({"a": true})", "");
+    row("the other", types, R"({"a": null})", "");
+    row("neither", types, R"({"a": 1})", R"("plugins.recorder.a": must be a text, or true or false, or null)");
+    row("half a character", R"({"properties": {"a": {"type": "string"}}})", R"({"a": "\ud800"})", "");
+    row("an enumeration", R"({"properties": {"a": {"enum": ["x", 1]}}})", R"({"a": 1})", "");
+    row("not in it", R"({"properties": {"a": {"enum": ["x", 1]}}})", R"({"a": 2})",
+        R"("plugins.recorder.a": must be one of "x", 1)");
+    row("what is required", R"({"required": ["a"]})", "{}", R"("plugins.recorder.a": is missing)");
+    row("a closed object", R"({"properties": {"a": {}}, "additionalProperties": false})", R"({"#b": 1, "b": 1})",
+        R"("plugins.recorder.b": is not known; known are: a)");
+    row("a pattern", R"({"properties": {"a": {"pattern": "^x+$"}}})", R"({"a": "xx"})", "");
+    row("no match", R"({"properties": {"a": {"pattern": "^x+$"}}})", R"({"a": "xy"})",
+        R"("plugins.recorder.a": must match ^x+$)");
+    const char items[] = R"({"properties": {"a": {"type": "array", "items": {"type": "object", "required": ["b"]}}}})";
+    row("items", items, R"({"a": [{"b": 1}]})", "");
+    row("an item", items, R"({"a": [{"b": 1}, {}]})", R"("plugins.recorder.a[1].b": is missing)");
+    row("no JSON", "{", "{}", "cannot be read, or is no JSON object");
+    row("another keyword", R"({"oneOf": []})", "{}",
+        R"("plugins.recorder": its schema has "oneOf", which is not understood)");
+    row("another keyword within", R"({"properties": {"a": {"items": {"$ref": "x"}}}})", "{}",
+        R"("plugins.recorder.a[]": its schema has "$ref", which is not understood)");
+    for (const char *const wrong : {R"("type": "text")", R"("type": [])", R"("enum": 1)", R"("minimum": "1")",
+                                    R"("maximum": "1")", R"("pattern": "[")", R"("items": [])", R"("required": [1])",
+                                    R"("properties": {"a": 1})", R"("additionalProperties": {})"})
+        QTest::newRow(wrong) << "{" + QByteArray(wrong) + "}" << QByteArray("{}")
+                             << QStringLiteral("that is of no use");
+}
+
+void tst_Configuration::checkAppliesThePluginsSchema()
+{
+    QFETCH(QByteArray, schema);
+    QFETCH(QByteArray, settings);
+    QFETCH(QString, finding);
+    const Folder folder;
+    QVERIFY(folder.write(QStringLiteral("librecorder.schema.json"), schema));
+    const QByteArray loader = QJsonDocument(QJsonObject{{QStringLiteral("deployed"), folder.path()}}).toJson();
+    QVERIFY(folder.write(QStringLiteral("config.json"),
+                         R"({"loader": )" + loader + R"(, "plugins": {"recorder": )" + settings + "}}"));
+    const Result result =
+        runProgram(QStringLiteral(ZHOST), {QStringLiteral("--check"), folder.filePath(QStringLiteral("config.json"))});
+    const QString told = result.err.split(QLatin1Char('\n')).filter(QStringLiteral("plugins.")).join(QLatin1Char('\n'));
+    QVERIFY2(finding.isEmpty() ? told.isEmpty() : told.endsWith(finding), qPrintable(result.err));
+    QVERIFY(finding.isEmpty() || result.exitCode == 1);
+}
+
+void tst_Configuration::checkReadsNoSchemaWithoutEnd_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::newRow("a device") << "/dev/zero";
+    QTest::newRow("a pipe that nobody writes to") << "pipe";
+    QTest::newRow("a file that is too large") << "large";
+}
+
+void tst_Configuration::checkReadsNoSchemaWithoutEnd()
+{
+    QFETCH(QString, target);
+    const Folder folder;
+    QCOMPARE(mkfifo(QFile::encodeName(folder.filePath(QStringLiteral("pipe"))).constData(), 0600), 0);
+    QVERIFY(folder.write(QStringLiteral("large"), QByteArray(1 << 20, ' ') + "{}"));
+    const QString schema = folder.filePath(QStringLiteral("librecorder.schema.json"));
+    QVERIFY(QFile::link(QDir(folder.path()).absoluteFilePath(target), schema));
+    const QJsonObject loader{{QStringLiteral("deployed"), folder.path()},
+                             {QStringLiteral("load-list"), QJsonArray{QStringLiteral("recorder")}}};
+    QVERIFY(folder.write(QStringLiteral("config.json"),
+                         QJsonDocument(QJsonObject{{QStringLiteral("loader"), loader}}).toJson()));
+    const Result result =
+        runProgram(QStringLiteral(ZHOST), {QStringLiteral("--check"), folder.filePath(QStringLiteral("config.json"))});
+    const QString told = QStringLiteral("its schema %1 cannot be read, or is no JSON object").arg(schema);
+    QVERIFY2(result.err.contains(told), qPrintable(result.err));
+    QCOMPARE(result.exitCode, 1);
+}
+
+void tst_Configuration::checkAsksForSettingsOfWhatIsWanted()
+{
+    const Folder folder;
+    QVERIFY(folder.write(QStringLiteral("librecorder.schema.json"), R"({"required": ["a"]})"));
+    const auto isMissed = [&](const QJsonArray &names) {
+        const QJsonObject loader{{QStringLiteral("deployed"), folder.path()}, {QStringLiteral("load-list"), names}};
+        folder.write(QStringLiteral("config.json"),
+                     QJsonDocument(QJsonObject{{QStringLiteral("loader"), loader}}).toJson());
+        return runProgram(QStringLiteral(ZHOST),
+                          {QStringLiteral("--check"), folder.filePath(QStringLiteral("config.json"))})
+            .err.contains(QStringLiteral("\"plugins.recorder.a\": is missing"));
+    };
+    QVERIFY(!isMissed({}));
+    QVERIFY(isMissed({QStringLiteral("recorder.1")}));
 }
 
 QTEST_GUILESS_MAIN(tst_Configuration)

@@ -6,6 +6,7 @@
 #include "pluginfolder.h"
 #include "testcase.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QPluginLoader>
 #include <QPointer>
@@ -16,6 +17,7 @@
 #include <zconfig.h>
 #include <zcontext.h>
 #include <zdbus.h>
+#include <zdefaultdbus.h>
 #include <zdefaultemitter.h>
 #include <zjobpoolset.h>
 #include <zlibraryset.h>
@@ -79,6 +81,7 @@ private Q_SLOTS:
     void loadKnowsTheLibraryBeforeTheRootIsInjected();
     void loadWithoutALibraryFails();
     void loadFailsForAWriterThatThrows();
+    void loadFailsForAnEndpointThatThrowsAsItBegins();
     void rootIsSharedAndDeletedWithItsLastHolder();
     void rootIsMadeAnewAndKnowsItsLibrary();
     void thereIsNoRootWithoutAZObject();
@@ -259,6 +262,7 @@ void tst_LibrarySet::loadWithoutALibraryFails()
     const auto empty = Library::create(QSharedPointer<QPluginLoader>(), &set);
     QVERIFY(!ZLibrary::load(empty, nullptr));
     QVERIFY(!rootOf(empty));
+    QCOMPARE(empty->name(), QString());
 }
 
 void tst_LibrarySet::loadFailsForAWriterThatThrows()
@@ -273,6 +277,29 @@ void tst_LibrarySet::loadFailsForAWriterThatThrows()
     QVERIFY(!ZLibrary::load(library, wiring.emitter()));
     hooks.written = {};
     QVERIFY(ZLibrary::load(library, wiring.emitter()));
+}
+
+void tst_LibrarySet::loadFailsForAnEndpointThatThrowsAsItBegins()
+{
+    const QUrl url(QStringLiteral("//handed"));
+    const Wiring wiring;
+    const auto journal = Journal::bind(wiring.emitter());
+    auto *const dbus = new ZDefaultDbus;
+    wiring->inject0(dbus); // whose it is from now on
+    EmptySet set;
+    const auto isLoaded = [&] {
+        const auto loader = QSharedPointer<QPluginLoader>::create(pluginFile(QStringLiteral("handed.2")));
+        return ZLibrary::load(Library::create(loader, &set), wiring.emitter());
+    };
+    qApp->setProperty("begins", QStringLiteral("with an exception"));
+    QVERIFY(!isLoaded());
+    QVERIFY(!dbus->find0(url));
+    qApp->setProperty("begins", QVariant());
+    settle();
+    QCOMPARE(mappedPlugins(), QStringList());
+    QVERIFY(isLoaded());
+    QVERIFY(dbus->find0(url));
+    dbus->invoke0(QUrl(QStringLiteral("//handed/release")), nullptr, nullptr);
 }
 
 void tst_LibrarySet::rootIsSharedAndDeletedWithItsLastHolder()

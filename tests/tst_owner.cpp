@@ -96,6 +96,7 @@ private:
 
 Q_DECLARE_METATYPE(const Announcing *)
 Q_DECLARE_METATYPE(Make)
+Q_DECLARE_METATYPE(QSharedPointer<ZOwned>)
 
 class tst_Owner : public TestCase
 {
@@ -124,6 +125,7 @@ private Q_SLOTS:
     void endsOnceIfNobodyTakesIt();
     void hasNoOwnerAnewAsItEnds();
     void pointerThatOwnsNothingIsNotItsOwner();
+    void whatIsNoObjectIsNotShared_data();
     void whatIsNoObjectIsNotShared();
 };
 
@@ -315,7 +317,21 @@ void tst_Owner::pointerThatOwnsNothingIsNotItsOwner()
     QVERIFY(!component);
 }
 
-void tst_Owner::whatIsNoObjectIsNotShared() { QVERIFY(!ZOwned().shared()); }
+void tst_Owner::whatIsNoObjectIsNotShared_data()
+{
+    QTest::addColumn<QSharedPointer<ZOwned>>("holder");
+    QTest::newRow("held by nobody") << QSharedPointer<ZOwned>();
+    QTest::newRow("held as itself") << QSharedPointer<ZOwned>::create();
+}
+
+void tst_Owner::whatIsNoObjectIsNotShared()
+{
+    QFETCH(QSharedPointer<ZOwned>, holder);
+    ZOwned heldByNobody;
+    ZOwned &component = holder ? *holder : heldByNobody;
+    QVERIFY(!component.shared());
+    QVERIFY(!component.shared()); // nor once it has been asked
+}
 
 QTEST_GUILESS_MAIN(tst_Owner)
 

@@ -18,6 +18,7 @@ private Q_SLOTS:
     void callsAnEntryThatHasEnded();
     void loadsWhatIsNew();
     void pluginsSeeTheNewSection();
+    void pluginsHearOfNewSettings();
     void leavesThePluginsOwnConfiguration();
     void wrongFileChangesNothing_data();
     void wrongFileChangesNothing();
@@ -238,6 +239,39 @@ void tst_Reload::pluginsSeeTheNewSection()
                               QJsonArray{entry("//configured/configured", false)})));
     QCOMPARE(host.count(notice), 2);
     QVERIFY(host.waitFor(QStringLiteral("configured: {\"text\":\"two\"}\n")));
+    host.stop();
+    QVERIFY2(host.hasEndedWell(), qPrintable(host.written()));
+}
+
+void tst_Reload::pluginsHearOfNewSettings()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("settled.1")));
+    const QString plugins = QStringLiteral("plugins");
+    const auto holding = [](const char *text) {
+        return QJsonObject{{QStringLiteral("text"), QLatin1String(text)},
+                           {QStringLiteral("deed"), QStringLiteral("hold")}};
+    };
+    const QJsonObject started = with(loaderOf(deployed, hotDeploy, {QStringLiteral("settled.1")}), plugins,
+                                     QStringLiteral("settled"), holding("one"));
+    Reloading host(started);
+    QVERIFY(host.hasStarted());
+    QVERIFY(host.written().contains(QStringLiteral("read 1: one\n")));
+
+    const QJsonObject second = with(with(started, plugins, QStringLiteral("settled"), holding("two")), plugins,
+                                    QStringLiteral("absent"), QJsonObject());
+    QVERIFY(host.follows(second));
+    QCOMPARE(host.count(QStringLiteral("heard 1: two\n")), 1);
+    QCOMPARE(host.count(QStringLiteral("zhost: \"plugins.settled\" has changed: the plugin has been told\n")), 1);
+    QCOMPARE(
+        host.count(QStringLiteral("zhost: \"plugins.absent\" has changed: a plugin sees that when it asks again\n")),
+        1);
+    QVERIFY(host.follows(second));
+    QCOMPARE(host.count(QStringLiteral("heard ")), 1);
+
+    QVERIFY(!host.written().contains(QStringLiteral("\"plugins\" has changed")));
+    QVERIFY(host.follows(with(second, plugins, QStringLiteral("settled"),
+                              QJsonObject{{QStringLiteral("deed"), QStringLiteral("let go")}})));
     host.stop();
     QVERIFY2(host.hasEndedWell(), qPrintable(host.written()));
 }

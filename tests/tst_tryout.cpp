@@ -170,11 +170,13 @@ void tst_TryOut::refusesWhatDoesHarm()
 void tst_TryOut::dropsWhatBehaves_data()
 {
     QTest::addColumn<QString>("plugin");
-    for (const char *const name : {"farewell", "greeter", "keeper", "metatypes", "nested", "store", "sturdy", "worker"})
+    for (const char *const name :
+         {"farewell", "greeter", "keeper", "metatypes", "nested", "recorder", "store", "sturdy", "worker"})
         QTest::newRow(name) << QString::fromLatin1(name);
 }
 
-/// Some register types, some load others, some schedule, or use all that they were given to their very end.
+/// Some register types, some load others, some schedule, use all that they were given to their very end, or want
+/// settings, of which there are none here.
 void tst_TryOut::dropsWhatBehaves()
 {
     QFETCH(QString, plugin);

@@ -37,6 +37,10 @@ private Q_SLOTS:
     void refusesWhatIsNoPluginOfOurs_data();
     void refusesWhatIsNoPluginOfOurs();
     void dropsACompleteCopy();
+    void dropsItsSchemaAlong();
+    void refusesASchemaThatIsOfNoUse_data();
+    void refusesASchemaThatIsOfNoUse();
+    void tellsWhereItsSchemaCannotBeDropped();
     void dropsWhatAllMayReadAndNobodyMayWrite_data();
     void dropsWhatAllMayReadAndNobodyMayWrite();
     void writesControlCharactersOut_data();
@@ -131,6 +135,10 @@ void tst_ZDeploy::refusesACommandLineThatItCannotUse_data()
     QTest::newRow("nothing to rehearse") << QStringList{"--for", "3", "--list", here} << "--for goes with --rehearse";
     QTest::newRow("two to rehearse") << QStringList{"--rehearse", "a.json", "b.json"}
                                      << "--rehearse needs no more than a configuration";
+    QTest::newRow("two to describe") << QStringList{"--describe", "liba.so", "libb.so"}
+                                     << "--describe needs no more than a plugin";
+    QTest::newRow("to describe and to list")
+        << QStringList{"--describe", "liba.so", "--list", here} << "--list and --describe exclude each other";
     QTest::newRow("nowhere to tidy up") << QStringList{"--keep", "2"}
                                         << "name one folder, or one plugin and one folder";
     for (const char *const number : {"", "0", "-1", "few", "1000001"})
@@ -182,11 +190,12 @@ void tst_ZDeploy::refusesWhatIsNoPluginOfOurs_data()
     built("crasher", "loading it ends the process: (Aborted|exit status 1)"); // a sanitizer exits instead
     built("leaver", "loading it ends the process: exit status 0");
     built("quitter", "loading it ends the process: exit status 3");
-    built("noroot", "its root object, NoRoot, is no ZObject");
+    built("nometadata", "it is no plugin: .*: its class needs Q_OBJECT and Q_PLUGIN_METADATA\\(IID ZObject_iid\\)");
+    built("noroot", "its root object, NoRoot, is no ZObject: derive its class from ZObject");
     built("otherversion", "it was built for version 2 of the interfaces, and this is version 1");
     built("unresolved", "it cannot be loaded: .*undefined symbol: nowhere.*");
     built("wrongiid", "it is a plugin of another kind: its identifier is \"test::SomethingElse\", not "
-                      "\"zdefault::ZObject\"");
+                      "\"zdefault::ZObject\": write Q_PLUGIN_METADATA\\(IID ZObject_iid\\)");
     written("missing", "libmissing.so", QByteArray(), "there is no such file");
     written("empty", "libempty.so", "", "it is no plugin: .*");
     written("text", "libtext.so", "not a plugin at all\n", "it is no plugin: .*");
@@ -228,6 +237,60 @@ void tst_ZDeploy::dropsACompleteCopy()
     const QString copy = place.hotDeploy() + QStringLiteral("/libplain.so");
     QCOMPARE(contentOf(copy), contentOf(source));
     QCOMPARE(Place::everythingIn(place.deployed()), QStringList());
+}
+
+void tst_ZDeploy::dropsItsSchemaAlong()
+{
+    const Place place;
+    const QString source = place.write(QStringLiteral("libplain.1.so"), contentOf(plugin("plain")));
+    const QString copy = place.deployed() + QStringLiteral("/libplain.schema.json");
+    for (const QByteArray schema : {R"({"required": ["a"]})", "{}"}) {
+        place.write(QStringLiteral("libplain.schema.json"), schema);
+        const mode_t mask = umask(077);
+        const Result result = run({source, place.hotDeploy()});
+        umask(mask);
+        QCOMPARE(result.err, QString());
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(contentOf(copy), schema);
+        QVERIFY(QFile::permissions(copy) & QFile::ReadOther);
+    }
+    QCOMPARE(place.dropped(), (QStringList{"libplain.1.so", "libplain.2.so"}));
+    QCOMPARE(Place::everythingIn(place.deployed()), QStringList{QStringLiteral("libplain.schema.json")});
+}
+
+void tst_ZDeploy::refusesASchemaThatIsOfNoUse_data()
+{
+    QTest::addColumn<QByteArray>("schema");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("no JSON") << QByteArray("{") << "its schema %1 cannot be read, or is no JSON object";
+    QTest::newRow("another keyword") << QByteArray(R"({"properties": {"a": {"oneOf": []}}})")
+                                     << "%1: settings.a: its schema has \"oneOf\", which is not understood";
+}
+
+void tst_ZDeploy::refusesASchemaThatIsOfNoUse()
+{
+    QFETCH(QByteArray, schema);
+    QFETCH(QString, reason);
+    const Place place;
+    const QString source = place.write(QStringLiteral("libplain.so"), contentOf(plugin("plain")));
+    const QString file = place.write(QStringLiteral("libplain.schema.json"), schema);
+    const Result result = run({source, place.hotDeploy()});
+    QCOMPARE(result.err, QStringLiteral("zdeploy: %1 is refused: %2\n").arg(source, reason.arg(file)));
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(place.dropped(), QStringList());
+}
+
+void tst_ZDeploy::tellsWhereItsSchemaCannotBeDropped()
+{
+    const Place place;
+    const QString source = place.write(QStringLiteral("libplain.so"), contentOf(plugin("plain")));
+    place.write(QStringLiteral("libplain.schema.json"), "{}");
+    QVERIFY(QDir(place.deployed()).mkdir(QStringLiteral("libplain.schema.json")));
+    const Result result = run({source, place.hotDeploy()});
+    QVERIFY2(result.err.startsWith(QStringLiteral("zdeploy: warning: %1: its schema cannot be put to ").arg(source)),
+             qPrintable(result.err));
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(place.dropped(), QStringList{QStringLiteral("libplain.so")});
 }
 
 void tst_ZDeploy::dropsWhatAllMayReadAndNobodyMayWrite_data()
@@ -571,6 +634,8 @@ void tst_ZDeploy::tidiesUpWhatAKilledOneLeft()
 void tst_ZDeploy::aRunningHostLoadsWhatIsDropped()
 {
     const Place place;
+    const QString source = place.write(QStringLiteral("libplain.so"), contentOf(plugin("plain")));
+    place.write(QStringLiteral("libplain.schema.json"), "{}"); // is dropped along, after the plugin has appeared
     const QJsonObject configuration{
         {"logger", QJsonObject{{"debug", 1}, {"log", QJsonObject{{"zdefault", 3}}}}},
         {"loader", QJsonObject{{"hot-deploy", place.hotDeploy()}, {"deployed", place.deployed()}}}};
@@ -587,12 +652,13 @@ void tst_ZDeploy::aRunningHostLoadsWhatIsDropped()
 
     // Each is taken away before the next comes, so the names must come from the other folder.
     for (const char *const name : {"libplain", "libplain.0001", "libplain.0002"}) {
-        const Result result = run({plugin("plain"), place.hotDeploy()});
+        const Result result = run({source, place.hotDeploy()});
         QCOMPARE(result.out, QStringLiteral("dropped as %1.so\n").arg(QLatin1String(name)));
         QTRY_VERIFY_WITH_TIMEOUT(hasWritten(QByteArray(QByteArray("loaded: ") + name + '\n').constData()), 30000);
         QCOMPARE(place.dropped(), QStringList());
     }
     QVERIFY2(!written.contains(QStringLiteral("failed to rename")), qPrintable(written));
+    QVERIFY2(!written.contains(QStringLiteral("is still being written")), qPrintable(written));
     host.terminate();
     QCOMPARE(finish(host).exitCode, 0);
 }

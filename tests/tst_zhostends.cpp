@@ -6,7 +6,6 @@
 #include <QRegularExpression>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,6 +34,9 @@ private Q_SLOTS:
     void pluginMayNeedTheEventLoopToDie();
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere_data();
     void whatIsHeldToTheEndGoesWhileItsServicesAreThere();
+#ifdef HAS_BRINGER
+    void endsWellAfterAPluginThatHasBroughtALibraryOfQts();
+#endif
     void stopWaitsForWhatPluginsScheduled();
     void stopNamesWhatDoesNotEnd();
     void runsWithoutStandardStreams();
@@ -249,25 +251,28 @@ void tst_ZHostEnds::stopIsForcedWhereNobodyReadsWhatIsSaid()
     return QTest::qSkip("the thread sanitizer gives no signal to who is held up in a write", __FILE__, __LINE__);
 #endif
     const Folder deployed, hotDeploy, folder;
+    QVERIFY(deployed.drop(QStringLiteral("unruly")));
     const QString path = folder.filePath(QStringLiteral("pipe"));
     QCOMPARE(mkfifo(QFile::encodeName(path).constData(), 0600), 0);
     const int pipe = open(QFile::encodeName(path).constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    QJsonObject configuration = loaderOf(deployed, hotDeploy);
-    configuration.insert(QStringLiteral("logger"),
-                         QJsonObject{{QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), 15}}}});
-    QJsonObject calls = entry("//nobody"); // a line for each
-    calls.insert(QStringLiteral("keep"), true);
-    configuration.insert(QStringLiteral("schedule"), QJsonArray{calls});
+    const QJsonObject configuration = loaderOf(deployed, hotDeploy, {QStringLiteral("unruly")});
     QVERIFY(folder.write(QStringLiteral("config.json"), QJsonDocument(configuration).toJson()));
     QProcess host;
     const QString others = QString::fromLocal8Bit(qgetenv("LD_PRELOAD"));
     host.setProcessEnvironment(
-        environmentWith({{QStringLiteral("LD_PRELOAD"), QStringLiteral(HASTY_ALARM " ") + others},
+        environmentWith({{QStringLiteral("UNRULY"), QStringLiteral("wait")}, // it says something as it goes
+                         {QStringLiteral("LD_PRELOAD"), QStringLiteral(HASTY_ALARM " ") + others},
                          {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0")}}));
     host.setStandardErrorFile(path, QIODevice::Append);
     host.start(QStringLiteral(ZHOST), {folder.filePath(QStringLiteral("config.json"))});
-    pollfd room{pipe, POLLOUT, 0};
-    QTRY_COMPARE_WITH_TIMEOUT(poll(&room, 1, 0), 0, Patience);
+    QByteArray said;
+    const auto hasLoaded = [&said, pipe] {
+        char byte = 0;
+        while (read(pipe, &byte, 1) == 1)
+            said += byte;
+        return said.contains("loaded: unruly\n");
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(hasLoaded(), Patience);
     while (write(pipe, "", 1) == 1) {
     } // to the last byte
     kill(static_cast<pid_t>(host.processId()), SIGTERM);
@@ -317,6 +322,21 @@ void tst_ZHostEnds::whatIsHeldToTheEndGoesWhileItsServicesAreThere()
     QCOMPARE(host.written().count(QStringLiteral(" more\n")), remnants);
     QVERIFY2(lines.last().endsWith(QStringLiteral("unloaded: liblasting")), qPrintable(host.written()));
 }
+
+#ifdef HAS_BRINGER
+/// Qt is told to call a library of its own at the end, which only a plugin had needed.
+void tst_ZHostEnds::endsWellAfterAPluginThatHasBroughtALibraryOfQts()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("bringer")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("bringer")}));
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(QStringLiteral("unloaded: libbringer\n")), Patience);
+    host.signal(SIGTERM);
+    QTRY_COMPARE_WITH_TIMEOUT(host.process().state(), QProcess::NotRunning, Patience);
+    QCOMPARE(host.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(host.process().exitCode(), 0);
+}
+#endif
 
 void tst_ZHostEnds::stopWaitsForWhatPluginsScheduled()
 {

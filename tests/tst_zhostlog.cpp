@@ -13,6 +13,7 @@ class tst_ZHostLog : public TestCase
 
 private Q_SLOTS:
     void spellsControlCharactersOut();
+    void keepsPluginsForDebugging();
     void tellsTheJournalTheSeverity_data();
     void tellsTheJournalTheSeverity();
 };
@@ -26,6 +27,19 @@ void tst_ZHostLog::spellsControlCharactersOut()
     QVERIFY2(host.written().contains(QStringLiteral("as info\\nzhost: forged\\x1b[2J\\r\\x9b1m\n")),
              qPrintable(host.written()));
     QVERIFY2(host.written().contains(QStringLiteral("as debug\tok\n")), qPrintable(host.written()));
+}
+
+void tst_ZHostLog::keepsPluginsForDebugging()
+{
+    const Folder deployed, hotDeploy;
+    QVERIFY(deployed.drop(QStringLiteral("plain")));
+    Running host(loaderOf(deployed, hotDeploy, {QStringLiteral("plain")}), QStringLiteral("1"),
+                 QStringLiteral("ZDEFAULT_KEEP_PLUGINS"));
+    const QString told = QStringLiteral("stays in memory: libplain: ZDEFAULT_KEEP_PLUGINS is set\n");
+    QTRY_VERIFY_WITH_TIMEOUT(host.hasWritten(told), Patience);
+    QFile maps(QStringLiteral("/proc/%1/maps").arg(host.process().processId()));
+    QVERIFY(maps.open(QIODevice::ReadOnly));
+    QVERIFY(maps.readAll().contains(QFile::encodeName(deployed.filePath(QStringLiteral("libplain.so")))));
 }
 
 void tst_ZHostLog::tellsTheJournalTheSeverity_data()

@@ -10,13 +10,14 @@ namespace {
 
 ZAllCallNotes allNotes;
 
-// Looked at by each call. The library is linked to programs, or loaded once and for good: the faster way to find it
-// will do.
+// Each call reads this variable. "initial-exec" finds it faster. That is possible, since the library is linked to the
+// program, or loaded once and for good.
 thread_local ZCallNotes *ownNotes [[gnu::tls_model("initial-exec")]] = nullptr;
 thread_local bool hasEnded = false;
 
-/// Passes the notes of a thread on when it ends: what calls after that must do with shares. It is no object of the
-/// thread, since calls may come after the end of those, and such objects cannot be refused where memory is short.
+/// Frees the notes of a thread when it ends, for another one; calls that come after that use shares. This is not the
+/// destructor of a thread_local object: calls may come after those destructors, and if memory is short, such an object
+/// ends the process.
 void passOn(void *notes)
 {
     ownNotes = nullptr;
@@ -25,9 +26,9 @@ void passOn(void *notes)
 }
 
 pthread_key_t endOfThread;
-const bool hasKey = pthread_key_create(&endOfThread, passOn) == 0; // there are so many for a process
+const bool hasKey = pthread_key_create(&endOfThread, passOn) == 0; // a process can have only so many
 
-/// Gives the calling thread notes; null if that cannot be, and then a share must do.
+/// Gives the calling thread notes; null if that is not possible: then the call uses a share.
 ZCallNotes *enlist()
 {
     if (hasEnded || !hasKey)
@@ -53,7 +54,7 @@ ZDelegate::Call::Call(const ZDelegate &delegate)
 
 ZTarget *ZDelegate::Call::share(const ZDelegate &delegate)
 {
-    const QMutexLocker locker(&delegate.m_mutex); // which an exchange takes as well: the target stays meanwhile
+    const QMutexLocker locker(&delegate.m_mutex); // an exchange takes it as well, so the target stays meanwhile
     ZTarget *const target = delegate.m_target.load(std::memory_order_relaxed);
     if (target)
         target->share();

@@ -11,10 +11,10 @@
 class QObject;
 
 /**
- * The component behind a delegate from one exchange to the next.
+ * The component that a delegate has from one exchange to the next.
  *
- * Ownership: shares the component until the last of its own shares goes. The delegate has one, and each call that an
- *            exchange has caught running.
+ * Ownership: shares the component until the last of its own shares goes. The delegate has one of these shares; each
+ *            call that was running during an exchange has one, too.
  * Thread:    any.
  * Failure:   none.
  */
@@ -39,8 +39,9 @@ private:
 };
 
 /**
- * Where a thread notes the target that it calls. A note keeps the target while the delegate does: who takes the target
- * away from the delegate looks at all notes afterwards, and makes a share of each that still stands.
+ * The place in which a thread notes the target that it calls. A note keeps the target as long as the delegate does. An
+ * exchange, after it has taken the target from the delegate, looks at all notes, and gives the call a share for each
+ * note that still has the target.
  *
  *        caller                                  exchanger
  *     1. note = target                        2. current = another
@@ -48,26 +49,28 @@ private:
  *     4. note == target? note = null,            let the delegate's share go
  *        else let the share go
  *
- * Steps 1 and 2 each write one of two places and then read the other. All four accesses are sequentially consistent, so
- * that at least one side sees what the other wrote: a caller that still reads its target is seen by the exchanger.
- * Step 4 releases what the call did, and step 3 acquires it where it finds the note struck out, so it happens before
- * the end of the component. Where step 3 strikes it out, that releases the share, and step 4 acquires it before it lets
- * it go.
+ * The caller writes the note, and then reads `current`; the exchanger writes `current`, and then reads the note. All
+ * four accesses are sequentially consistent, so at least one side sees what the other wrote: if a caller still reads
+ * its target, the exchanger sees the note.
+ *
+ * Step 4 releases what the call did. If step 3 finds the note null already, it acquires that, so the call happens
+ * before the end of the component. If step 3 sets the note to null, that releases the share, and step 4 acquires the
+ * share before it lets it go.
  *
  * Ownership: keeps the target while the delegate does.
- * Thread:    `take` by the thread whose note it is, the rest by any.
+ * Thread:    `take` is called by the thread whose note it is, the rest by any thread.
  * Failure:   none.
  */
 class ZCallNote
 {
 public:
-    /// Acquires what the call before did, should it have ended on another thread, as calls do whose stack is moved.
+    /// Acquires what the call before did: it may have ended on another thread, if its stack was moved to that.
     bool isFree() const { return !m_target.load(std::memory_order_acquire); }
 
-    /// Notes the target that `current` has, and returns it; null if it has none.
+    /// Notes the target of `current`, and returns it; null if there is none.
     ZTarget *take(const std::atomic<ZTarget *> &current)
     {
-        ZTarget *target = current.load(std::memory_order_relaxed); // not looked into before it is read once more
+        ZTarget *target = current.load(std::memory_order_relaxed); // may be gone: used only after it was read again
         while (target) {
             m_target.store(target, std::memory_order_seq_cst);
             ZTarget *const now = current.load(std::memory_order_seq_cst);
@@ -87,7 +90,7 @@ public:
             target->letGo();
     }
 
-    /// The delegate has `target` no longer: if it is noted here, the call gets a share.
+    /// Called when the delegate has given `target` up: if it is noted here, the call gets a share.
     void turnIntoShare(ZTarget *target)
     {
         if (m_target.load(std::memory_order_seq_cst) != target)
@@ -107,7 +110,7 @@ class ZCallNoteBlock;
 /// The notes of one thread, for calls within calls, on cache lines that no other thread writes to.
 struct alignas(128) ZCallNotes
 {
-    /// One that is free; null if there is none.
+    /// A note that is free; null if there is none.
     ZCallNote *free()
     {
         for (ZCallNote &note : notes) {
@@ -122,11 +125,11 @@ struct alignas(128) ZCallNotes
 };
 
 /**
- * The notes of some threads, side by side, since those who exchange read them all.
+ * The notes of some threads. They lie side by side, since an exchange reads all of them.
  *
  * Ownership: none, and it is never destroyed.
  * Thread:    any.
- * Failure:   null where all are taken.
+ * Failure:   null if all are taken.
  */
 class ZCallNoteBlock
 {
@@ -137,8 +140,8 @@ public:
             notes.block = this;
     }
 
-    /// Notes that are nobody's; null if there are none. Sequentially consistent as the notes are: a walk that does not
-    /// find these taken came before their first note, and so did the exchange before the walk.
+    /// Notes that no thread has; null if there are none. This is sequentially consistent like the notes: if a walk does
+    /// not find these taken, then the walk, and the exchange before it, came before their first note.
     ZCallNotes *take()
     {
         unsigned taken = m_taken.load(std::memory_order_relaxed);
@@ -152,7 +155,8 @@ public:
         return nullptr;
     }
 
-    /// Releases what the calls did. Where one of them still stands, as it does if it never returns, they stay taken.
+    /// Releases what the calls did. If one of the notes still has a target, because its call never returns, the notes
+    /// stay taken.
     void giveBack(ZCallNotes *notes)
     {
         for (const ZCallNote &note : notes->notes) {
@@ -183,12 +187,12 @@ private:
 };
 
 /**
- * The notes of all threads. There is no lock, which a child process might find locked by a thread that it does not
- * have.
+ * The notes of all threads. There is no lock: a child process might inherit it locked by a thread that the child does
+ * not have.
  *
- * Ownership: its blocks, which it never destroys: the notes of a thread that has ended are the next one's.
+ * Ownership: owns its blocks, and never destroys them: the notes of a thread that has ended go to the next one.
  * Thread:    any.
- * Failure:   null where there is no memory.
+ * Failure:   null if there is no memory.
  */
 class ZAllCallNotes
 {
@@ -208,7 +212,8 @@ public:
         return notes;
     }
 
-    /// Lets the share go of a delegate that has `target` no longer, once each call in it has one of its own.
+    /// Lets the delegate's share of `target` go, after each call in it has got a share of its own. Called when the
+    /// delegate has given `target` up.
     void retire(ZTarget *target)
     {
         for (ZCallNoteBlock *block = first(); block; block = block->next)
@@ -217,8 +222,8 @@ public:
     }
 
 private:
-    /// Sequentially consistent for the same reason as a block's `take`: a walk may not find the block. To read it with
-    /// acquire would order what the block holds, but not a later note behind the adding of the block.
+    /// Sequentially consistent for the same reason as a block's `take`: a walk may not find the block. Acquire would
+    /// order the content of the block, but would not order a later note after the adding of the block.
     ZCallNoteBlock *first() const { return m_first.load(std::memory_order_seq_cst); }
     void add(ZCallNoteBlock *block)
     {

@@ -3,15 +3,17 @@
 
 namespace {
 
-/// A time that the clock leaves out that day comes as long after the gap, and of two the first is meant. `QDateTime`
-/// finds no time left until the one, and makes up its mind about the other each time anew.
+/// The moment at which the local time is `time` on that day. If the clock leaves that time out, it is as long after the
+/// end of the gap as `time` lies after its beginning; if `time` comes twice, it is the first one. `QDateTime` alone
+/// does not do: for a time in a gap it says that no time is left until then, and of two times it does not always choose
+/// the same one.
 QDateTime moment(const QDate &date, const QTime &time)
 {
     const QDateTime asUtc(date, time, Qt::UTC);
     const auto withOffsetOf = [&](const QDateTime &other) {
         return asUtc.addSecs(-other.offsetFromUtc()).toLocalTime();
     };
-    const QDateTime before = withOffsetOf(asUtc.addDays(-1).toLocalTime()); // that of the day may begin after a gap
+    const QDateTime before = withOffsetOf(asUtc.addDays(-1).toLocalTime()); // the day itself may begin after a gap
     const QDateTime after = withOffsetOf(before);
     return after.time() == time ? after : before;
 }

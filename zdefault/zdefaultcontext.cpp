@@ -14,10 +14,10 @@ namespace {
 
 using Values = QHash<int, QVariant>; // by type
 
-// Neither is ever destroyed: a context may be in static storage, and threads may outlive main().
+// These two are never destroyed: a context may be in static storage, and threads may outlive main().
 
-/// Each thread's values, by context. One storage for all contexts, and for ever: Qt gives the place of a storage that
-/// is destroyed to the next one, together with what threads that still run have in it.
+/// Each thread's values, by context. There is one storage for all contexts, and it is never destroyed: Qt gives the
+/// slot of a destroyed storage to the next one, together with the values that running threads have in it.
 QThreadStorage<QHash<quint64, Values>> &threadValues()
 {
     static auto &instance = *new QThreadStorage<QHash<quint64, Values>>;
@@ -26,7 +26,7 @@ QThreadStorage<QHash<quint64, Values>> &threadValues()
 
 QBasicMutex livingMutex;
 
-QSet<quint64> &living() // the contexts that there are; guarded by livingMutex
+QSet<quint64> &living() // the contexts that exist; guarded by livingMutex
 {
     static auto &instance = *new QSet<quint64>;
     return instance;
@@ -40,10 +40,10 @@ quint64 newContext()
     return last;
 }
 
-/// Drops what this thread has of contexts that are gone.
+/// Drops the values that this thread has in contexts that are gone.
 void dropDead(QHash<quint64, Values> &values)
 {
-    QHash<quint64, Values> dead; // to the end: a value's destructor may come back here
+    QHash<quint64, Values> dead; // destroyed at the end: a value's destructor may come back here
     const QMutexLocker locker(&livingMutex);
     for (auto entry = values.begin(); entry != values.end();) {
         if (living().contains(entry.key())) {
@@ -89,7 +89,7 @@ bool ZDefaultContext::save0(QVariant &value)
     if (!contexts.contains(m_id))
         dropDead(contexts);
     QVariant other = value;
-    other.swap(contexts[m_id][value.userType()]); // the one before goes at the end: its destructor may come back here
+    other.swap(contexts[m_id][value.userType()]); // the old value ends last: its destructor may come here
     return true;
 }
 

@@ -120,7 +120,7 @@ QSharedPointer<ZDbusSubscriber> ZDefaultDbus::take(const QString &host, const QU
     return subscriber;
 }
 
-/// Forgets an endpoint whose subscriber has died, and answers the one after it.
+/// Forgets an endpoint whose subscriber is gone, and returns the one after it.
 ZDefaultDbus::Endpoints::iterator ZDefaultDbus::forget(Endpoints::iterator endpoint)
 {
     tellGone(m_log, endpoint.key());
@@ -130,11 +130,11 @@ ZDefaultDbus::Endpoints::iterator ZDefaultDbus::forget(Endpoints::iterator endpo
 template <class Call>
 void ZDefaultDbus::forEachAlive(Call call)
 {
-    QVector<QSharedPointer<ZDbusSubscriber>> held; // to the end: we may be the last, and a destructor may call the bus
+    QVector<QSharedPointer<ZDbusSubscriber>> held; // released at the end: a destructor may call the bus
     QStringList gone;
     const ZParking parking; // what is called may run an event loop
     const QMutexLocker locker(&m_mutex);
-    const auto forgetGone = qScopeGuard([&] { // after the walk, also after one that a subscriber's exception ends
+    const auto forgetGone = qScopeGuard([&] { // after the walk, even if a subscriber's exception ends it
         for (const QString &key : qAsConst(gone))
             m_endpoints.remove(key);
     });

@@ -12,18 +12,18 @@ QT_BEGIN_NAMESPACE
 class QMetaProperty;
 QT_END_NAMESPACE
 
-/// "ZDefaultEmitter*", registered as a metatype.
+/// Returns "ZDefaultEmitter*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultEmitterTypeName();
 
 /**
- * The wiring centre.
+ * The default emitter: connects components.
  *
- * Ownership: the delegates that it files, and through them the components. One that is installed on itself holds
- *            itself, and so lives with all of them to the end of the process, unless something else is installed in
- *            its place. Destroying it lets the components go, the last that was filed first.
+ * Ownership: owns the delegates that it keeps, and so their components. An emitter that is installed on itself holds
+ *            itself: it lives, with all of them, to the end of the process, unless something else is installed in its
+ *            place. When it is destroyed, it lets the components go, the one that was kept last first.
  * Thread:    any. Injection holds the emitter's lock while the writers of properties run: a writer must not wait for
  *            another thread that needs this emitter.
- * Failure:   null, silently.
+ * Failure:   null, silently; but if something is bound wrongly, a warning goes to the `ZLogger` that it has.
  */
 class ZDEFAULT_EXPORT ZDefaultEmitter : public QObject, public ZEmitter
 {
@@ -49,11 +49,12 @@ public:
     QObject *inject0(QObject *object) override;
 
 protected:
-    // For a host that tells what is wired. Both are called under the emitter's lock, and do nothing here.
+    // For a host that reports what is connected. Both are called under the emitter's lock, and do nothing here.
 
     /// `component` serves an interface from now on; null if nobody does.
     virtual void bound(int interfaceType, const QSharedPointer<QObject> &component);
-    /// A property of the type of an interface was written, or left as it is, for nobody has filed a delegate.
+    /// A property whose type is an interface was written; or, if not `isGiven`, was left as it is, since there is no
+    /// delegate for that interface.
     virtual void injected(QObject *object, const QMetaProperty &property, bool isGiven);
 
 private:
@@ -61,10 +62,10 @@ private:
 
     QRecursiveMutex m_mutex;                           // writers of properties call back into bind0
     QHash<int, QSharedPointer<ZDelegate>> m_delegates; // by the metatype id of the interface's pointer
-    QVector<int> m_order;                              // in which they were filed
+    QVector<int> m_order;                              // the order in which they came
 };
 
-/// Stands for a `ZEmitter`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZEmitter`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZEmitterDelegate : public ZDelegate, public ZEmitter
 {
 public:

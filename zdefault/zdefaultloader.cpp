@@ -28,7 +28,7 @@ const QLatin1String Prefix("lib");
 const QLatin1String Suffix(".so");
 const QLatin1String DropPattern("lib*.so");
 
-/// The texts in the array `value` that are not empty; none if it is no array.
+/// The texts in the array `value` that are not empty; none if it is not an array.
 QStringList texts(const QJsonValue &value)
 {
     QStringList result;
@@ -47,7 +47,7 @@ QString textOr(const QJsonValue &value, const QString &otherwise)
     return text.isEmpty() ? otherwise : text;
 }
 
-/// The absolute paths of those of `paths` that are folders.
+/// The absolute paths of all folders among `paths`.
 QStringList folders(const QStringList &paths)
 {
     QStringList result;
@@ -72,8 +72,8 @@ void prependToPath(const QStringList &folders)
 
 QStringList drops(const QDir &hot) { return hot.entryList({DropPattern}); }
 
-/// Qt takes watchers and timers down on their own thread only; a call on another may have held the loader last. And one
-/// `isSending` a signal still needs itself.
+/// Deletes a watcher or a timer. Only its own thread may do so, but the last holder of the loader may be a call on
+/// another thread; and while it `isSending` a signal, it needs itself. In both cases it is deleted later.
 void destroy(QObject *helper, bool isSending)
 {
     if (helper->thread() == QThread::currentThread() && !isSending)
@@ -101,7 +101,7 @@ ZDefaultLoader::ZDefaultLoader() : m_watcher(new ZFolderWatch), m_deployment(new
 
 ZDefaultLoader::~ZDefaultLoader()
 {
-    disconnect(m_watcher, nullptr, this, nullptr); // which may be sending on its own thread
+    disconnect(m_watcher, nullptr, this, nullptr); // it may be sending a signal on its own thread
     destroy(m_watcher, m_isNotified);
     destroy(m_deployment, m_isNotified);
 }
@@ -115,13 +115,13 @@ QSharedPointer<ZLibrary> ZDefaultLoader::loaded0(QString name)
 QSharedPointer<ZLibrary> ZDefaultLoader::load0(QString name)
 {
     const ZParking parking;                 // the plugin may take our place
-    if (!name.contains(QLatin1Char('.'))) { // what is there need not wait for those who load
+    if (!name.contains(QLatin1Char('.'))) { // a library that is there need not wait for a load
         if (QSharedPointer<ZLibrary> library = ZDefaultLoader::loaded0(name))
             return library;
     }
     const QString key = zDeepCopy(basen(name));
     QSharedPointer<ZLibrarySet> set = setOf(key);
-    if (!set) { // made without our lock: it is injected
+    if (!set) { // made without our lock, since it is injected
         const auto made = QSharedPointer<ZLibrarySet>::create(name, m_emitter, thread());
         const QMutexLocker locker(&m_mutex);
         QSharedPointer<ZLibrarySet> &entry = m_sets[key];
@@ -148,7 +148,7 @@ ZLogger *ZDefaultLoader::getSetZLogger(ZLogger *logger)
 ZEmitter *ZDefaultLoader::getSetZEmitter(ZEmitter *emitter)
 {
     if (zKeepFirst(m_emitter, emitter))
-        return zAnnounce<ZLoaderDelegate>(this, emitter); // this may be the end of us
+        return zAnnounce<ZLoaderDelegate>(this, emitter); // this may destroy us
     return m_emitter;
 }
 
@@ -204,7 +204,7 @@ void ZDefaultLoader::lookAgain(const QString &source)
     });
 }
 
-/// Does `deed`, in which a plugin that is loaded may take our place, and after which we may be gone.
+/// Runs `deed`. A plugin that is loaded in it may take our place, so we may be gone afterwards.
 template <class Deed>
 void ZDefaultLoader::outlive(Deed deed)
 {
@@ -219,8 +219,9 @@ void ZDefaultLoader::outlive(Deed deed)
 
 void ZDefaultLoader::take(const QDir &hot, const QString &entry)
 {
-    // The bare name, so seen from the working directory, as it has always been: operators keep a plugin back by a link
-    // of its name there.
+    // Skips a name that is a symbolic link in the working directory of the process. Operators keep a plugin back by
+    // such a link; it has always been so. The name is given without a folder, so it is looked for in the working
+    // directory.
     if (QFileInfo(entry).isSymLink())
         return;
     const QFileInfo file(hot, entry);
@@ -233,8 +234,8 @@ void ZDefaultLoader::take(const QDir &hot, const QString &entry)
     }
     if (!file.exists() && !file.isSymLink()) // it has been deployed in an event loop that the plugin before it has run
         return;
-    // A name that is taken is looked for under the stamped name, which only a file of just that name answers to: the
-    // newcomer stays where it is, and the log says so.
+    // The name is taken, so the file stays where it is, and the log says so: what is moved is the stamped name, which a
+    // file in the hot-deploy folder has only by chance.
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmsszzz"));
     const QString stamped = QStringLiteral("%1.%2.%3").arg(file.completeBaseName(), stamp, file.suffix());
     deploy(hot, stamped, deployed.filePath(stamped));
@@ -266,7 +267,7 @@ void ZDefaultLoader::apply(const QJsonObject &section)
     m_watcher->watch(dir.absolutePath());
     const QStringList now = drops(dir);
     const auto isNew = [&](const QString &entry) { return !seen.contains(entry); };
-    if (std::any_of(now.begin(), now.end(), isNew)) // dropped in between: nobody would tell us
+    if (std::any_of(now.begin(), now.end(), isNew)) // dropped meanwhile: no signal comes for it
         directoryChangedSlot(dir.absolutePath());
 }
 

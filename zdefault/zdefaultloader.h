@@ -17,16 +17,16 @@
 class ZDeployment;
 class ZFolderWatch;
 
-/// "ZDefaultLoader*", registered as a metatype.
+/// Returns "ZDefaultLoader*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultLoaderTypeName();
 
 /**
  * Loads plugins from the deployed folder, as the section "loader" says, and deploys what is dropped into the
  * hot-deploy folder.
  *
- * Ownership: the emitter's, once announced. Owns one library set per plugin; keeps no library.
- * Thread:    any; the hot-deploy folder is watched on its own, which needs an event loop, and on which the roots of the
- *            plugins live. A load makes others of the same plugin wait.
+ * Ownership: the emitter owns it, once it is announced. Owns one library set per plugin; keeps no library.
+ * Thread:    any. The hot-deploy folder is watched on the loader's own thread, which needs an event loop; the roots of
+ *            the plugins live there, too. While a plugin is loaded, other loads of the same plugin wait.
  * Failure:   a null library; the reason is in the log.
  */
 class ZDEFAULT_EXPORT ZDefaultLoader : public QObject, public ZLoader, public ZOwned
@@ -46,15 +46,15 @@ public:
     QSharedPointer<ZLibrary> loaded0(QString name) override;
     QSharedPointer<ZLibrary> load0(QString name) override;
 
-    /// Keeps to the first logger that comes.
+    /// Takes the first logger that comes, and no other.
     ZLogger *getSetZLogger(ZLogger *logger = nullptr);
-    /// Keeps to the first emitter that comes, and announces the loader there.
+    /// Takes the first emitter that comes, and no other, and announces the loader there.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
-    /// Keeps to the first configuration that comes, and applies it: paths, plugins to load, folder to watch.
+    /// Takes the first configuration that comes, and no other, and applies it: paths, plugins to load, folder to watch.
     ZConfig *getSetZConfig(ZConfig *config = nullptr);
 
-    /// Sets `dir` to the folder at `path`, which is relative to the application's folder unless it is absolute. False,
-    /// and `dir` as it was, if there is no such folder.
+    /// Sets `dir` to the folder at `path`, which is relative to the application's folder unless it is absolute. False
+    /// if there is no such folder; `dir` stays as it was.
     static bool resolve(const QString &path, QDir &dir);
     /// A plugin's name with its versions: "foo.1" for "libfoo.1.so".
     static QString undecorate(const QString &name);
@@ -62,8 +62,8 @@ public:
     static QString basen(const QString &name);
 
 public Q_SLOTS:
-    /// Moves each plugin file in the hot-deploy folder `n` to the deployed folder, and loads it. Between two file
-    /// systems one that is being written, or is large, follows later, from the event loop.
+    /// Moves each plugin file in the hot-deploy folder `n` to the deployed folder, and loads it. If the folders are on
+    /// two file systems, files that are being written, or are large, follow later, from the event loop.
     void directoryChangedSlot(QString n);
 
 private:
@@ -81,13 +81,13 @@ private:
     QString m_deployed; // absolute
     ZFolderWatch *const m_watcher;
     ZDeployment *const m_deployment;
-    bool m_isNotified = false;                          // by one of these two, at this moment
+    bool m_isNotified = false;                          // one of these two is calling us at this moment
     QHash<QString, QSharedPointer<ZLibrarySet>> m_sets; // by base name
     mutable QMutex m_mutex;                             // guards m_sets
     ZNamedLogger m_log;
 };
 
-/// Stands for a `ZLoader`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZLoader`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZLoaderDelegate : public ZDelegate, public ZLoader
 {
 public:

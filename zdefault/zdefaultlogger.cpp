@@ -15,7 +15,8 @@
 
 namespace {
 
-/// Qt's switch. As the process ends the switches are gone before the last who log: then only what is `urgent` is told.
+/// Whether Qt has the severity switched on. When the process ends, the switches are destroyed before the last lines are
+/// written: then only `urgent` ones are.
 template <bool (QLoggingCategory::*isOn)() const>
 bool isEnabled(bool urgent)
 {
@@ -23,7 +24,7 @@ bool isEnabled(bool urgent)
     return category ? (category->*isOn)() : urgent;
 }
 
-/// Fractions are cut off, and what no int can hold becomes the nearest that can.
+/// Fractions are cut off. A number that does not fit into an int becomes the nearest one that does.
 int toInt(const QJsonValue &number)
 {
     return static_cast<int>(
@@ -32,8 +33,8 @@ int toInt(const QJsonValue &number)
 
 constexpr int TimeSize = 23;
 
-/// Appends the local time, "dd.MM.yyyy hh:mm:ss.zzz". To ask for the zone costs far more than all else of a line: so
-/// each thread keeps the second's text, and a clock or a zone that is changed shows within a second.
+/// Appends the local time, "dd.MM.yyyy hh:mm:ss.zzz". To ask for the time zone takes far longer than the rest of a
+/// line, so each thread keeps the text of the current second. A change of the clock or the zone shows within a second.
 void appendTime(QByteArray &line)
 {
     constexpr int Size = TimeSize - 3;
@@ -101,7 +102,7 @@ void ZDefaultLogger::log0(int index, int kind, const QString &text)
     if (!ZDefaultLogger::debug0() || ZDefaultLogger::log0(index) == 0)
         return;
     const QString &name = m_names.at(index);
-    const auto bits = static_cast<qulonglong>(kind); // of a negative one: the two's complement
+    const auto bits = static_cast<qulonglong>(kind); // the two's complement of a negative number
     const QByteArray end = text.toUtf8();
     QByteArray line;
     line.reserve(TimeSize + name.size() * 3 + end.size() + 32);
@@ -109,7 +110,7 @@ void ZDefaultLogger::log0(int index, int kind, const QString &text)
     appendTime(line);
     line.append("] [").append(name.toUtf8()).append("] [");
     line.append(QByteArray::number(bits, 16)).append("] ").append(end);
-    if (name.contains(QLatin1Char('%'))) { // the name's own places are filled as the line's are
+    if (name.contains(QLatin1Char('%'))) { // a place such as %1 in the name is filled like those of the line
         const QString time = QString::fromLatin1(line.mid(1, TimeSize));
         line = QStringLiteral("[%1] [%2] [%3] %4").arg(time, name).arg(bits, 0, 16).arg(text).toUtf8();
     }

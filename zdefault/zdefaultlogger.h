@@ -11,14 +11,14 @@
 #include <QList>
 #include <QStringList>
 
-/// "ZDefaultLogger*", registered as a metatype.
+/// Returns "ZDefaultLogger*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultLoggerTypeName();
 
 /**
- * Writes to Qt's message handler, under the category "default"; what is written is switched by the section "logger".
+ * Writes to Qt's message handler, under the category "default". The section "logger" says what is written.
  *
- * Ownership: the emitter's, once announced.
- * Thread:    any; the categories are fixed when the configuration comes.
+ * Ownership: the emitter owns it, once it is announced.
+ * Thread:    any; the categories do not change after the configuration has come.
  * Failure:   sections and values of another type than expected are skipped silently.
  */
 class ZDEFAULT_EXPORT ZDefaultLogger : public QObject, public ZLogger, public ZOwned
@@ -47,15 +47,15 @@ public:
     int log0(int index) override;
     int log0(const QString &name) override;
 
-    /// Has who asks for the mask of a category get this one from now on; who has asked before is told by
-    /// `ZNamedLogger::setMask`. False, and nothing, if the configuration has no such category. On any thread.
+    /// Sets the mask of a category, for those that ask for it from now on. For those that have asked before, call
+    /// `ZNamedLogger::setMask`. False if the configuration has no such category; then nothing changes. On any thread.
     bool setMask(const QString &name, int mask);
     /// The categories of the configuration.
     QStringList categories() const;
 
     /// Reads the section "logger" of the first configuration that comes, and keeps to it.
     ZConfig *getSetZConfig(ZConfig *config = nullptr);
-    /// Announces the logger, each time anew. Answers its argument.
+    /// Announces the logger, again at each call. Returns its argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
@@ -63,12 +63,12 @@ private:
     bool isCategory(int index) const;
 
     ZConfig *m_config = nullptr;
-    QStringList m_names; // of the categories, by index
+    QStringList m_names; // the categories, by index
     QList<QAtomicInt> m_masks;
-    QAtomicInt m_count; // stored last: another thread sees no category, or all of them
+    QAtomicInt m_count; // stored last, so that another thread sees no category or all of them
 };
 
-/// Stands for a `ZLogger`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZLogger`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZLoggerDelegate : public ZDelegate, public ZLogger
 {
 public:

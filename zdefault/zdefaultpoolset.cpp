@@ -11,6 +11,14 @@
 
 #include <utility>
 
+namespace {
+
+bool isBusy(const ZJobPool &pool) { return static_cast<unsigned long>(pool) > 0; }
+
+bool isBusy(ZThreadPool &registry) { return !registry.waitAll(0); }
+
+} // namespace
+
 template <class Pool>
 template <class... Arguments>
 QSharedPointer<Pool> ZNamedPools<Pool>::find(const QString &name, Arguments... arguments)
@@ -21,10 +29,10 @@ QSharedPointer<Pool> ZNamedPools<Pool>::find(const QString &name, Arguments... a
         if (pool)
             return pool;
     }
-    // Dies outside the lock: a pool waits for those that run in it, who may ask for pools.
+    // Destroyed outside the lock: a pool waits for what runs in it, and that may ask for pools.
     QSharedPointer<Pool> replaced;
     const QWriteLocker locker(&m_lock);
-    QSharedPointer<Pool> pool = m_pools.value(name); // somebody may have made it in between
+    QSharedPointer<Pool> pool = m_pools.value(name); // another thread may have made it meanwhile
     if (!pool) {
         pool = QSharedPointer<Pool>::create(arguments...);
         const int nul = name.indexOf(QChar::Null);
@@ -33,6 +41,18 @@ QSharedPointer<Pool> ZNamedPools<Pool>::find(const QString &name, Arguments... a
         m_pools.insert(key, pool);
     }
     return pool;
+}
+
+template <class Pool>
+QStringList ZNamedPools<Pool>::busy()
+{
+    QStringList names;
+    const QReadLocker locker(&m_lock);
+    for (auto pool = m_pools.constBegin(); pool != m_pools.constEnd(); ++pool) {
+        if (isBusy(**pool))
+            names.append(pool.key());
+    }
+    return names;
 }
 
 template <class Pool>
@@ -60,6 +80,8 @@ QSharedPointer<ZJobPool> ZDefaultJobPoolSet::find0(const QString &name, int maxT
     return m_pools.find(name, maxThreads, expiryTimeout);
 }
 
+QStringList ZDefaultJobPoolSet::busy() { return m_pools.busy(); }
+
 ZEmitter *ZDefaultJobPoolSet::getSetZEmitter(ZEmitter *emitter)
 {
     return zAnnounce<ZJobPoolSetDelegate>(this, emitter);
@@ -70,6 +92,8 @@ ZDefaultThreadPoolSet::ZDefaultThreadPoolSet() = default;
 ZDefaultThreadPoolSet::~ZDefaultThreadPoolSet() { m_pools.letGoOn(thread()); }
 
 QSharedPointer<ZThreadPool> ZDefaultThreadPoolSet::find0(const QString &name) { return m_pools.find(name); }
+
+QStringList ZDefaultThreadPoolSet::busy() { return m_pools.busy(); }
 
 ZEmitter *ZDefaultThreadPoolSet::getSetZEmitter(ZEmitter *emitter)
 {

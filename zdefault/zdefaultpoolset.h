@@ -11,17 +11,18 @@
 
 #include <QHash>
 #include <QReadWriteLock>
+#include <QStringList>
 #include <QThread>
 
-/// "ZDefaultJobPoolSet*", registered as a metatype.
+/// Returns "ZDefaultJobPoolSet*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultJobPoolSetTypeName();
-/// "ZDefaultThreadPoolSet*", registered as a metatype.
+/// Returns "ZDefaultThreadPoolSet*", and registers that type as a metatype.
 ZDEFAULT_EXPORT const char *zDefaultThreadPoolSetTypeName();
 
 /**
  * Pools by name, made when they are first asked for.
  *
- * Ownership: shares its pools with whoever asked for them; it keeps all of them as long as it lives.
+ * Ownership: shares its pools with those that asked for them; it keeps all of them as long as it lives.
  * Thread:    any.
  * Failure:   none.
  */
@@ -29,13 +30,16 @@ template <class Pool>
 class ZNamedPools
 {
 public:
-    /// The pool called `name`, made with `arguments` if there is none yet. It is kept under its name up to the first
-    /// NUL, but looked up by all of it.
+    /// The pool called `name`. If there is none yet, it is made with `arguments`. It is kept under the part of its name
+    /// before the first NUL, but looked up by the whole name.
     template <class... Arguments>
     QSharedPointer<Pool> find(const QString &name, Arguments... arguments);
 
-    /// Where the caller is a thread of a pool, has the pools go on the thread `home` instead, if that has an event
-    /// loop: one of their own threads would wait for itself.
+    /// The names of the pools in which something runs.
+    QStringList busy();
+
+    /// If the caller is a thread of a pool, and `home` has an event loop, lets the pools go on the thread `home`: on a
+    /// thread of their own they would wait for themselves. Else does nothing.
     void letGoOn(QThread *home);
 
 private:
@@ -46,7 +50,7 @@ private:
 /**
  * Job pools by name.
  *
- * Ownership: the emitter's, once announced. Shares the pools with its callers.
+ * Ownership: the emitter owns it, once it is announced. Shares the pools with its callers.
  * Thread:    any.
  * Failure:   none: any name is accepted.
  */
@@ -63,15 +67,17 @@ public:
     ~ZDefaultJobPoolSet() override;
 
     QSharedPointer<ZJobPool> find0(const QString &name, int maxThreads, int expiryTimeout) override;
+    /// The names of the pools in which jobs run.
+    QStringList busy();
 
-    /// Announces the set, each time anew. Answers its argument.
+    /// Announces the set, again at each call. Returns its argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
     ZNamedPools<ZJobPool> m_pools;
 };
 
-/// Stands for a `ZJobPoolSet`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZJobPoolSet`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZJobPoolSetDelegate : public ZDelegate, public ZJobPoolSet
 {
 public:
@@ -84,8 +90,8 @@ public:
 /**
  * Registries of running threads by name.
  *
- * Ownership: the emitter's, once announced. Shares the registries with its callers; the last who lets go of one waits
- *            for its threads.
+ * Ownership: the emitter owns it, once it is announced. Shares the registries with its callers; the last one to let go
+ *            of a registry waits for its threads.
  * Thread:    any.
  * Failure:   none: any name is accepted.
  */
@@ -102,15 +108,17 @@ public:
     ~ZDefaultThreadPoolSet() override;
 
     QSharedPointer<ZThreadPool> find0(const QString &name) override;
+    /// The names of the registries that have threads.
+    QStringList busy();
 
-    /// Announces the set, each time anew. Answers its argument.
+    /// Announces the set, again at each call. Returns its argument.
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
     ZNamedPools<ZThreadPool> m_pools;
 };
 
-/// Stands for a `ZThreadPoolSet`. Otherwise as `ZDelegate`.
+/// The delegate of a `ZThreadPoolSet`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZThreadPoolSetDelegate : public ZDelegate, public ZThreadPoolSet
 {
 public:

@@ -18,12 +18,13 @@ namespace {
 
 QString poolName() { return QStringLiteral("Pool-ZSchedulerThread"); }
 
-/// Whether so many descriptors could be opened now. Opens none: a thread that is just starting may need the last.
+/// Whether so many descriptors could be opened now. Opens none, since a thread that is just starting may need the last
+/// one.
 bool descriptorsLeft(int count)
 {
     rlimit limit;
     getrlimit(RLIMIT_NOFILE, &limit);
-    // From the top: the lowest are given out first.
+    // From the highest down, since the system gives out the lowest first.
     for (int descriptor = static_cast<int>(qMin<rlim_t>(limit.rlim_cur, INT_MAX)) - 1; descriptor >= 0 && count > 0;
          --descriptor) {
         if (fcntl(descriptor, F_GETFD) < 0)
@@ -32,11 +33,10 @@ bool descriptorsLeft(int count)
     return count <= 0;
 }
 
-/// Threads that were started and have not come as far as to open the descriptor that each holds. Qt ends the process
-/// when one cannot.
+/// How many threads were started, but have not opened their descriptor yet. If one cannot open it, Qt ends the process.
 QAtomicInt startingThreads;
 
-/// What is left to others when activities are refused.
+/// So many descriptors are left for others when activities are refused.
 constexpr int SpareDescriptors = 8;
 
 } // namespace
@@ -55,7 +55,7 @@ ZSchedulerThread::~ZSchedulerThread() = default;
 
 void ZSchedulerThread::run()
 {
-    prctl(PR_SET_TIMERSLACK, 1); // else the kernel wakes us up to 50 us late, to wake others with us
+    prctl(PR_SET_TIMERSLACK, 1); // else the kernel may wake us 50 us late, to wake others at the same time
     while (m_activity && m_activity->wait() && m_activity->run()) {
     }
 }
@@ -72,11 +72,12 @@ bool ZDefaultScheduler::schedule0(QSharedPointer<ZScheduledActivity> activity)
     auto *thread = new ZSchedulerThread(std::move(activity));
     connect(
         thread, &QThread::started, thread, [] { startingThreads.deref(); }, Qt::DirectConnection);
-    const auto isOver = QSharedPointer<QAtomicInteger<bool>>::create(false); // the thread may be deleted by then
+    const auto isOver = QSharedPointer<QAtomicInteger<bool>>::create(false); // used when the thread may be deleted
     connect(
         thread, &QThread::finished, thread, [isOver] { isOver->storeRelease(true); }, Qt::DirectConnection);
-    // An activity that schedules another does so on a thread without an event loop, where nothing would ever be deleted
-    // later. Moved before it starts: from then on its deletion may be posted any time.
+    // An activity may schedule another one, on a thread without an event loop: there `deleteLater()` would delete
+    // nothing. So the thread object is moved to the application's thread; before it starts, since it may be posted for
+    // deletion at any time after that.
     if (QCoreApplication *application = QCoreApplication::instance())
         thread->moveToThread(application->thread());
     if (!descriptorsLeft(startingThreads.loadAcquire() + SpareDescriptors) ||
@@ -154,7 +155,7 @@ bool ZDefaultScheduler::printd(QJsonObject *out)
 bool ZDefaultScheduler::shutdown()
 {
     const QSharedPointer<ZThreadPool> threads = pool();
-    if (m_emitter) { // may let go of the last share in this object, but for the one held here
+    if (m_emitter) { // this may drop all shares of this object but the one that is held here
         const QSharedPointer<QObject> self = owned();
         m_emitter->bind0(QSharedPointer<ZSchedulerDelegate>::create(QSharedPointer<QObject>()));
     }

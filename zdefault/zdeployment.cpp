@@ -23,22 +23,22 @@ namespace {
 constexpr qint64 LargeSize = 16 << 20;
 constexpr int LookAgainMs = 500;
 
-// Hidden, and without the suffix: nobody would load that.
+// Hidden, and without the suffix of a library, so that nobody loads it.
 const QLatin1String PartName("/.zdefault-XXXXXX.part");
 const QLatin1String PartPattern(".zdefault-*.part");
 
-/// Never replaces what is there. False, and errno, where it fails.
+/// Never replaces a file that is there. False, with errno, if it fails.
 bool renameTo(const QString &source, const QString &target)
 {
     const QByteArray from = QFile::encodeName(source);
     const QByteArray to = QFile::encodeName(target);
     if (renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
         return true;
-    // Some file systems, such as those of a network, cannot tell whether they would replace one.
+    // Some file systems, such as network ones, cannot rename without replacing.
     return (errno == EINVAL || errno == ENOSYS) && std::rename(from.constData(), to.constData()) == 0;
 }
 
-/// Has the disk keep the names in `folder`, where the file system has a way to do so.
+/// Flushes the names in `folder` to the disk, if the file system can do so.
 bool syncFolder(const QString &folder)
 {
     const int descriptor = open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -50,7 +50,7 @@ bool syncFolder(const QString &folder)
 
 bool lock(const QFile &file) { return flock(file.handle(), LOCK_EX | LOCK_NB) == 0; }
 
-/// Removes the parts of processes that were killed: nobody has those locked.
+/// Removes the unfinished copies of processes that were killed: nobody has those locked.
 void removeLeftovers(const QDir &folder)
 {
     const QStringList parts = folder.entryList({PartPattern}, QDir::Files | QDir::Hidden);
@@ -63,7 +63,7 @@ void removeLeftovers(const QDir &folder)
 
 } // namespace
 
-/// The copy of a file in the folder to which it goes.
+/// The copy of a file, under a hidden name in the target folder.
 class ZDeployment::Copy
 {
 public:
@@ -109,8 +109,8 @@ ZDeployment::~ZDeployment()
         m_thread.join();
 }
 
-/// Not by `QFile::rename()`: where the system does not rename it copies, shows the half of a file under its name, and
-/// removes the source before the last of it is written.
+/// Does not use `QFile::rename()`. If the system does not rename, that function copies: it shows half a file under the
+/// name, and removes the source before the last of it is written.
 ZDeployment::Result ZDeployment::move(const QString &source, const QString &target)
 {
     if (renameTo(source, target))
@@ -177,7 +177,7 @@ void ZDeployment::announceWaiting()
         const QMutexLocker locker(&m_mutex);
         waiting.swap(m_waiting);
     }
-    for (const QString &source : qAsConst(waiting)) // in an event for each: who hears of it may let go of us
+    for (const QString &source : qAsConst(waiting)) // in an event for each: a receiver may let go of us
         QMetaObject::invokeMethod(
             this, [this, source] { Q_EMIT due(source); }, Qt::QueuedConnection);
 }
@@ -195,7 +195,7 @@ void ZDeployment::announceCopied()
     Q_EMIT due(source);
 }
 
-/// What nobody has taken when it was due.
+/// Forgets a copy that nobody has taken when it was due.
 void ZDeployment::forgetCopied()
 {
     const QMutexLocker locker(&m_mutex);

@@ -10,13 +10,14 @@
 #include <thread>
 
 /**
- * Moves what was dropped into one folder to another, which may lie on another file system: there a file is copied, and
- * appears under its name when it is complete and on the disk. The source goes last, and only if it is still what was
- * copied and nobody writes it.
+ * Moves files that were dropped from one folder to another. If the other folder is on another file system, a file is
+ * copied, and appears under its name when it is complete and on the disk. The source is removed last, and only if it
+ * has not changed since, and nobody writes it.
  *
- * Ownership: its thread and what that has copied; both end with it, and the source stays.
- * Thread:    any, and it dies on its own, which needs an event loop. A large file is copied by a thread that lives for
- * it. Failure:   `Failed`: the source stays, and nothing has the name of the target.
+ * Ownership: owns its thread, and what that has copied; both end with it, and the source stays.
+ * Thread:    any; it is destroyed on its own, which needs an event loop. A large file is copied by a thread that lives
+ *            only for that.
+ * Failure:   `Failed`: the source stays, and no file has the name of the target.
  */
 class ZDeployment : public QObject
 {
@@ -33,11 +34,11 @@ public:
     ZDeployment();
     ~ZDeployment() override;
 
-    /// Never replaces what is there.
+    /// Never replaces a file that is there.
     Result move(const QString &source, const QString &target);
 
 Q_SIGNALS:
-    /// It is time to try again to move `source`, if that is still wanted.
+    /// Emitted when it is time to try again to move `source`, if that is still wanted.
     void due(const QString &source);
 
 private:
@@ -50,8 +51,8 @@ private:
     void announceCopied();
     void forgetCopied();
 
-    QStringList m_waiting;         // to be looked at again
-    std::unique_ptr<Copy> m_aside; // the one that a thread makes, or has made
+    QStringList m_waiting;         // sources to be looked at again
+    std::unique_ptr<Copy> m_aside; // the copy that the thread makes, or has made
     std::thread m_thread;
     std::atomic_bool m_isStopped{false};
     QMutex m_mutex; // guards all but the flag

@@ -23,8 +23,8 @@ using Tag = ElfW(Sxword);
 using Versym = ElfW(Versym);
 
 constexpr quint64 AddrBits = sizeof(Addr) * CHAR_BIT;
-constexpr quint64 StepsToLookUp = 4096;                      // for what the dynamic linker does to find a name
-constexpr quint64 MostThreadLocal = 1 << 30;                 // a process that cannot have it for a thread ends
+constexpr quint64 StepsToLookUp = 4096;                      // for the search of the dynamic linker for a name
+constexpr quint64 MostThreadLocal = 1 << 30;                 // without room for it in a thread a process ends
 constexpr unsigned SymbolShift = sizeof(Addr) == 8 ? 32 : 8; // where a relocation has the index of its symbol
 constexpr unsigned VersionMask = 0x7fff;                     // the bit above it tells that a symbol is hidden
 
@@ -45,7 +45,7 @@ bool isLoaded(const char *name)
     return library;
 }
 
-/// Each check answers whether it is passed, and relies on those before it.
+/// Each check returns whether the file has passed it, and relies on the checks before it.
 class ElfFile
 {
 public:
@@ -126,7 +126,7 @@ bool ElfFile::isHeader(const Segment &header) const
         return header.p_memsz >= header.p_filesz && header.p_memsz <= MostThreadLocal &&
                (header.p_align & (header.p_align - 1)) == 0 &&
                (header.p_filesz == 0 || from<char>(header.p_vaddr, header.p_filesz));
-    case PT_GNU_RELRO: { // it goes to the end of a page, where its segment may end before
+    case PT_GNU_RELRO: { // it goes to the end of a page; its segment may end before that
         const Segment *in = segment(header.p_vaddr, 0, PF_R | PF_W);
         return in && header.p_memsz <= in->p_vaddr + in->p_memsz - header.p_vaddr + in->p_align;
     }
@@ -172,7 +172,7 @@ bool ElfFile::strings()
            std::all_of(m_needed.begin(), m_needed.end(), [this](Addr name) { return isFileName(name); });
 }
 
-/// The dynamic linker puts the name of a library on its stack, however long it is.
+/// Whether a library may have this name. The dynamic linker puts the name on its stack, however long it is.
 bool ElfFile::isFileName(quint64 name) const
 {
     const quint64 length = isName(name) ? qstrnlen(m_strings.at(name), PATH_MAX) : 0;
@@ -309,7 +309,7 @@ bool ElfFile::isGnuSymbolTable(Addr address) const
             ++found;
         }
     }
-    return found == end; // else there are symbols that no bucket leads to
+    return found == end; // else no bucket leads to some of the symbols
 }
 
 bool ElfFile::functions() const
@@ -347,7 +347,7 @@ bool ElfFile::areRelocated(const ZElfTable<Rela> &relocations, quint64 relative)
     return true;
 }
 
-/// An even entry is a place, an odd one a map of the places that follow.
+/// Checks relative relocations. An even entry is a place, an odd one is a map of the places that follow.
 bool ElfFile::areRelocated(const ZElfTable<Addr> &relative)
 {
     const auto isPlace = [this](Addr place) {
@@ -399,12 +399,12 @@ QString zElfDamage(const QString &path)
     QFile file(path);
     qint64 size = file.open(QIODevice::ReadOnly) ? file.size() : 0;
     if (size == 0)
-        return {}; // nothing to be said about it; the dynamic linker will
+        return {}; // nothing is reported here; the dynamic linker will report it
     const uchar *data = file.map(0, size);
     QByteArray copy;
     if (!data) { // there is no room to map it
         copy = file.read(size);
-        size = copy.size(); // which is less of a file that has become shorter, or that no array takes
+        size = copy.size(); // less, if the file has become shorter, or is too large for an array
         data = reinterpret_cast<const uchar *>(copy.constData());
     }
     ElfFile elf(data, quint64(size));

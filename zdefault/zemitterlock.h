@@ -11,7 +11,7 @@ class ZDefaultEmitter;
 class ZEmitter;
 
 /**
- * Keeps everybody else from injecting and binding, while it lives. What is exchanged meanwhile dies after it.
+ * As long as it lives, no other thread injects or binds. A component that is exchanged meanwhile is destroyed after it.
  *
  * Ownership: keeps the emitter alive.
  * Thread:    any.
@@ -24,7 +24,7 @@ public:
     explicit ZEmitterLock(ZDefaultEmitter *emitter);
     ~ZEmitterLock();
 
-    /// Whether this thread has one, of whatever emitter. It must not wait for a thread that may want to inject.
+    /// Whether this thread has a lock, of any emitter. Then it must not wait for a thread that may want to inject.
     static bool isHeldHere();
 
 private:
@@ -32,6 +32,6 @@ private:
     void lock(ZDefaultEmitter *emitter);
 
     const ZParking m_parking;
-    QSharedPointer<QObject> m_emitter; // if it is reached through its delegate
+    QSharedPointer<QObject> m_emitter; // set if the emitter is reached through its delegate
     QRecursiveMutex *m_mutex = nullptr;
 };

@@ -20,21 +20,21 @@
 
 namespace {
 
-constexpr int LongestChain = 100; // of deletions, each of which posts the next; nothing tells where one ends
+constexpr int LongestChain = 100; // of deletions, each of which posts the next: it cannot be known where a chain ends
 constexpr int PauseMs = 20;
 
 class Errand;
 
 QBasicMutex pendingMutex;
 
-/// Those that have not been delivered. Never destroyed: an application that ends leaves some of them behind.
+/// Errands that have not been delivered. Never destroyed: an application that ends leaves some of them behind.
 QSet<Errand *> &pending() // guarded by pendingMutex
 {
     static auto &instance = *new QSet<Errand *>;
     return instance;
 }
 
-/// Something that is done once, by whoever comes first.
+/// Something that is done once, by the first who comes.
 class Deed
 {
 public:
@@ -51,7 +51,7 @@ private:
     std::function<void()> m_deed;
 };
 
-/// Takes a deed to another thread, where it is done in an event, or else as this is deleted.
+/// Takes a deed to another thread. The deed is done there in an event, or else when the errand is deleted.
 class Errand : public QObject
 {
 public:
@@ -83,7 +83,7 @@ public:
 private:
     void deliver()
     {
-        if (ZParking::isOpen()) { // in a nested event loop: what dies here might wait for a lock that we have
+        if (ZParking::isOpen()) { // in a nested event loop: a destructor might wait for a lock that we have
             QTimer::singleShot(PauseMs, this, [this] { deliver(); });
             return;
         }
@@ -96,16 +96,16 @@ private:
 };
 
 using Deeds = std::vector<std::function<void()>>;
-thread_local Deeds *afterwards = nullptr; // what is to be done after the deletions that are under way on this thread
+thread_local Deeds *afterwards = nullptr; // to be done after the deletions that this thread is doing
 
-/// Does `deed` once all that can be deleted now has been deleted.
+/// Does `deed` after everything has been deleted that can be deleted now.
 void deleteThenDo(std::function<void()> deed)
 {
     if (afterwards) {
         afterwards->push_back(std::move(deed));
         return;
     }
-    // What was posted outside a nested event loop waits for its end.
+    // Deletions that were posted outside of a nested event loop wait for the end of that loop.
     if (QThread::currentThread()->loopLevel() > 1 || ZParking::isOpen()) {
         QTimer::singleShot(PauseMs, [deed] { deleteThenDo(deed); });
         return;
@@ -119,7 +119,7 @@ void deleteThenDo(std::function<void()> deed)
         each();
 }
 
-/// Deletes what can be deleted until `last` is gone, which a program that calls processEvents() by hand would not do.
+/// Deletes what can be deleted, until `last` is gone. A program that calls processEvents() by hand would not do so.
 void deleteUntilGone(const QPointer<QObject> &last)
 {
     deleteThenDo([last] {
@@ -170,8 +170,8 @@ void zPost(QThread *thread, std::function<void()> deed)
 
 void zAfterDeletions(QThread *thread, std::function<void()> deed)
 {
-    // Qt deletes what is posted for deletion only where control has returned to whence it was posted. So one more is
-    // posted at the same place, to come after the others.
+    // Qt deletes an object that is posted for deletion only when control has returned to the event loop in which it was
+    // posted. So one more object is posted from the same place, and is deleted after the others.
     auto *last = new Errand(std::make_shared<Deed>([deed = std::move(deed)] { deleteThenDo(deed); }));
     const QPointer<QObject> watched = last;
     last->moveToThread(thread);

@@ -13,7 +13,7 @@
 namespace {
 
 constexpr int BlockSize = 1 << 20;
-constexpr int BlocksToSync = 64; // who stops a copy waits for the disk to have so much, not for all of it
+constexpr int BlocksToSync = 64; // flushed at a time, so that a copy can be stopped without waiting for all of it
 
 /// Repeats a call that a signal interrupts.
 template <class Call>
@@ -26,7 +26,7 @@ ssize_t uninterrupted(Call call)
     return result;
 }
 
-/// Not by QFile, which would not tell why a disk took only a part.
+/// Does not use QFile, which does not tell why a disk took only a part.
 bool writeAll(int descriptor, const char *data, ssize_t size)
 {
     while (size > 0) {
@@ -45,11 +45,11 @@ bool isSame(const struct stat &one, const struct stat &other)
            one.st_mtim.tv_sec == other.st_mtim.tv_sec && one.st_mtim.tv_nsec == other.st_mtim.tv_nsec;
 }
 
-/// The system gives a lease for reading only where nobody writes. It is given back at once; but whoever comes to write
-/// just then has a signal sent to us, which would be one that ends the process.
+/// Asks the system for a lease for reading, which it gives only if nobody writes. The lease is given back at once. If
+/// somebody opens the file for writing just then, the system sends us a signal; its default would end the process.
 bool isBeingWritten(int descriptor)
 {
-    fcntl(descriptor, F_SETSIG, SIGURG); // which is ignored, unless somebody wants it; giving back forgets it again
+    fcntl(descriptor, F_SETSIG, SIGURG); // a signal that is ignored by default; giving the lease back resets this
     if (fcntl(descriptor, F_SETLEASE, F_RDLCK) != 0)
         return errno == EAGAIN;
     fcntl(descriptor, F_SETLEASE, F_UNLCK);
@@ -60,7 +60,7 @@ bool isBeingWritten(int descriptor)
 
 bool ZFileCopy::open()
 {
-    // Opening a pipe would wait for somebody to write to it.
+    // Only regular files: to open a pipe would wait for somebody to write to it.
     return QFileInfo(source()).isFile() && m_source.open(QIODevice::ReadOnly | QIODevice::Unbuffered) &&
            fstat(m_source.handle(), &m_before) == 0;
 }

@@ -23,7 +23,7 @@ void ZJobPool::start(QSharedPointer<ZJob> job, bool force, int priority)
         m_threads.start(job.data(), priority);
         return;
     }
-    if (!job) // no pool would ever be large enough to start it
+    if (!job) // the loop below would never end
         return;
     const QMutexLocker locker(&m_startLock);
     while (!m_threads.tryStart(job.data()))
@@ -35,7 +35,7 @@ bool ZJobPool::tryStart(QSharedPointer<ZJob> job) { return m_threads.tryStart(jo
 void ZJobPool::cancel(QSharedPointer<ZJob> job)
 {
     QT_WARNING_PUSH
-    QT_WARNING_DISABLE_DEPRECATED // what replaces it leaves it to us to know whether the job is queued once more
+    QT_WARNING_DISABLE_DEPRECATED // its successor does not tell whether the job was queued a second time
         m_threads.cancel(job.data());
     QT_WARNING_POP
 }

@@ -5,8 +5,10 @@
 #include "zemitter.h"
 #include "zemitterlock.h"
 #include "zloading.h"
+#include "zobject.h"
 #include "zparking.h"
 #include "zpluginfile.h"
+#include "zreconfiguration.h"
 #include "ztexts.h"
 #include "zversions.h"
 #include "zwiring.h"
@@ -14,6 +16,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QMutexLocker>
+#include <QPointer>
 #include <QRegularExpression>
 #include <QThread>
 
@@ -23,7 +26,8 @@ namespace {
 constexpr int LineKind = 1;
 const QChar Dot = QLatin1Char('.');
 
-/// A name with an open "[" makes none. Qt would find nothing by it, but warn at each file.
+/// Whether `text` is a valid wildcard pattern. A name with an open "[" is none: Qt would find nothing by it, but warn
+/// at each file.
 bool isPattern(const QString &text)
 {
     return QRegularExpression(QRegularExpression::wildcardToRegularExpression(text)).isValid();
@@ -31,7 +35,8 @@ bool isPattern(const QString &text)
 
 } // namespace
 
-/// While it lives no other thread loads, but one that injects: whoever loads will want to inject as well.
+/// As long as it lives, no other thread loads; except a thread that is within an injection, since every load needs to
+/// inject in the end.
 class ZLibrarySet::Turn
 {
 public:
@@ -52,7 +57,7 @@ private:
     QRecursiveMutex *const m_mutex;
 };
 
-/// Notes that this thread loads `name`. False where it does already: a plugin asks for itself while it is injected.
+/// Notes that this thread loads `name`. False if it does already: then a plugin asks for itself while it is injected.
 class ZLibrarySet::BeingLoaded
 {
 public:
@@ -90,7 +95,7 @@ ZLibrarySet::ZLibrarySet(const QString &name, ZEmitter *emitter, QThread *thread
 {
     moveToThread(thread);
     if (emitter)
-        zCaught([&] { emitter->inject0(this); }); // the logger may throw, here and wherever it is told something
+        zCaught([&] { emitter->inject0(this); }); // the logger may throw, here and wherever a line is logged
 }
 
 ZLibrarySet::~ZLibrarySet()
@@ -103,7 +108,7 @@ ZLibrarySet::~ZLibrarySet()
 QSharedPointer<ZLibrary> ZLibrarySet::load(const QString &name, const QString &folder, ZEmitter *emitter)
 {
     const Turn turn(m_turn);
-    if (isLoadingFirst()) // a plugin asks for one of its versions while it is injected for the first time
+    if (isLoadingFirst()) // a plugin asks for one of its versions while the set loads for the first time
         return {};
     loadFirst(folder, emitter);
     const bool plain = !name.contains(Dot);
@@ -134,7 +139,7 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadAll(const QString &name, const QString
 
 QSharedPointer<ZLibrary> ZLibrarySet::loadOne(const QString &name, const QString &folder, ZEmitter *emitter)
 {
-    Q_UNUSED(folder) // the library paths tell where to look
+    Q_UNUSED(folder) // the file is looked for in the library paths
     return loadFile(name, emitter, true);
 }
 
@@ -155,8 +160,7 @@ void ZLibrarySet::unloadSlot(QSharedPointer<QPluginLoader> loader)
         m_versions->unload(loader);
 }
 
-/// What a set is made for, unless that has been done: all versions are loaded, and what nobody takes hold of goes
-/// again.
+/// Loads all versions, unless that has been done before. Those that nobody holds afterwards are unloaded again.
 void ZLibrarySet::loadFirst(const QString &folder, ZEmitter *emitter)
 {
     QString first;
@@ -176,13 +180,15 @@ bool ZLibrarySet::isLoadingFirst()
     return m_beingLoaded.contains({QThread::currentThreadId(), QString()});
 }
 
-/// Loads one file, but not `onceMore` what another thread has loaded meanwhile.
+/// Loads one file. If another thread has loaded it meanwhile, returns that library, unless `onceMore`.
 QSharedPointer<ZLibrary> ZLibrarySet::loadFile(const QString &name, ZEmitter *emitter, bool onceMore)
 {
     const ZLoading loading(name);
+    const ZReconfiguration reconfiguration;
     const auto library = QSharedPointer<ZLibrary>::create(ZPluginFile::find(name), this);
     const ZPluginFile::Root root = library->makeRoot();
     QString failure = root.reason;
+    const QPointer<ZObject> alive(root.object);
     if (root.object) {
         const ZEmitterLock emitterLock(emitter);
         const QSharedPointer<ZLibrary> other = onceMore ? QSharedPointer<ZLibrary>() : loaded(name);
@@ -193,7 +199,14 @@ QSharedPointer<ZLibrary> ZLibrarySet::loadFile(const QString &name, ZEmitter *em
         if (failure.isNull())
             m_versions->add(name, library);
     }
+    if (failure.isNull() && alive) {
+        failure = ZLibrary::begin(alive);
+        if (!failure.isNull())
+            m_versions->remove(name, library);
+    }
     loading.end(failure);
+    if (failure.isNull())
+        reconfiguration.end(library, emitter);
     zCaught([&] {
         if (failure.isNull())
             m_log.log(LineKind, [&] { return QStringLiteral("loaded: %1").arg(name); });

@@ -3,12 +3,15 @@
 
 #include <QFile>
 
+#include <atomic>
 #include <vector>
 
 namespace {
 
-// Reached without a call that might ask for memory, which a signal's handler must not do.
+// "initial-exec", so that reading it never calls a function that might ask for memory: a signal handler reads it.
 [[gnu::tls_model("initial-exec")]] thread_local const char *current = nullptr;
+
+std::atomic_int loadingThreads{0};
 
 using Listener = void (*)(const QByteArray &name, ZLoading::State state, const QString &reason);
 
@@ -28,6 +31,8 @@ void ZLoading::tell(const QByteArray &name, State state, const QString &reason)
 
 ZLoading::ZLoading(const QString &name) : m_name(QFile::encodeName(name)), m_before(current)
 {
+    if (!current)
+        ++loadingThreads;
     current = m_name.constData();
     tell(m_name, Begun);
 }
@@ -36,7 +41,11 @@ ZLoading::~ZLoading()
 {
     tell(m_name, Over);
     current = m_before;
+    if (!current)
+        --loadingThreads;
 }
+
+bool ZLoading::isUnderWayElsewhere() { return loadingThreads > int(current != nullptr); }
 
 void ZLoading::end(const QString &failure) const { tell(m_name, failure.isNull() ? Loaded : Failed, failure); }
 

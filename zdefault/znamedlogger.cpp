@@ -9,8 +9,8 @@
 
 namespace {
 
-/// What handles share, by their categories. It has a share of its own: who lets go of the last handle may be code that
-/// was built before anybody kept a list.
+/// The data that the handles of a category share. This list has a share of its own: the last handle may be in code that
+/// was built with older headers, which knows nothing of the list.
 struct Bound
 {
     QExplicitlySharedDataPointer<ZNamedLogger::ZData> data;
@@ -52,7 +52,7 @@ ZNamedLogger::ZNamedLogger(ZLogger *logger, const QString &category) : ZNamedLog
     ZData *const data = m_data;
     data->logger = logger;
     data->index = logger->log0(category);
-    if (data->index < 0) // so a mask with any bit set also says that there is a logger and a category
+    if (data->index < 0) // the mask stays 0: any bit in it says that there is a logger and a category
         return;
     data->mask = logger->log0(data->index);
     Handles::get().add({QExplicitlySharedDataPointer<ZData>(data), QString(category.constData(), category.size())});

@@ -8,7 +8,7 @@
 
 namespace {
 
-QBasicMutex ownerMutex; // two threads may wire one component into two emitters
+QBasicMutex ownerMutex; // two threads may bind one component to two emitters
 
 QSharedPointer<QObject> ownHere(QObject *object) { return QSharedPointer<QObject>(object); }
 
@@ -37,11 +37,11 @@ QSharedPointer<QObject> ZOwned::own(QSharedPointer<QObject> (*makeOwner)(QObject
 {
     const QMutexLocker locker(&ownerMutex);
     QSharedPointer<QObject> owner = m_owner.toStrongRef();
-    if (!m_hadOwner) {
+    if (m_owners == Owners::None) {
         if (auto *object = dynamic_cast<QObject *>(this))
             owner = makeOwner(object);
         m_owner = owner;
-        m_hadOwner = true;
+        m_owners = Owners::One;
     }
     return owner;
 }

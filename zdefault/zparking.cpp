@@ -8,7 +8,7 @@
 
 namespace {
 
-// Both without destructors: components also die as a thread's own objects do.
+// Neither has a destructor: components are also destroyed while a thread's own objects are.
 thread_local int scopes = 0;
 thread_local QVector<QSharedPointer<ZReference>> *parked = nullptr;
 
@@ -18,7 +18,7 @@ ZParking::ZParking() { ++scopes; }
 
 ZParking::~ZParking()
 {
-    if (--scopes == 0) // what dies here may park again
+    if (--scopes == 0) // a destructor may park again
         const QScopedPointer<QVector<QSharedPointer<ZReference>>> leaving(std::exchange(parked, nullptr));
 }
 

@@ -32,10 +32,10 @@
 
 namespace {
 
-constexpr int PatienceMs = 1000; // with a root that is being destroyed, and within an injection
+constexpr int PatienceMs = 1000; // how long to wait for a root that is being destroyed, and within an injection
 
-/// By default Qt would answer that it has unloaded a file, and keep it mapped for good; and a function that is nowhere
-/// to be found would end the process when it is first called.
+/// Qt's defaults would keep a file mapped for good, and yet say that it was unloaded. And with them, a function that is
+/// defined nowhere would end the process when it is first called; now the file fails to load.
 constexpr QLibrary::LoadHints Hints = QLibrary::ResolveAllSymbolsHint;
 
 struct Waiting
@@ -48,25 +48,26 @@ struct Waiting
 struct Users
 {
     QSet<const QPluginLoader *> staying;
-    QSet<const QPluginLoader *> leaving; // their libraries are gone, but they cannot be unloaded yet
+    QSet<const QPluginLoader *> leaving; // loaders whose libraries are gone, but that cannot unload yet
 
     int count() const { return staying.size() + leaving.size(); }
 };
 
-/// What is loaded once, under however many names. Two names of one file, such as a link and what it points to, are two
+/// One file that is loaded, under any number of names. Two names of one file, such as a link and its target, are two
 /// files to Qt; but they have one root.
 struct File
 {
     dev_t device;
     ino_t number;
-    QHash<QString, Users> users; // by the name under which they have it
+    QHash<QString, Users> users; // by the name under which they have the file
     QPointer<QObject> root;
     QWeakPointer<ZObject> owner;
-    bool isOwned = false;              // from the owner's coming until the root's destructor has returned
-    Qt::HANDLE worker = nullptr;       // the thread that loads the file, destroys its root, or unloads it
-    int starting = 0;                  // loads that have got the root, and are injecting it
-    QHash<QThread *, bool> deletingOn; // where roots have posted deletions; true if one more root has since then
-    QVector<Waiting> waiting;          // some of those that are leaving
+    bool isOwned = false;        // from when it gets an owner until the root's destructor has returned
+    Qt::HANDLE worker = nullptr; // the thread that loads the file, destroys its root, or unloads it
+    int starting = 0;            // how many loads have got the root, and are injecting it
+    QHash<QThread *, bool>
+        deletingOn;           // threads on which roots have posted deletions; true if one more root has done so since
+    QVector<Waiting> waiting; // some of the leaving ones
 
     bool isNeededUnderAnotherName(const QString &name) const
     {
@@ -77,7 +78,7 @@ struct File
         return false;
     }
 
-    /// Whether Qt must not unload it under `name` now: it would delete the root as well.
+    /// Whether Qt must not unload the file under `name` now, since it would delete the root as well.
     bool isInUse(const QString &name) const
     {
         return worker || isOwned || starting > 0 || !deletingOn.isEmpty() || isNeededUnderAnotherName(name);
@@ -90,7 +91,7 @@ struct File
     }
 };
 
-// None of these is ever destroyed: what lives to the end of the process may still come here.
+// None of these is ever destroyed: objects that live to the end of the process may still use them.
 
 QMutex &mutex()
 {
@@ -104,17 +105,17 @@ std::list<File> &files() // guarded by mutex()
     return instance;
 }
 
-QWaitCondition &changed() // some file has no worker any more, or no dying root
+QWaitCondition &changed() // a file has lost its worker, or a root has been destroyed
 {
     static auto &instance = *new QWaitCondition;
     return instance;
 }
 
-/// The record of the file that `loader` has, or would have; null if nobody works on it or has it.
+/// The record of the file that `loader` has, or would have; null if nobody has the file or works on it.
 File *fileOf(const QPluginLoader &loader)
 {
     const QString name = loader.fileName();
-    for (File &file : files()) { // the one on disk may be another by now
+    for (File &file : files()) { // by name first: the file on disk may be another one by now
         if (file.users.contains(name))
             return &file;
     }
@@ -148,7 +149,7 @@ void forgetUnused(File *file)
         files().remove_if([&](const File &each) { return &each == file; });
 }
 
-/// The end of a change to `file`, which may be gone afterwards. Answers those that were waiting for one.
+/// Ends a change to `file`, which may be gone afterwards. Returns those that were waiting for a change.
 QVector<Waiting> endChange(File *file)
 {
     QVector<Waiting> waiting = std::exchange(file->waiting, {});
@@ -163,24 +164,24 @@ void postResume(const QVector<Waiting> &waiting)
         each.versions->postResume(each.loader);
 }
 
-/// Makes the calling thread the one that works on the file of a loader, to the end of its own life.
+/// Makes the calling thread the one that works on the file of a loader, as long as this object lives.
 class Work
 {
 public:
     explicit Work(const QPluginLoader &loader)
     {
-        QVector<QSharedPointer<ZObject>> owners; // let go without the lock: each may be the last
+        QVector<QSharedPointer<ZObject>> owners; // released without the lock, since each may be the last
         const QMutexLocker locker(&mutex());
         const QDeadlineTimer patience(PatienceMs);
         while (!m_file) {
             File *file = fileOrNew(loader);
             owners.append(file->owner);
             const bool isLosingRoot = file->isOwned && !owners.last();
-            // A constructor may wait for an emitter that we have.
+            // Another plugin's constructor may wait for an emitter that we have locked.
             const bool isImpatient = isLosingRoot || ZEmitterLock::isHeldHere();
             if (!file->worker && !isLosingRoot) {
                 file->worker = QThread::currentThreadId();
-                file->users[loader.fileName()]; // found by its name from now on, whatever becomes of the file on disk
+                file->users[loader.fileName()]; // found by its name from now on, even if the file on disk is gone
                 m_owner = owners.last();
                 m_file = file;
             } else if (file->worker == QThread::currentThreadId() || (isImpatient && patience.hasExpired())) {
@@ -205,7 +206,7 @@ public:
 
     /// Why the file cannot be worked on; null if it can.
     QString obstacle() const { return m_obstacle; }
-    /// The owner of the root, kept meanwhile; null if it has none.
+    /// The owner of the root, which is held as long as this object lives; null if the root has none.
     QSharedPointer<ZObject> owner() const { return m_owner; }
 
     /// Notes that `loader` has loaded the file.
@@ -222,9 +223,9 @@ public:
         m_file->root = root;
     }
 
-    /// Gives the root its one owner, if it has none.
+    /// Gives the root an owner, if it has none.
     void own(ZObject *root);
-    /// Keeps the root as it is until the answer is let go.
+    /// Keeps the root from being destroyed until the returned pointer is dropped.
     std::shared_ptr<void> start() const;
 
 private:
@@ -235,7 +236,7 @@ private:
     File *m_file = nullptr;
 };
 
-/// What keeps a file that Qt would go on to load from being loaded; empty if nothing does.
+/// Why a file must not be loaded, though Qt would load it; empty if there is no reason.
 QString refusal(const QPluginLoader &loader)
 {
     if (loader.isLoaded())
@@ -250,7 +251,7 @@ QString refusal(const QPluginLoader &loader)
     return part.isEmpty() ? QString() : QStringLiteral("the file is damaged: %1").arg(part);
 }
 
-/// The file stays until what a root has posted for deletion on `thread` has been deleted.
+/// Keeps the file until the objects that a root has posted for deletion on `thread` have been deleted.
 void awaitDeletions(File *file, QThread *thread)
 {
     zAfterDeletions(thread, [file, thread] {
@@ -267,7 +268,7 @@ void awaitDeletions(File *file, QThread *thread)
     });
 }
 
-/// Where a root that ends here, and has lived on the thread `home`, may have posted something for deletion.
+/// The threads on which a root may have posted objects for deletion: it ends on this one, and has lived on `home`.
 QSet<QThread *> whereItPosts(QThread *home)
 {
     QSet<QThread *> threads;
@@ -311,6 +312,19 @@ void destroy(QObject *root, File *file)
     postResume(waiting);
 }
 
+/// Keeps the root of `file` from being destroyed until the returned pointer is dropped.
+std::shared_ptr<void> keepRoot(File *file)
+{
+    ++file->starting;
+    return {nullptr, [file](void *) {
+                QMutexLocker locker(&mutex());
+                --file->starting;
+                const QVector<Waiting> waiting = endChange(file);
+                locker.unlock();
+                postResume(waiting);
+            }};
+}
+
 void Work::own(ZObject *root)
 {
     const QMutexLocker locker(&mutex());
@@ -324,14 +338,7 @@ void Work::own(ZObject *root)
 std::shared_ptr<void> Work::start() const
 {
     const QMutexLocker locker(&mutex());
-    ++m_file->starting;
-    return {nullptr, [file = m_file](void *) {
-                QMutexLocker endLocker(&mutex());
-                --file->starting;
-                const QVector<Waiting> waiting = endChange(file);
-                endLocker.unlock();
-                postResume(waiting);
-            }};
+    return keepRoot(m_file);
 }
 
 ZPluginFile::Root loadRoot(QPluginLoader &loader, QThread *home, bool own)
@@ -345,7 +352,7 @@ ZPluginFile::Root loadRoot(QPluginLoader &loader, QThread *home, bool own)
     const QString reason = refusal(loader);
     if (!reason.isEmpty())
         return {{}, {}, {}, reason};
-    if (!loader.load()) // takes a share in the file, which instance() does not
+    if (!loader.load()) // instance() alone would not count as a user of the file
         return {{}, {}, {}, loader.errorString()};
     work.share(loader);
     QObject *root = loader.instance();
@@ -360,8 +367,8 @@ ZPluginFile::Root loadRoot(QPluginLoader &loader, QThread *home, bool own)
     return {object, work.owner(), own ? std::shared_ptr<void>() : work.start(), {}};
 }
 
-/// The deleter of a loader. Of a file that nobody has unloaded, and whose loader is gone, Qt destroys the root as the
-/// process ends: when the plugin's static objects, and the services that it uses, are gone.
+/// The deleter of a loader. It does not delete the loader of a file that was not unloaded: Qt would destroy the root of
+/// such a file as the process ends, when the plugin's static objects, and the services that it uses, are gone.
 void release(QPluginLoader *loader)
 {
     const QMutexLocker locker(&mutex());
@@ -375,7 +382,7 @@ void release(QPluginLoader *loader)
 QSharedPointer<QPluginLoader> ZPluginFile::find(const QString &name)
 {
     const QSharedPointer<QPluginLoader> loader(new QPluginLoader, release);
-    loader->setLoadHints(Hints); // before the name: they become those of the file, which another thread may be loading
+    loader->setLoadHints(Hints); // before the name: later they would change the file, which another thread may load
     loader->setFileName(name);
     return loader;
 }
@@ -393,20 +400,31 @@ QSharedPointer<ZObject> ZPluginFile::root(QPluginLoader &loader, QThread *home)
     return loadRoot(loader, home, true).owner;
 }
 
+ZPluginFile::Root ZPluginFile::hold(const QPluginLoader &loader)
+{
+    const QMutexLocker locker(&mutex());
+    File *const file = fileOf(loader);
+    auto *const root = file ? qobject_cast<ZObject *>(file->root) : nullptr;
+    const QSharedPointer<ZObject> owner = root ? file->owner.toStrongRef() : QSharedPointer<ZObject>();
+    if (!root || (file->isOwned && !owner))
+        return {};
+    return {root, owner, keepRoot(file), {}};
+}
+
 ZPluginFile::Unloading ZPluginFile::unload(const QSharedPointer<QPluginLoader> &loader,
                                            const QSharedPointer<ZVersions> &versions, bool isEvent)
 {
     const QString name = loader->fileName();
     QMutexLocker locker(&mutex());
     File *file = fileOf(*loader);
-    if (!file || !file->isUsedBy(*loader)) { // it did not load
+    if (!file || !file->isUsedBy(*loader)) { // the file was not loaded
         locker.unlock();
         return {loader->unload() ? Unloading::Done : Unloading::Failed, {}};
     }
     file->users[name].staying.remove(loader.data());
     file->users[name].leaving.insert(loader.data());
     while (!file->isInUse(name) && file->users[name].count() == 1 && file->root) {
-        file->isOwned = true; // by us, to destroy it
+        file->isOwned = true; // by us, who destroy it
         QObject *root = file->root;
         locker.unlock();
         destroy(root, file);
@@ -414,14 +432,16 @@ ZPluginFile::Unloading ZPluginFile::unload(const QSharedPointer<QPluginLoader> &
             zDeletePosted();
         locker.relock();
     }
-    if (file->isInUse(name)) { // Qt would delete the root under those who use it
+    if (file->isInUse(name)) { // Qt would delete the root while it is used
         file->waiting.append({loader, versions});
         return {Unloading::Later, {}};
     }
     file->worker = QThread::currentThreadId();
     locker.unlock();
+    zKeepQtInMemory();
+    zKeepForDebugging(name);
     zForgetTimers(name);
-    const bool isUnloaded = loader->unload(); // without a lock: this may run the plugin's code
+    const bool isUnloaded = loader->unload(); // without a lock, since this may run the plugin's code
     const QString reason = isUnloaded ? zReasonToStay(name) : QString();
     locker.relock();
     file->worker = nullptr;

@@ -14,10 +14,10 @@ class ZObject;
 class ZVersions;
 
 /**
- * All that is done to a plugin's file. Qt keeps one record for a file in the whole process, on which loading, making
- * the root object and unloading race: so a file is worked on by one thread at a time, whoever's set it is for.
+ * Loads and unloads a plugin's file. Qt keeps one record for a file in the whole process, and loading, making the root
+ * object and unloading race on it. So only one thread at a time works on a file, for all library sets together.
  *
- * What a plugin runs meanwhile runs without a lock, and may load or let go whatever it likes: but not its own file.
+ * Code of a plugin that is called meanwhile runs without a lock. It may load and let go any file but its own.
  */
 namespace ZPluginFile {
 
@@ -30,7 +30,7 @@ struct Root
     QString reason;
 };
 
-/// What has become of a file that was to be unloaded.
+/// The result of an unload.
 struct Unloading
 {
     enum Result
@@ -43,20 +43,23 @@ struct Unloading
     QString reason; ///< to stay
 };
 
-/// A loader for the file that is called `name`; nothing is loaded yet. What is loaded with it and not unloaded again
-/// stays to the end of the process.
+/// A loader for the file that is called `name`; nothing is loaded yet. If a file is loaded with it, and not unloaded
+/// again, it stays in memory to the end of the process.
 QSharedPointer<QPluginLoader> find(const QString &name);
 
-/// Loads the file and answers its root object, which is moved to the thread `home` as it is made. Waits for another
-/// thread that works on the file, but only for a while for a root that is being destroyed: it may wait for us. Throws
-/// what the root's constructor throws.
+/// Loads the file and returns its root object, which is moved to the thread `home` when it is made. If another thread
+/// works on the file, waits for that; but if the root is being destroyed, only for a while, since that may wait for us.
+/// Throws what the root's constructor throws.
 Root load(QPluginLoader &loader, QThread *home);
 
-/// The root as its one owner has it; null if there is none, or it is being destroyed. Throws as `load` does.
+/// The root, shared with its only owner; null if there is none, or it is being destroyed. Throws as `load` does.
 QSharedPointer<ZObject> root(QPluginLoader &loader, QThread *home);
 
-/// Destroys a root that nobody owns and, once all that it has posted for deletion has been deleted, unloads the file:
-/// at once, if the caller `isEvent`, called by the event loop and nobody else.
+/// The root, without waiting; none if it is being destroyed, or was never made.
+Root hold(const QPluginLoader &loader);
+
+/// Destroys a root that nobody owns. Unloads the file when all objects that the root has posted for deletion have been
+/// deleted: at once, if the caller `isEvent`, that is, was called directly by the event loop.
 Unloading unload(const QSharedPointer<QPluginLoader> &loader, const QSharedPointer<ZVersions> &versions, bool isEvent);
 
 } // namespace ZPluginFile

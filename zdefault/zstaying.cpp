@@ -12,7 +12,9 @@
 #include <dlfcn.h>
 #include <link.h>
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -24,7 +26,7 @@ QHash<QByteArray, QString> &reasons() // by path; guarded by reasonsMutex, and n
     return instance;
 }
 
-/// What the file itself says, in its dynamic section.
+/// The reason that the file itself gives, in its dynamic section.
 QString reasonIn(const link_map &file)
 {
     const char *strings = nullptr;
@@ -34,7 +36,7 @@ QString reasonIn(const link_map &file)
             return QStringLiteral("it is linked with -z nodelete");
         if (entry->d_tag == DT_STRSZ)
             size = entry->d_un.d_val;
-        if (entry->d_tag == DT_STRTAB) // an address already, where the dynamic linker may write to the section
+        if (entry->d_tag == DT_STRTAB) // an address already, if the dynamic linker may write to the section
             strings =
                 reinterpret_cast<const char *>(entry->d_un.d_ptr + (entry->d_un.d_ptr < file.l_addr ? file.l_addr : 0));
     }
@@ -43,15 +45,43 @@ QString reasonIn(const link_map &file)
     return {};
 }
 
+void keep(const char *path, const QString &reason)
+{
+    if (!dlopen(path, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE))
+        return;
+    const QMutexLocker locker(&reasonsMutex);
+    reasons().insert(QByteArray(path), zDeepCopy(reason));
+}
+
 } // namespace
 
 void zKeepInMemory(const void *code, const QString &reason)
 {
     Dl_info file;
-    if (!dladdr(code, &file) || !dlopen(file.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE))
-        return;
-    const QMutexLocker locker(&reasonsMutex);
-    reasons().insert(QByteArray(file.dli_fname), zDeepCopy(reason));
+    if (dladdr(code, &file))
+        keep(file.dli_fname, reason);
+}
+
+void zKeepForDebugging(const QString &path)
+{
+    static const bool isWanted = qEnvironmentVariableIsSet("ZDEFAULT_KEEP_PLUGINS");
+    if (isWanted)
+        keep(QFile::encodeName(path).constData(), QStringLiteral("ZDEFAULT_KEEP_PLUGINS is set"));
+}
+
+void zKeepQtInMemory()
+{
+    std::vector<std::string> names; // opened afterwards, since the dynamic linker is locked during the walk
+    dl_iterate_phdr(
+        [](dl_phdr_info *file, size_t, void *to) {
+            const std::string_view path(file->dlpi_name);
+            if (path.substr(path.rfind('/') + 1).rfind("libQt5", 0) == 0)
+                static_cast<std::vector<std::string> *>(to)->emplace_back(path);
+            return 0;
+        },
+        &names);
+    for (const std::string &name : names)
+        dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE); // one more reference changes nothing
 }
 
 QString zReasonToStay(const QString &path)

@@ -18,11 +18,12 @@ void interrupt(QThread *thread)
 
 void terminate(QThread *thread) { thread->terminate(); }
 
-/// Starts `thread`, unless somebody else just did, while the registry is locked; whether it runs, or has run.
+/// Starts `thread`, unless somebody else has just done so, while the registry is locked. Returns whether it runs, or
+/// has run.
 bool start(QThread *thread, QThread::Priority priority, QMutex *registryLock)
 {
-    // Whoever starts it from now on, it does not run before it is handed in: if it came as far as finishedSlot, it
-    // would wait there for the lock, and start() for it.
+    // The thread does not begin its work before it is registered, even if somebody else starts it now. Else it could
+    // come as far as finishedSlot, and wait there for the lock, while start() waits for the thread.
     const QMetaObject::Connection held = QObject::connect(
         thread, &QThread::started, thread, [=] { const QMutexLocker locker(registryLock); }, Qt::DirectConnection);
     if (!thread->isRunning() && !thread->isFinished())
@@ -38,7 +39,7 @@ ZThreadPool::ZThreadPool(QObject *parent) : QObject(parent) {}
 ZThreadPool::~ZThreadPool()
 {
     waitAll(ULONG_MAX);
-    // The last thread has woken us while it holds this lock: nothing may be destroyed before it has let go.
+    // The last thread holds this lock while it wakes us: nothing may be destroyed before it has released it.
     const QMutexLocker locker(&m_registryLock);
 }
 
@@ -55,13 +56,13 @@ bool ZThreadPool::poolAndStart(QThread *thread, QThread::Priority priority)
     const QMetaObject::Connection connection =
         connect(thread, &QThread::finished, this, &ZThreadPool::finishedSlot, Qt::DirectConnection);
 
-    // Asked in this order, since a thread only ever goes from running to finished.
+    // In this order, since a thread only goes from running to finished, and never back.
     if (thread->isRunning() || (!thread->isFinished() && start(thread, priority, &m_registryLock)))
         return true;
     disconnect(connection);
-    if (!isNew) // it is on its way into finishedSlot, which does the rest: nobody may destroy us before
+    if (!isNew) // it is about to call finishedSlot, which does the rest: nobody may destroy us before that
         return false;
-    if (thread->isFinished()) // it may be on its way as well
+    if (thread->isFinished()) // it may be about to call finishedSlot as well
         m_refused.insert(key);
     remove(key);
     return false;
@@ -111,13 +112,13 @@ void ZThreadPool::finishedSlot()
     const QMutexLocker locker(&m_registryLock);
     if (m_refused.remove(key))
         return;
-    // One that was handed in twice would come here again, when we may be gone.
+    // A thread that was registered twice would come here again, when we may be gone.
     disconnect(thread, &QThread::finished, this, &ZThreadPool::finishedSlot);
-    remove(key);
     if (m_waiting.contains(key))
         m_deleteAfter.insert(key);
     else
         thread->deleteLater();
+    remove(key); // last, for whoever is woken by it may handle the deletion: another registry may have posted one, too
 }
 
 void ZThreadPool::remove(qint64 key)
@@ -161,7 +162,7 @@ bool ZThreadPool::waitUntilEmpty(unsigned long time, void (*stop)(QThread *))
     const Registry threads = m_registry;
     for (QThread *thread : threads)
         stop(thread);
-    // Taken before the registry is let go: nobody can empty it, and wake us, before we wait.
+    // Taken before the lock of the registry is released: so nobody can empty the registry, and wake us, before we wait.
     const QMutexLocker waitLocker(&m_waitLock);
     registryLocker.unlock();
     return m_empty.wait(&m_waitLock, time);

@@ -30,6 +30,13 @@ void ZVersions::add(const QString &name, const QSharedPointer<ZLibrary> &library
         m_libraries.insert(zBeforeDot(name), library);
 }
 
+void ZVersions::remove(const QString &name, const QSharedPointer<ZLibrary> &library)
+{
+    const QMutexLocker locker(&m_mutex);
+    m_libraries.remove(name, library);
+    m_libraries.remove(zBeforeDot(name), library);
+}
+
 QSharedPointer<ZLibrary> ZVersions::newest(const QString &name) const
 {
     const QMutexLocker locker(&m_mutex);
@@ -135,7 +142,7 @@ ZNamedLogger ZVersions::log() const
     return m_log;
 }
 
-/// Whether `loader` was queued, and has not been taken up by anybody else.
+/// Takes `loader` out of the queue. False if it is not there, or another thread has taken it.
 bool ZVersions::takeUp(const QSharedPointer<QPluginLoader> &loader)
 {
     const QMutexLocker locker(&m_mutex);

@@ -15,12 +15,13 @@ class ZLibrary;
 class ZLibrarySet;
 
 /**
- * The versions of a plugin that are loaded, and the unloading of their files. The set and its libraries share it, and
- * so does what waits in an event loop: any of them may be the first to go.
+ * The versions of a plugin that are loaded; it unloads their files. The set, its libraries and the events that wait in
+ * an event loop share it, since any of them may be the first to go.
  *
  * Ownership: remembers libraries weakly.
- * Thread:    any. Files are unloaded by the event loop of the set's thread; once that has ended, or the set is gone, by
- * the application's. Failure:   none; without an application nothing is unloaded later.
+ * Thread:    any. The event loop of the set's thread unloads the files; when that thread has ended, or the set is gone,
+ *            the event loop of the application does.
+ * Failure:   none; without an application nothing is unloaded later.
  */
 class ZVersions : public QEnableSharedFromThis<ZVersions>
 {
@@ -29,6 +30,8 @@ public:
 
     /// Enters `library` as the newest one called `name`, and under the part of `name` before its first dot.
     void add(const QString &name, const QSharedPointer<ZLibrary> &library);
+    /// Removes `library`, as if it had never been added.
+    void remove(const QString &name, const QSharedPointer<ZLibrary> &library);
     /// The newest one under `name`, if it is still alive.
     QSharedPointer<ZLibrary> newest(const QString &name) const;
     bool contains(const QString &name) const;
@@ -37,19 +40,19 @@ public:
     /// The thread that unloads; null if there is none any more.
     QThread *thread() const;
 
-    /// Has the file of `loader`, whose library has died, unloaded by the event loop. A `twin` of a library that came
-    /// first is not worth a word.
+    /// Has the event loop unload the file of `loader`, whose library is gone. For a twin (a second library of one file)
+    /// no line is logged.
     void queue(const QSharedPointer<QPluginLoader> &loader, bool isTwin = false);
-    /// Forgets the libraries that have died, and unloads the file of `loader`, whose library has.
+    /// Forgets the libraries that are gone, and unloads the file of `loader`, whose library is gone.
     void unload(const QSharedPointer<QPluginLoader> &loader);
-    /// Does what is queued, now.
+    /// Unloads the queued files now.
     void unloadQueued();
-    /// Goes on with an unload that had to wait: at once, if the caller is called by the event loop that unloads.
+    /// Goes on with an unload that had to wait: at once, if the event loop that unloads has called the caller.
     void resume(const QSharedPointer<QPluginLoader> &loader);
     /// The same, but never within this call.
     void postResume(const QSharedPointer<QPluginLoader> &loader);
 
-    /// The set is about to go, and with it the logger.
+    /// Called when the set, and with it the logger, is about to be destroyed.
     void forgetSet();
     void setLog(const ZNamedLogger &log);
     /// Where the set's lines go. They are never written under a lock.

@@ -3,21 +3,23 @@
 
 #include "printable.h"
 
-#include <QList>
-
 #include <unistd.h>
 
 namespace {
 
 constexpr int LongestText = 1000; // a pipe has room for it, whoever reads
+constexpr int MostFacts = 30000;  // bytes: room is left for the verdict
 const QLatin1Char VerdictMark('=');
 const QLatin1Char HindranceMark('!');
+const QLatin1Char FactMark('+');
 
-void writeLine(int descriptor, const QString &text)
+/// Answers how long the line is.
+int writeLine(int descriptor, const QString &text)
 {
     const QByteArray line = printable(text.left(LongestText)).toUtf8() + '\n';
-    if (write(descriptor, line.constData(), static_cast<size_t>(line.size())) < 0)
-        return; // nobody listens any more
+    if (write(descriptor, line.constData(), static_cast<size_t>(line.size())) < 0) {
+    } // nobody listens any more
+    return line.size();
 }
 
 } // namespace
@@ -31,6 +33,8 @@ Account Account::read(const QByteArray &text)
             account.verdict = Verdict{line.mid(1)};
         else if (line.startsWith(HindranceMark))
             account.verdict = Verdict::hindrance(line.mid(1));
+        else if (line.startsWith(FactMark))
+            account.facts.append(line.mid(1));
         else
             account.doing = line;
     }
@@ -38,6 +42,15 @@ Account Account::read(const QByteArray &text)
 }
 
 void Account::begin(int descriptor, const QString &doing) { writeLine(descriptor, doing); }
+
+void Account::tell(int descriptor, const QStringList &facts)
+{
+    int room = MostFacts;
+    for (const QString &fact : facts) {
+        if (room > 0)
+            room -= writeLine(descriptor, FactMark + fact);
+    }
+}
 
 void Account::judge(int descriptor, const Verdict &verdict)
 {

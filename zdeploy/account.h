@@ -5,19 +5,24 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
-/// What a try-out has come to, as one process tells the other over a pipe. It counts, and not how the process has
-/// ended: a plugin may end it, too, and would do so with 0 first of all.
+/// The result of a try-out, which one process writes to the other over a pipe. The exit status does not count: a plugin
+/// may end the process, too, most likely with status 0.
 struct Account
 {
-    /// What was begun last, such as "loading it".
+    /// The step that was begun last, such as "loading it".
     QString doing = QStringLiteral("trying it out");
-    /// Nothing where it never came so far.
+    /// Nothing if the process did not come as far as that.
     std::optional<Verdict> verdict;
+    /// Facts that were written besides.
+    QStringList facts;
 
     static Account read(const QByteArray &text);
     static void begin(int descriptor, const QString &doing);
+    /// Writes as many facts as a pipe has room for, so that it never waits for a reader.
+    static void tell(int descriptor, const QStringList &facts);
     static void judge(int descriptor, const Verdict &verdict);
 };

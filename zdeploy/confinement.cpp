@@ -35,7 +35,7 @@ bool isHungUp(int descriptor)
 /// The signals for which the watching process waits; no other part of it is interrupted.
 sigset_t blockedSignals()
 {
-    std::signal(SIGCHLD, SIG_DFL); // it may have been ignored by whoever started us, and would not be told then
+    std::signal(SIGCHLD, SIG_DFL); // our parent may have had it ignored; then we would not get it
     sigset_t set;
     sigemptyset(&set);
     for (const int number : {SIGCHLD, SIGHUP, SIGINT, SIGTERM})
@@ -44,8 +44,8 @@ sigset_t blockedSignals()
     return set;
 }
 
-/// Makes this process the one in which the plugin's code runs: it cannot reach our terminal nor what we have open,
-/// writes into the scratch folder where it is not told otherwise, and goes when the one that watches does.
+/// Prepares this process for the plugin's code: it cannot reach our terminal nor our open files, writes into the
+/// scratch folder by default, and ends with the process that watches.
 void confine(const QString &scratch, int seconds, const sigset_t &blocked)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -61,9 +61,9 @@ void confine(const QString &scratch, int seconds, const sigset_t &blocked)
 
 enum class End
 {
-    Its,  // of the process itself
-    Late, // it was given no more time
-    Ours  // whoever asked has gone
+    Its,  // the process has ended by itself
+    Late, // its time was over
+    Ours  // nobody waits for the result any more
 };
 
 End awaitEnd(pid_t process, const sigset_t &signalSet, const QDeadlineTimer &deadline)
@@ -83,11 +83,11 @@ End awaitEnd(pid_t process, const sigset_t &signalSet, const QDeadlineTimer &dea
     }
 }
 
-/// Ends the process and all that it has started in its session; answers its status.
+/// Ends the process, and all that it has started in its session. Returns its status.
 int end(pid_t process)
 {
     kill(-process, SIGKILL);
-    kill(process, SIGKILL); // which may not have come to a session of its own
+    kill(process, SIGKILL); // it may not have its own session yet
     int status = 0;
     waitpid(process, &status, 0);
     return status;
@@ -113,7 +113,7 @@ QByteArray readAll(int descriptor)
     return all;
 }
 
-/// Who has given up rights may have a folder for temporary files that is not his.
+/// The scratch folder's name. After the rights were given up, the folder for temporary files may be another user's.
 QString scratchName()
 {
     const bool isOurs = QFileInfo(QDir::tempPath()).isWritable();
@@ -121,7 +121,7 @@ QString scratchName()
     return temporary.filePath(QStringLiteral("zdeploy-XXXXXX"));
 }
 
-/// Does the work, and ends the process with what it answers.
+/// Does the work, writes the result, and ends the process.
 [[noreturn]] void judge(int answer, const Confinement::Work &work)
 {
     char name[] = "zdeploy";
@@ -141,7 +141,7 @@ Verdict notTriedOut(const QString &reason)
 
 Confinement::Confinement(const QString &folder, int seconds) : m_deadline(seconds * 1000)
 {
-    // Of a terminal, its signals are for the process that has started this one; then it is told.
+    // The signals of a terminal are for the process that has started this one, which then tells us.
     setsid();
     closefrom(STDERR_FILENO + 1);
     m_error = giveUpRights(folder);
@@ -156,7 +156,7 @@ Confinement::Confinement(const QString &folder, int seconds) : m_deadline(second
 
 bool Confinement::isForNobody() const { return isHungUp(STDIN_FILENO); }
 
-Verdict Confinement::run(const Work &work, int processorSeconds) const
+Verdict Confinement::run(const Work &work, int processorSeconds, QStringList *facts) const
 {
     int answer[2];
     if (pipe2(answer, O_CLOEXEC | O_NONBLOCK) != 0)
@@ -174,14 +174,17 @@ Verdict Confinement::run(const Work &work, int processorSeconds) const
             awaitEnd(process, m_signals, QDeadlineTimer(LastWordsMs));
         }
         const int status = end(process);
-        verdict = verdictOf(Account::read(readAll(answer[0])), how, status);
+        const Account account = Account::read(readAll(answer[0]));
+        verdict = verdictOf(account, how, status);
+        if (facts)
+            facts->append(account.facts);
     }
     for (const int descriptor : answer)
         close(descriptor);
     return verdict;
 }
 
-Verdict askAnotherProcess(const QStringList &arguments, int seconds)
+Verdict askAnotherProcess(const QStringList &arguments, int seconds, QStringList *facts)
 {
     QProcess child;
     child.start(QCoreApplication::applicationFilePath(), arguments);
@@ -192,6 +195,8 @@ Verdict askAnotherProcess(const QStringList &arguments, int seconds)
         return notTriedOut(error);
     }
     const Account account = Account::read(child.readAllStandardOutput());
+    if (facts)
+        facts->append(account.facts);
     if (account.verdict)
         return *account.verdict;
     return {notTriedOut(QStringLiteral("nobody answers")).text}; // the plugin may have ended who watches, too

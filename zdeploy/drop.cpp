@@ -5,11 +5,14 @@
 #include "inspection.h"
 #include "pluginname.h"
 #include "runninghost.h"
+#include "schemafile.h"
 #include "tryout.h"
+#include "warnings.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTemporaryFile>
 
 #include <foldermark.h>
@@ -29,7 +32,7 @@
 
 namespace {
 
-// Hidden, and without the suffix: nothing that a loader would take.
+// Hidden, and without the suffix of a library, so that no loader takes it.
 const QString PartName = QStringLiteral(".zdeploy-XXXXXX.part");
 const QString PartPattern = QStringLiteral(".zdeploy-*.part");
 
@@ -40,7 +43,7 @@ Verdict unwritable(const QTemporaryFile &file)
     return Verdict::hindrance(QStringLiteral("cannot write %1: %2").arg(file.fileName(), systemError()));
 }
 
-/// Whoever is still writing the source would leave a part of it in the copy.
+/// Copies the file. It fails if somebody is still writing the source: the copy could be incomplete.
 Verdict copy(ZFileCopy &from, QTemporaryFile &to)
 {
     static const std::atomic_bool isStopped{false};
@@ -61,7 +64,7 @@ Verdict copy(ZFileCopy &from, QTemporaryFile &to)
     return fchmod(to.handle(), DroppedMode) == 0 ? Verdict() : unwritable(to);
 }
 
-const char *volatile partPath = nullptr; // all that a signal handler can reach, and may use
+const char *volatile partPath = nullptr; // global, since a signal handler has no other way to reach it
 
 void removePart(int number)
 {
@@ -69,7 +72,7 @@ void removePart(int number)
     raise(number); // ends the process once this has returned
 }
 
-/// From here on, a signal that ends the process takes `file` along. To be called once.
+/// After this call, a signal that ends the process also removes `file`. Call it once.
 void removeBySignals(const QString &file)
 {
     partPath = qstrdup(QFile::encodeName(file).constData());
@@ -84,6 +87,19 @@ void removeBySignals(const QString &file)
     }
 }
 
+/// Copies `from` into `folder`, and sets `path` to the copy. The caller removes that unless it is renamed.
+Verdict copyInto(const QString &folder, ZFileCopy &from, QString *path)
+{
+    // A QTemporaryFile keeps its file open even after close(): a host would say that it is still being written.
+    QTemporaryFile part(QDir(folder).filePath(PartName));
+    if (!part.open())
+        return Verdict::hindrance(QStringLiteral("cannot write in %1: %2").arg(folder, part.errorString()));
+    part.setAutoRemove(false);
+    *path = QFileInfo(part.fileName()).absoluteFilePath();
+    removeBySignals(*path);
+    return copy(from, part);
+}
+
 void removeWhatKilledOnesLeft(const QString &folder)
 {
     QDir dir(folder);
@@ -96,13 +112,11 @@ void removeWhatKilledOnesLeft(const QString &folder)
 
 Drop::Result Drop::run() const
 {
-    const QString fileName = QFileInfo(source).fileName();
-    PluginName name = PluginName::parse(fileName);
-    if (name.plugin.isNull())
-        return {{}, {QStringLiteral("a plugin's file is called lib<name>.so or lib<name>.<version>.so")}};
-    if (name.version == QLatin1String("so") || name.version.endsWith(QLatin1String(".so"))) // and no version
-        return {{}, {QStringLiteral("its name ends in \".so\" twice")}};
-    Verdict verdict{inspect(source)};
+    PluginName name = PluginName::parse(QFileInfo(source).fileName());
+    Verdict verdict{inspectNamed(source)};
+    const SchemaFile schema(name.plugin, source, deployed);
+    if (verdict.isGood())
+        verdict.text = schema.fault();
     if (!verdict.isGood())
         return {{}, verdict};
 
@@ -111,22 +125,23 @@ Drop::Result Drop::run() const
         return {{}, Verdict::hindrance(folder.error())};
     removeWhatKilledOnesLeft(hotDeploy);
 
-    // From here on it is the copy that counts: the source may change at any time.
+    // From here on only the copy counts, since the source may change at any time.
     ZFileCopy from(source);
-    QTemporaryFile part(QDir(hotDeploy).filePath(PartName));
-    if (!part.open())
-        return {{}, Verdict::hindrance(QStringLiteral("cannot write in %1: %2").arg(hotDeploy, part.errorString()))};
-    removeBySignals(part.fileName());
-    verdict = copy(from, part);
-    part.close();
+    QString part;
+    const auto tidyUp = qScopeGuard([&part] { unlink(QFile::encodeName(part).constData()); }); // unless it is renamed
+    verdict = copyInto(hotDeploy, from, &part);
     if (verdict.isGood())
-        verdict = {inspect(part.fileName())};
-    if (verdict.isGood())
-        verdict = tryOut(QFileInfo(part.fileName()).absoluteFilePath(), name.plugin, patience);
+        verdict = {inspect(part)};
+    QStringList warnings;
+    if (verdict.isGood()) {
+        const TryOut trial = tryOut(part, name.plugin, patience);
+        verdict = trial.verdict;
+        warnings = warningsOf(trial.description);
+    }
     if (!verdict.isGood())
-        return {{}, verdict};
+        return {{}, verdict, warnings};
 
-    // A host that runs on a deployed folder that was moved away is found by the other one.
+    // If the deployed folder of a host was moved away, the host is found by the hot-deploy folder.
     const QStringList hosts{RunningHost::on(deployed).holder.process, FolderMark::on(hotDeploy)};
     const QStringList names = takenNames(hotDeploy, deployed, hosts);
     if (version.isEmpty()) {
@@ -141,9 +156,13 @@ Drop::Result Drop::run() const
                          .arg(name.file(), name.next(names).file())}};
     }
     const QString goal = QDir(hotDeploy).filePath(name.file());
-    if (!renameTo(part.fileName(), goal))
+    if (!renameTo(part, goal))
         return {{}, Verdict::hindrance(QStringLiteral("cannot rename it to %1: %2").arg(goal, systemError()))};
-    part.setAutoRemove(false);
     folder.sync();
-    return {name.file(), {}};
+    // After the plugin: a schema that comes without its plugin would be applied to the version that runs. No plugin
+    // needs the schema to run.
+    const QString failure = schema.drop();
+    if (!failure.isEmpty())
+        warnings.append(failure);
+    return {name.file(), {}, warnings};
 }

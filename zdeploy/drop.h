@@ -4,6 +4,7 @@
 #include "verdict.h"
 
 #include <QString>
+#include <QStringList>
 
 /// A plugin file on its way into the hot-deploy folder.
 struct Drop
@@ -18,9 +19,10 @@ struct Drop
     {
         QString name;    ///< Under which the file was dropped.
         Verdict verdict; ///< Why it was not; good if it was.
+        QStringList warnings = {};
     };
 
-    /// Drops a copy that appears under its name in one step, complete. Leaves nothing behind where that fails,
-    /// or a signal ends the process. To be called once.
+    /// Drops a copy that appears under its name in one step, complete. Leaves nothing behind if that fails, or a signal
+    /// ends the process. Call it once.
     Result run() const;
 };

@@ -8,7 +8,7 @@
 
 #include <optional>
 
-/// Asks the host that is followed, which may be another process each time.
+/// Asks the host that loads the file. It may be another process each time.
 class HostDoor
 {
 public:
@@ -17,5 +17,5 @@ public:
 
 private:
     QString m_process;
-    std::optional<Client> m_client; // of that process
+    std::optional<Client> m_client; // for that process
 };

@@ -3,5 +3,7 @@
 
 #include <QString>
 
-/// What is wrong with the plugin `file` by what it says of itself; none of its code runs. Empty if nothing is.
+/// What is wrong with the plugin `file`, as far as can be seen without running its code. Empty if nothing is.
 QString inspect(const QString &file);
+/// The same, and what is wrong with its name.
+QString inspectNamed(const QString &file);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "drop.h"
+#include "examination.h"
 #include "follow.h"
 #include "options.h"
 #include "pluginname.h"
@@ -45,10 +46,25 @@ int refused(const QString &reason)
     return Refused;
 }
 
-int hindered(const Drop &drop, const QString &reason)
+/// `deed` is what cannot be done: "dropped".
+int hindered(const Drop &drop, const char *deed, const QString &reason)
 {
-    say(stderr, QStringLiteral("zdeploy: %1 cannot be dropped: %2").arg(drop.source, reason));
+    say(stderr, QStringLiteral("zdeploy: %1 cannot be %2: %3").arg(drop.source, QLatin1String(deed), reason));
     return Hindered;
+}
+
+int judged(const Drop &drop, const char *deed, const Verdict &verdict)
+{
+    if (verdict.isGood())
+        return Done;
+    return verdict.isItsFault ? refused(QStringLiteral("%1 is refused: %2").arg(drop.source, verdict.text))
+                              : hindered(drop, deed, verdict.text);
+}
+
+void warn(const QString &file, const QStringList &warnings)
+{
+    for (const QString &warning : warnings)
+        say(stderr, QStringLiteral("zdeploy: warning: %1: %2").arg(file, warning));
 }
 
 int follow(const Drop &drop, const QString &file)
@@ -64,12 +80,12 @@ int deploy(const Drop &drop, bool waits)
 {
     if (waits && !RunningHost::on(drop.deployed).isThere())
         return hindered(
-            drop, QStringLiteral("no host runs on %1 that could be waited for").arg(QDir::cleanPath(drop.deployed)));
+            drop, "dropped",
+            QStringLiteral("no host runs on %1 that could be waited for").arg(QDir::cleanPath(drop.deployed)));
     const Drop::Result result = drop.run();
-    if (!result.verdict.isGood() && result.verdict.isItsFault)
-        return refused(QStringLiteral("%1 is refused: %2").arg(drop.source, result.verdict.text));
+    warn(drop.source, result.warnings);
     if (!result.verdict.isGood())
-        return hindered(drop, result.verdict.text);
+        return judged(drop, "dropped", result.verdict);
     say(stdout, QStringLiteral("dropped as %1").arg(result.name));
     return waits ? follow(drop, result.name) : Done;
 }
@@ -103,6 +119,15 @@ int tidyUp(const Options &options)
     for (const QString &name : result.removed)
         say(stdout, QStringLiteral("removed %1").arg(name));
     return result.error.isEmpty() ? Done : refused(result.error);
+}
+
+int describe(const Drop &drop)
+{
+    const Examination::Result result = Examination{drop.source, drop.patience}.run();
+    for (const QString &line : result.lines)
+        write(stdout, line);
+    warn(drop.source, result.warnings);
+    return judged(drop, "described", result.verdict);
 }
 
 int rehearse(const Options &options)
@@ -143,6 +168,8 @@ int main(int argc, char *argv[])
         return tidyUp(options);
     case Options::Rehearse:
         return rehearse(options);
+    case Options::Describe:
+        return describe(options.drop);
     default:
         return deploy(options.drop, options.waits);
     }

@@ -20,7 +20,8 @@ const char description[] =
     "last version before the newest that the running program has noted as good. With --wait it tells what becomes of\n"
     "what it has dropped: loaded, and noted as good, or taken back. With --keep it removes old versions from the\n"
     "deployed folder: zdeploy --keep N [NAME] FOLDER. With --rehearse it runs all plugins of a configuration for a\n"
-    "while, in a host and a process of its own: zdeploy --rehearse CONFIG.json.\n"
+    "while, in a host and a process of its own: zdeploy --rehearse CONFIG.json. With --describe it tells what a\n"
+    "plugin is and asks for, and what in it compiles and does nothing: zdeploy --describe PLUGIN.so.\n"
     "\n"
     "Exit status: 0 dropped, or done; 1 refused, and nothing is left behind, or, with --wait, not loaded and good;\n"
     "2 the command line cannot be used; 3 the drop could not be done, for no fault of the plugin: the folder is "
@@ -54,7 +55,7 @@ public:
     Parser()
     {
         m_parser.setApplicationDescription(QString::fromLatin1(description));
-        m_parser.addOptions({as, deployed, patience, list, rollback, wait, keep, rehearse, during});
+        m_parser.addOptions({as, deployed, patience, list, rollback, wait, keep, rehearse, during, describe});
         m_parser.addPositionalArgument(QStringLiteral("PLUGIN.so"), QStringLiteral("The plugin's file."));
         m_parser.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The hot-deploy folder."));
     }
@@ -79,8 +80,11 @@ private:
     /// What each of these does answers why it cannot, or an empty text.
     QString readTask()
     {
-        const std::pair<const QCommandLineOption &, Options::Task> tasks[] = {
-            {list, Options::List}, {rollback, Options::RollBack}, {keep, Options::Keep}, {rehearse, Options::Rehearse}};
+        const std::pair<const QCommandLineOption &, Options::Task> tasks[] = {{list, Options::List},
+                                                                              {rollback, Options::RollBack},
+                                                                              {keep, Options::Keep},
+                                                                              {rehearse, Options::Rehearse},
+                                                                              {describe, Options::Describe}};
         QString first;
         for (const auto &[option, task] : tasks) {
             if (!m_parser.isSet(option))
@@ -125,6 +129,9 @@ private:
         case Options::Rehearse:
             m_options.configuration = m_parser.value(rehearse);
             return arguments.isEmpty() ? QString() : QStringLiteral("--rehearse needs no more than a configuration");
+        case Options::Describe:
+            m_options.drop.source = m_parser.value(describe);
+            return arguments.isEmpty() ? QString() : QStringLiteral("--describe needs no more than a plugin");
         case Options::Deploy:
             if (arguments.size() != 2)
                 return QStringLiteral("name one plugin and one folder");
@@ -209,6 +216,11 @@ private:
     const QCommandLineOption during{
         QStringLiteral("for"), QStringLiteral("How long, in seconds: %1 if nothing is said.").arg(DefaultRehearsal),
         QStringLiteral("SECONDS"), QString::number(DefaultRehearsal)};
+    const QCommandLineOption describe{
+        QStringLiteral("describe"),
+        QStringLiteral("Tell what the plugin's root object is, what it serves and asks for, and what in it compiles "
+                       "and does nothing. It is tried out for that, and not dropped."),
+        QStringLiteral("PLUGIN.so")};
     Options m_options;
 };
 

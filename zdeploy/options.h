@@ -15,12 +15,13 @@ struct Options
         RollBack,
         Keep,
         Rehearse,
+        Describe,
         Print
     };
 
     QString error; ///< Why the command line cannot be used; empty if it can.
     Task task = Deploy;
-    Drop drop;             ///< The folders, except for `Rehearse`, and what is to be dropped.
+    Drop drop;             ///< What is to be dropped, or described; and the folders, where a task has any.
     bool waits = false;    ///< Follows what is dropped.
     QString plugin;        ///< To go back with, or to tidy up; empty: tidies each.
     int keep = 0;          ///< How many versions of each.

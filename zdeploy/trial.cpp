@@ -2,6 +2,7 @@
 #include "trial.h"
 
 #include "account.h"
+#include "description.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -58,6 +59,18 @@ Configuration configuration(const Trial &trial)
             {}};
 }
 
+/// The interfaces that the plugin serves.
+QStringList served(const WiringBook &wiring)
+{
+    QStringList interfaces;
+    const QJsonArray services = wiring.services();
+    for (const auto &service : services) {
+        if (!service[QStringLiteral("file")].toString().isEmpty()) // else it is the host that serves it
+            interfaces.append(service[QStringLiteral("interface")].toString());
+    }
+    return interfaces;
+}
+
 /// The verdict of a host that runs in this event loop.
 QString runHost(const Trial &trial)
 {
@@ -74,6 +87,9 @@ QString runHost(const Trial &trial)
     };
     const auto start = [&] {
         host.emplace(configuration(trial), &known);
+        Description description;
+        description.serves = served(known.wiring);
+        Account::tell(trial.answer, description.toLines());
         QTimer::singleShot(0, finish);
     };
     QTimer::singleShot(0, start); // by the event loop, which the plugin may quit
@@ -103,8 +119,11 @@ QString makeRoot(const Trial &trial)
         return fails(loading, thrown);
     if (!root)
         return QStringLiteral("it cannot be loaded: %1").arg(loader.errorString());
+    const Description description = Description::of(root);
+    Account::tell(trial.answer, description.toLines());
     if (!qobject_cast<ZObject *>(root))
-        return QStringLiteral("its root object, %1, is no ZObject").arg(QLatin1String(root->metaObject()->className()));
+        return QStringLiteral("its root object, %1, is no ZObject: derive its class from ZObject")
+            .arg(description.className);
     Account::begin(trial.answer, QStringLiteral("destroying it"));
     loader.unload(); // deletes the root, too
     return {};

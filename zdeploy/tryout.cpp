@@ -17,8 +17,8 @@ namespace {
 
 const char Option[] = "--try-out"; // FILE PLUGIN SECONDS
 
-/// Good as well where nobody wants to know any more.
-Verdict watch(const QString &file, const QString &plugin, int seconds)
+/// Good as well where nobody wants to know any more. What has been found out is added to `facts`.
+Verdict watch(const QString &file, const QString &plugin, int seconds, QStringList *facts)
 {
     const Confinement confinement(QFileInfo(file).path(), seconds);
     if (!confinement.error().isEmpty())
@@ -29,7 +29,7 @@ Verdict watch(const QString &file, const QString &plugin, int seconds)
         return {};
     const auto over = [&](QString (Trial::*load)() const) {
         const auto work = [&](int answer) { return (Trial{file, plugin, confinement.scratch(), answer}.*load)(); };
-        return confinement.run(work, seconds);
+        return confinement.run(work, seconds, facts);
     };
     const Verdict verdict = over(&Trial::loadAlone);
     return verdict.isGood() ? over(&Trial::loadInHost) : verdict;
@@ -37,9 +37,12 @@ Verdict watch(const QString &file, const QString &plugin, int seconds)
 
 } // namespace
 
-Verdict tryOut(const QString &file, const QString &plugin, int seconds)
+TryOut tryOut(const QString &file, const QString &plugin, int seconds)
 {
-    return askAnotherProcess({QLatin1String(Option), file, plugin, QString::number(seconds)}, seconds);
+    QStringList facts;
+    const Verdict verdict =
+        askAnotherProcess({QLatin1String(Option), file, plugin, QString::number(seconds)}, seconds, &facts);
+    return {verdict, Description::fromLines(facts)};
 }
 
 bool isTryOut(int argc, char *argv[]) { return argc == 5 && std::strcmp(argv[1], Option) == 0; }
@@ -48,6 +51,9 @@ int watchTryOut(char *argv[])
 {
     const QString file = QFile::decodeName(argv[2]);
     const QString plugin = QFile::decodeName(argv[3]);
-    Account::judge(STDOUT_FILENO, watch(file, plugin, QByteArray(argv[4]).toInt()));
+    QStringList facts;
+    const Verdict verdict = watch(file, plugin, QByteArray(argv[4]).toInt(), &facts);
+    Account::tell(STDOUT_FILENO, facts);
+    Account::judge(STDOUT_FILENO, verdict);
     return 0;
 }

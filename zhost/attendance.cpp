@@ -38,7 +38,7 @@ bool Attendance::begin()
 {
     if (m_door && !m_door->open()) {
         complain(QStringLiteral("the door cannot be opened: no room for one more thread"));
-        m_door.reset(); // or somebody would knock in vain
+        m_door.reset(); // else clients would connect, and get no answer
     }
     return m_probation.begin();
 }
@@ -51,7 +51,7 @@ void Attendance::attend(Host *host)
     m_probation.watch(host->bus());
     const InboxFolders folders{m_configuration.inbox(), m_configuration.folder(QStringLiteral("hot-deploy")),
                                m_configuration.folder(QStringLiteral("deployed"))};
-    // Without all three nobody would take what is dropped.
+    // Without all three folders nothing that is dropped would be taken.
     if (!folders.inbox.isEmpty() && !folders.hotDeploy.isEmpty() && !folders.deployed.isEmpty())
         m_inbox.emplace(folders, host->logger(), &m_known->history);
     m_serviceManager.emplace([host] { return host->status(); }).ready();
@@ -60,7 +60,7 @@ void Attendance::attend(Host *host)
 
 void Attendance::end()
 {
-    if (!m_serviceManager) // it has not come as far
+    if (!m_serviceManager) // the start has not come as far
         return;
     m_reload.end();
     m_serviceManager->stopping();

@@ -18,7 +18,7 @@ std::optional<int> callRunningHost(const CommandLine &commandLine)
         return {};
     const Answer answer =
         Client(search.address).call(commandLine.url.toString(), commandLine.request, Limits::MaxDeadlineMs);
-    if (answer.end == Answer::End::Nobody) // it has ended meanwhile
+    if (answer.end == Answer::End::Nobody) // the host has ended meanwhile
         return {};
     if (answer.end == Answer::End::No) {
         complain(answer.error);

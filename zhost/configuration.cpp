@@ -5,6 +5,7 @@
 #include "doubledkeys.h"
 #include "foldercheck.h"
 #include "keycheck.h"
+#include "settingscheck.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -16,7 +17,7 @@
 
 namespace {
 
-/// Where in `text` the byte `offset` lies, as people count.
+/// The place of the byte `offset` in `text`, by line and column.
 QString place(const QByteArray &text, int offset)
 {
     const QByteArray before = text.left(offset);
@@ -76,5 +77,5 @@ QVector<Finding> Configuration::findings() const
     for (const QString &path : doubled)
         result.append({path, QStringLiteral("is given twice; only the last counts"), Finding::Wrong});
     DoorSettings::read(object, &result);
-    return result + checkKeys(object) + checkFolders(*this);
+    return result + checkKeys(object) + checkFolders(*this) + checkSettings(*this);
 }

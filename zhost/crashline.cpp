@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// All that is reached by a signal's handler calls nothing that allocates or locks: a crash may come anywhere.
+// The code that a signal handler runs calls nothing that allocates or locks: a crash may come anywhere.
 #include "crashline.h"
 
 #include "lastwords.h"
@@ -51,14 +51,14 @@ void tell(int number, const Registers &registers)
 
 void handle(int number, siginfo_t *info, void *context)
 {
-    if (isTelling.test_and_set()) { // another thread was first: it ends the process
+    if (isTelling.test_and_set()) { // another thread was first, and ends the process
         for (;;)
             pause();
     }
     tell(number, Registers(context));
     std::signal(number, SIG_DFL);
-    // What comes back to its instruction by itself leaves the better core. What was sent does not, nor does a trap,
-    // which would go on behind it.
+    // A fault happens again when the handler returns, and then leaves the better core. A signal that was sent does not
+    // come again; nor does a trap, after which the program would go on.
     if (info->si_code <= 0 || number == SIGTRAP)
         raise(number);
 }

@@ -13,21 +13,21 @@ struct Configuration;
 class ZLogger;
 
 /**
- * Watches the deployed folder for plugins that are not in "load-list", and so would be gone after a restart: warns of
- * each, or, with "remember", loads it at the next start as well. Warns of those, too, that are not loaded since a file
- * of their name is in memory, and of those that somebody is still writing.
+ * Watches the deployed folder for plugins that are not in "load-list", and so are not loaded after a restart: warns of
+ * each, or, with "remember", has it loaded at the next start as well. Also warns of plugins that are not loaded because
+ * a file of their name is in memory, and of plugins that somebody is still writing.
  */
 class Drops
 {
 public:
-    /// What is deployed at this moment is not new.
+    /// Plugins that are deployed at this moment do not count as new.
     explicit Drops(const Configuration &configuration);
 
     /// `configuration` with the remembered plugins at the end of its "load-list".
     QJsonObject withRemembered(QJsonObject configuration) const;
-    /// Goes by the "load-list" of `configuration` from now on. Answers the plugins in it that were not there before.
+    /// Uses the "load-list" of `configuration` from now on. Returns the plugins in it that were not in the one before.
     QStringList follow(const QJsonObject &configuration);
-    /// Looks what is new, from now on. The logger is not owned.
+    /// Begins to watch. The logger is not owned.
     void watch(ZLogger *logger);
 
 private:
@@ -44,9 +44,9 @@ private:
     const QString m_folder; // empty if there is none
     const bool m_remembers;
     const QString m_note;
-    QStringList m_names;      // of the plugins that a start loads
+    QStringList m_names;      // plugins that a start loads
     QStringList m_remembered; // those of them that are not in the configuration
-    Files m_seen;             // with their inodes: another one may have the name of one that was removed
+    Files m_seen;             // with their inodes, since a new file may have the name of a removed one
     ZLogger *m_logger = nullptr;
     FolderWatch m_watch;
 };

@@ -55,7 +55,7 @@ void handleExit(int status, void *)
     const QString file = plugin.isEmpty() ? plugin : QFileInfo(plugin).canonicalFilePath();
     noteEnd(QFile::encodeName(file), QFile::encodeName(line + QLatin1Char('\n')));
     std::fflush(nullptr);
-    std::_Exit(EndedByPlugin); // what is left to do at an exit takes for granted that the host has ended
+    std::_Exit(EndedByPlugin); // the other functions that run at an exit rely on the host having ended
 }
 
 } // namespace
@@ -63,7 +63,7 @@ void handleExit(int status, void *)
 ExitGuard::ExitGuard(void (*tell)(const QString &line))
 {
     tellOf = tell;
-    QCoreApplication::applicationFilePath(); // what it keeps is to be destroyed after the handler has run
+    QCoreApplication::applicationFilePath(); // called now, so that its cache is destroyed after the handler has run
     isGuarded = true;
     on_exit(handleExit, nullptr);
 }

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int PauseMs = 20;
 
-/// Locks what `descriptor` has open; false, and errno, where that fails or somebody else has it all the time.
+/// Locks the file of `descriptor`. False, with errno, if that fails, or another process has the lock all the time.
 bool lock(int descriptor, int patienceMs)
 {
     const QDeadlineTimer deadline(patienceMs);
@@ -54,7 +54,7 @@ QString lockerOf(int descriptor)
 QString describe(const QString &process)
 {
     const QString program = contentOf(QStringLiteral("/proc/%1/comm").arg(process));
-    if (program.isEmpty()) // it has handed the lock on, and ended
+    if (program.isEmpty()) // it has passed the lock on, and ended
         return QStringLiteral("another process");
     return QStringLiteral("process %1 (%2)").arg(process, program);
 }

@@ -13,11 +13,11 @@ int openFolder(const QString &folder)
     return open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-/// Whoever has one of another description; the byte that is locked is his number.
+/// The number of a process that has a mark by another file description. It is the place of the byte that is locked.
 QString markedBy(int descriptor)
 {
     struct flock lock = {};
-    lock.l_type = F_WRLCK; // which all others are in the way of
+    lock.l_type = F_WRLCK; // any lock of another is in its way
     const bool isMarked = fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
     return isMarked ? QString::number(lock.l_start) : QString();
 }

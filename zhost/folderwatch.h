@@ -13,10 +13,10 @@
 class QSocketNotifier;
 
 /**
- * Tells which files come into a folder, and which of them are complete.
+ * Reports which files come into a folder, and which of them are complete.
  *
- * The folder may come later, be removed and made anew, or mounted over: it is looked for each second. Where the system
- * has no watch to spare, `unseen` is emitted as often.
+ * The folder may be made later, removed and made again, or mounted over: it is looked for each second. If the system
+ * has no watch left, `unseen` is emitted each second.
  *
  * Thread:  its own, which needs an event loop.
  * Failure: `failed`, once; it goes on without a watch.
@@ -29,15 +29,15 @@ public:
     explicit FolderWatch(const QString &folder);
     ~FolderWatch() override;
 
-    /// Looks for the folder, now and from now on.
+    /// Begins to look for the folder.
     void start();
 
 Q_SIGNALS:
-    /// It is complete: closed after somebody wrote it, or moved in.
+    /// The file is complete: its writer has closed it, or it was moved in.
     void arrived(const QString &file);
-    /// It is there, under a name that it did not have before. Somebody may be writing it.
+    /// The file has appeared under this name. Somebody may still be writing it.
     void created(const QString &file);
-    /// What is in the folder has to be looked at: it has just come, or more has happened there than can be told.
+    /// All files in the folder have to be looked at: the folder has just come, or events were lost.
     void unseen();
     void failed(const QString &reason);
 
@@ -52,7 +52,7 @@ private:
     void readEvents();
 
     const QString m_folder;
-    const int m_descriptor; // that, or the error, negative
+    const int m_descriptor; // or the error, negative
     int m_watch = -1;
     Identity m_watched; // none while there is no watch
     bool m_hasFailed = false;

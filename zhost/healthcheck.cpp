@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "healthcheck.h"
 
+#include "pluginfiles.h"
+
 #include <QJsonObject>
-#include <QPluginLoader>
 
 #include <zcaught.h>
 #include <zdbus.h>
@@ -12,13 +13,10 @@
 
 namespace {
 
-/// The URL that the plugin has in its metadata. One without a host would call everybody.
+/// The URL in the plugin's metadata. One without a host is not used, since it would call all endpoints.
 QUrl declaredUrl(const QString &path)
 {
-    QPluginLoader loader;
-    loader.setLoadHints(QLibrary::ResolveAllSymbolsHint); // as who has loaded it has them: Qt keeps them for the file
-    loader.setFileName(path);
-    const QJsonObject metaData = loader.metaData().value(QStringLiteral("MetaData")).toObject();
+    const QJsonObject metaData = metaDataOf(path).value(QStringLiteral("MetaData")).toObject();
     return QUrl(metaData.value(QStringLiteral("healthy")).toString());
 }
 
@@ -59,7 +57,7 @@ void HealthCheck::timerEvent(QTimerEvent *)
     if (!isOver || !m_isLate)
         judge(isOver);
     m_isLate = !isOver;
-    if (isOver && m_timer) // who has heard of a failure may have ended this
+    if (isOver && m_timer) // a receiver of failed() may have ended this
         ask();
 }
 

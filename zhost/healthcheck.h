@@ -11,9 +11,10 @@
 class ZDbus;
 
 /**
- * Asks one plugin each second whether it is healthy, on a thread that may hang.
+ * Asks one plugin each second whether it is healthy, on a thread of its own, which may hang.
  *
- * Whom nobody can ask is healthy: who has neither an endpoint "//NAME/healthy" nor names another one in his metadata.
+ * A plugin that cannot be asked counts as healthy: one that has no endpoint "//NAME/healthy", and names no other one in
+ * its metadata.
  */
 class HealthCheck : public QObject
 {
@@ -25,21 +26,20 @@ public:
     /// Waits for the call that is being made.
     ~HealthCheck() override;
 
-    /// Asks no more, holds nothing against the plugin, loses its name, and deletes itself as soon as the call that is
-    /// being made has come back.
+    /// Stops asking, without a verdict, gives up its name, and deletes itself as soon as the running call has returned.
     void end();
     /// The file's name, without its folder.
     QString file() const { return m_file; }
     QUrl url() const { return m_url; }
-    /// By its last answer.
+    /// Whether the plugin's last answer was good.
     bool isHealthy() const { return m_failures == 0; }
-    /// What is wrong with it by its last two answers, as `failed()` says it; null if they were not both bad.
+    /// The reason of `failed()`, if the last two answers were both bad; else null.
     QString failure() const;
-    /// Whether a call hangs, after waiting a second for its end.
+    /// Whether a call hangs. Waits a second for its end.
     bool hangs() { return m_call && !m_call->wait(PeriodMs); }
 
 Q_SIGNALS:
-    /// Two calls in a row were not handled, or took more than a second.
+    /// Emitted when two calls in a row were not handled, or took more than a second.
     void failed(const QString &reason);
 
 protected:
@@ -58,7 +58,7 @@ private:
     int m_timer = 0;
     std::unique_ptr<QThread> m_call; // null before the first
     std::atomic_bool m_isHandled{false};
-    bool m_isLate = false; // the call has been judged already, as too slow
+    bool m_isLate = false; // the call has been counted already, as too slow
     QString m_lastFailure;
     int m_failures = 0; // in a row
 };

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "drops.h"
-#include "services.h"
 #include "timetable.h"
 
 #include <QJsonObject>
@@ -11,73 +10,73 @@
 #include <QStringList>
 
 #include <zdbussubscriber.h>
+#include <zhost.h>
 
 #include <optional>
 
 struct Configuration;
 struct Known;
-class OrderlyEmitter;
 class ZDefaultLogger;
 
-/// The endpoint "//zhost": answers "/printd" with a report, in a broadcast as well.
+/// The endpoint "//zhost": answers "/printd" with a report, also in a broadcast.
 class HostEndpoint : public ZDbusSubscriber
 {
 public:
-    HostEndpoint(const Services *services, const Timetable *timetable) : m_services(services), m_timetable(timetable) {}
+    HostEndpoint(const ZHost *host, const Timetable *timetable) : m_host(host), m_timetable(timetable) {}
     bool invoked(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
 
 private:
-    const Services *m_services;
+    const ZHost *m_host;
     const Timetable *m_timetable;
 };
 
-/// The services, the plugins and the timetable of one configuration. They go with it, the last that came first.
+/// The services, the plugins and the timetable of one configuration. They are destroyed with it, in reverse order.
 class Host
 {
 public:
-    /// What happens is entered in `known`, which must live longer.
+    /// Events are entered in `known`, which must live longer.
     Host(const Configuration &configuration, Known *known);
     ~Host();
 
     /// The logger service, which lives as long as the host.
-    ZLogger *logger() const { return m_services.logger; }
+    ZLogger *logger() const { return services().logger; }
 
-    /// Calls the bus; answers in words why the call was not handled, null if it was.
+    /// Calls the bus. Returns in words why the call was not handled; null if it was.
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
-    ZDbus *bus() const { return m_services.dbus; }
+    ZDbus *bus() const { return services().dbus; }
     /// Any thread may ask it.
     Timetable &timetable() { return m_timetable; }
-    /// Begins an entry that has ended once more; null if that cannot be. On any thread.
+    /// Begins an entry that has ended once more; null if that is not possible. On any thread.
     QSharedPointer<TimetableActivity> restart(const QSharedPointer<TimetableActivity> &ended)
     {
-        return m_timetable.restart(ended, m_services);
+        return m_timetable.restart(ended, services());
     }
 
     /// The kinds of tagged lines that are written, by category; empty if a plugin's logger writes. On any thread.
     QJsonObject logMasks() const;
-    /// Answers why a category's mask cannot be set, null if it is. On any thread.
+    /// Sets a category's mask. Returns why that is not possible; null if it is set. On any thread.
     QString setLogMask(const QString &category, int mask);
 
-    /// Has plugins that ask for the configuration from now on see this one; loads the plugins that are new in it, and
-    /// follows its timetable.
-    void follow(const QJsonObject &configuration);
+    /// Makes this the configuration that plugins get from now on, loads the plugins that are new in it, and follows its
+    /// timetable. Returns the names of the plugins that are told of new settings.
+    QStringList follow(const QJsonObject &configuration);
 
     /// What runs, in one line.
     QString status() const;
 
-    /// When the application has quit, which cancels the timetable: withdraws the scheduler and waits a while for what
-    /// plugins have scheduled. Answers the names of what does not end: while it runs, the host must not be destroyed.
-    QStringList stop();
+    /// Call it when the application has quit, which cancels the timetable. Withdraws the scheduler, and waits a while
+    /// for what plugins have scheduled. Returns the names of what does not end: while that runs, the host must not be
+    /// destroyed.
+    QStringList stop() { return m_host->stop(); }
 
 private:
     Q_DISABLE_COPY(Host)
-    void announce(const QJsonObject &configuration);
+    const ZServices &services() const { return m_host->services(); }
     void followTimetable(const QJsonObject &configuration);
 
     const QString m_deployed; // empty if there is no such folder
     Known *const m_known;
-    QSharedPointer<OrderlyEmitter> m_emitter;
-    Services m_services;
+    std::optional<ZHost> m_host;
     QWeakPointer<ZReference> m_config; // the host's own, as the logger is
     QWeakPointer<ZReference> m_loggerReference;
     ZDefaultLogger *m_logger = nullptr; // there as long as somebody has its reference

@@ -37,21 +37,21 @@ const QString Prefix = QStringLiteral("zhost: inbox: ");
 const QString Pattern = QStringLiteral("lib*.so");
 const QString Refused = QStringLiteral("refused");
 
-/// How zdeploy ends where it has something to say of the plugin.
+/// The exit statuses of zdeploy that say something about the plugin.
 enum DropCode
 {
     Dropped = 0,
     RefusedIt = 1
 };
 
-/// Whether a signal tells of what the process has done, and not of what somebody wanted of it.
+/// Whether a signal was caused by the process itself, and not sent by somebody else.
 bool isCrash(int number)
 {
     const auto crashes = {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGSYS};
     return std::find(crashes.begin(), crashes.end(), number) != crashes.end();
 }
 
-/// Whether nothing has happened to the file for a while, or since the clock was set back.
+/// Whether the file has not changed for a while, or the clock was set back since it changed.
 bool isQuiet(const QFileInfo &file)
 {
     return qAbs(file.metadataChangeTime().msecsTo(QDateTime::currentDateTime())) >= QuietMs;
@@ -59,8 +59,8 @@ bool isQuiet(const QFileInfo &file)
 
 bool isPluginFile(const QString &file) { return QDir::match(Pattern, file); }
 
-/// Why there is no such folder of our own, null if there is: what somebody else has put there in its place may be a
-/// link to anywhere.
+/// Makes a folder that belongs to us. Returns why there is none; null if there is. A folder of somebody else is not
+/// used, since it may be a link to anywhere.
 QString makeOwnFolder(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
@@ -73,7 +73,7 @@ QString makeOwnFolder(const QString &path)
                                                                  : QStringLiteral("it is no folder of this user");
 }
 
-/// The plugins' files in `folder` whose names are no text: Qt leaves them out of its lists, and cannot open them.
+/// The plugin files in `folder` whose names are not valid text. Qt leaves them out of its lists, and cannot open them.
 QList<QByteArray> unspeakableIn(const QString &folder)
 {
     QList<QByteArray> names;
@@ -90,7 +90,7 @@ QList<QByteArray> unspeakableIn(const QString &folder)
     return names;
 }
 
-/// Moves the file at `path` to the folder `refused`, as `name`, beside the reason. Answers why that fails, null if it
+/// Moves the file at `path` to the folder `refused`, as `name`, beside the reason. Returns why that fails; null if it
 /// does not.
 QString moveAside(const QByteArray &path, const QString &refused, const QString &name, const QString &reason)
 {
@@ -106,7 +106,7 @@ QString moveAside(const QByteArray &path, const QString &refused, const QString 
     return {};
 }
 
-/// The last line of what zdeploy has written, without what goes before the reason.
+/// The reason in the last line that zdeploy has written.
 QString reasonIn(const QByteArray &written)
 {
     const QString line = QString::fromLocal8Bit(written).trimmed().section(QLatin1Char('\n'), -1);
@@ -155,7 +155,7 @@ Inbox::~Inbox()
     m_process.disconnect(this);
     if (m_process.state() == QProcess::NotRunning)
         return;
-    m_process.terminate(); // it leaves nothing behind
+    m_process.terminate(); // then it leaves nothing behind
     if (!m_process.waitForFinished(EndMs)) {
         m_process.kill();
         m_process.waitForFinished();
@@ -181,8 +181,8 @@ void Inbox::addAll()
     next();
 }
 
-/// Adds a file of which nobody has told that it is complete. Of one of another user the system does not tell us whether
-/// somebody is writing it: it is left until nothing has happened to it for a while.
+/// Adds a file for which no event has said that it is complete. For a file of another user the system does not tell us
+/// whether somebody is writing it: it waits until it has not changed for a while.
 void Inbox::addIfQuiet(const QFileInfo &file)
 {
     const bool canTell = geteuid() == 0 || file.ownerId() == geteuid();
@@ -204,13 +204,14 @@ void Inbox::next()
         begin(m_queue.takeFirst());
 }
 
-/// What somebody is writing is left, and most often comes again when it is closed; not so what was written before it
-/// had its name. Links are passed over: who puts one here may not be able to read what it points to.
+/// Begins to drop a file. A file that somebody is writing is left: most often an event comes when it is closed, but not
+/// if it was written before it got its name. Links are ignored: those that put one here may have no right to read its
+/// target.
 void Inbox::begin(const QString &file)
 {
     const QString path = pathOf(file);
     if (!QFileInfo(path).isFile() || QFileInfo(path).isSymLink())
-        return refuseUnspeakable(); // it may be one
+        return refuseUnspeakable(); // the file may be one of those
     auto copy = std::make_unique<ZFileCopy>(path);
     if (!copy->open())
         return leaveUnreadable(file, qt_error_string(errno));
@@ -221,7 +222,8 @@ void Inbox::begin(const QString &file)
     m_process.start();
 }
 
-/// Who has put it here may be about to let us read it: "install" does so when it has closed it.
+/// Leaves a file that we may not read. Its writer may be about to change that: "install" sets the mode after it has
+/// closed the file.
 void Inbox::leaveUnreadable(const QString &file, const QString &reason)
 {
     if (isQuiet(QFileInfo(pathOf(file))))
@@ -233,7 +235,7 @@ void Inbox::leaveUnreadable(const QString &file, const QString &reason)
 void Inbox::finish()
 {
     const bool hasExited = m_process.exitStatus() == QProcess::NormalExit;
-    const int code = m_process.exitCode(); // QProcess has the number of the signal for one
+    const int code = m_process.exitCode(); // after a crash QProcess has the number of the signal here
     const QString reason = hasExited
                                ? reasonIn(m_process.readAllStandardError())
                                : QStringLiteral("zdeploy has ended: %1").arg(QString::fromLocal8Bit(strsignal(code)));
@@ -247,7 +249,7 @@ void Inbox::finish()
         m_history->add("dropped", file);
         inform(QStringLiteral("%1: %2").arg(file, QString::fromLocal8Bit(m_process.readAllStandardOutput()).trimmed()));
     }
-    if (!copy->isSettled()) // there is another one by now
+    if (!copy->isSettled()) // there is another file by now
         add(file);
     else if (isDropped)
         remove(file);
@@ -264,7 +266,7 @@ void Inbox::remove(const QString &file)
 
 void Inbox::refuse(const QString &file, const QString &reason) { refuse(QFile::encodeName(file), file, reason); }
 
-/// A file whose name is no text gets one that is.
+/// Refuses a file. If its name is not valid text, it gets another one, `name`.
 void Inbox::refuse(const QByteArray &file, const QString &name, const QString &reason)
 {
     warn(QStringLiteral("%1: refused: %2").arg(name, reason));
@@ -291,7 +293,7 @@ void Inbox::tryLater(const QString &reason)
     m_file.reset();
     m_queue.prepend(file);
     m_pause.start(PauseMs);
-    if (reason != m_failure) // once for a row of the same
+    if (reason != m_failure) // the same reason is logged only once in a row
         warn(QStringLiteral("%1: cannot be dropped, and is tried again each minute: %2").arg(file, reason));
     m_failure = reason;
 }
@@ -303,7 +305,7 @@ void Inbox::passOver(const QString &file, const QString &reason)
     warn(QStringLiteral("%1: cannot be taken out, and is passed over from now on: %2").arg(file, reason));
 }
 
-/// The logger may be a plugin's, and throw.
+/// Logs a line. The logger may be a plugin's, and throw.
 void Inbox::inform(const QString &text)
 {
     zCaught([&] { m_logger->info0(printable(Prefix + text)); });

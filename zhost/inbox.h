@@ -16,7 +16,7 @@ class ZFileCopy;
 class History;
 class ZLogger;
 
-/// The folders between which an inbox stands.
+/// The folders that an inbox needs.
 struct InboxFolders
 {
     QString inbox; ///< Into which anybody may copy. Empty: there is none.
@@ -25,22 +25,22 @@ struct InboxFolders
 };
 
 /**
- * Drops the plugins that are put into a folder, by the program zdeploy that lies beside this one: one at a time, in the
- * order in which they come, and only what nobody is writing any more.
+ * Drops the plugins that are put into a folder. It runs the program zdeploy beside this one, for one plugin at a time,
+ * in the order in which they come; a file that somebody is still writing waits.
  *
- * What is dropped is removed from the folder. What is refused is moved to its folder "refused", beside a text with the
- * reason; both replace those of the one of that name that was refused before.
+ * A plugin that was dropped is removed from the folder. One that is refused is moved to its folder "refused", beside a
+ * text with the reason; both replace those of an earlier one of that name.
  *
- * Ownership: the process that drops; it is ended, and waited for, when this goes.
+ * Ownership: owns the process that drops; it is ended, and waited for, when this is destroyed.
  * Thread:    its own, which needs an event loop and never waits.
- * Failure:   a warning. What cannot be dropped for a reason that is not its own stays, and is tried again.
+ * Failure:   a warning. If the reason is not the plugin's own, the plugin stays, and is tried again.
  */
 class Inbox : public QObject
 {
     Q_OBJECT
 
 public:
-    /// What comes of each file is entered in `history`. Neither is owned.
+    /// The result for each file is entered in `history`. Neither is owned.
     Inbox(const InboxFolders &folders, ZLogger *logger, History *history);
     ~Inbox() override;
 
@@ -67,12 +67,12 @@ private:
     ZLogger *const m_logger;
     History *const m_history;
     QStringList m_queue;
-    QSet<QString> m_closed;            // but not to be read yet
-    QSet<QString> m_passedOver;        // who cannot be taken out would be dropped again and again
-    std::unique_ptr<ZFileCopy> m_file; // that is dropped at the moment, as it was at the beginning
-    QString m_failure;                 // for which the last was tried again
+    QSet<QString> m_closed;            // complete, but not readable yet
+    QSet<QString> m_passedOver;        // cannot be taken out, and so would be dropped again and again
+    std::unique_ptr<ZFileCopy> m_file; // the one that is being dropped, as it was at the beginning
+    QString m_failure;                 // why the last one was tried again
     QTimer m_pause;                    // runs until something is tried again
-    QTimer m_again;                    // runs until all is looked at again
+    QTimer m_again;                    // runs until all files are looked at again
     QProcess m_process;
     FolderWatch m_watch;
 };

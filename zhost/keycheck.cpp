@@ -27,6 +27,7 @@ enum Type
     Folders,
     Numbers,
     Section,
+    Sections,
     SectionOrFalse,
     Timetable
 };
@@ -64,6 +65,7 @@ const std::vector<Key> &knownKeys()
         {"door",
          SectionOrFalse,
          {{"socket", Text, {}}, {"listen", Text, {}}, {"anywhere", Flag, {}}, {"token-file", Text, {}}}},
+        {"plugins", Sections, {}},
         {"schedule",
          Timetable,
          {{"url", Any, {}},
@@ -80,7 +82,7 @@ bool isComment(const QString &key) { return key.startsWith(QLatin1Char('#')); }
 
 QString quoted(const QString &text) { return QStringLiteral("\"%1\"").arg(text); }
 
-/// How many letters must be changed, added or taken away to make one text of the other.
+/// How many letters must be changed, added or removed to turn one text into the other.
 int distance(const QString &left, const QString &right)
 {
     std::vector<int> row(static_cast<size_t>(right.size()) + 1);
@@ -153,7 +155,9 @@ private:
         case Flag:
             return expect(value.isBool(), path, "true or false");
         case Numbers:
-            return numbers(value, path);
+            return entries(value, path, &QJsonValue::isDouble, "a number");
+        case Sections:
+            return entries(value, path, &QJsonValue::isObject, "an object");
         case Text:
             return text(value, path);
         case Template:
@@ -182,7 +186,8 @@ private:
         expect(!value.toString().isEmpty(), path, "a text that is not empty");
     }
 
-    /// At the start files are removed whose names begin so: a pattern would name those of others, too.
+    /// Checks the template of the names of temporary files. At the start, files whose names begin so are removed: a
+    /// pattern would match files of others, too.
     void nameTemplate(const QString &text, const QString &path)
     {
         for (const char character : {'*', '?', '[', '/'}) {
@@ -194,13 +199,14 @@ private:
         }
     }
 
-    void numbers(const QJsonValue &value, const QString &path)
+    /// Checks an object with any keys, whose values must be `what`.
+    void entries(const QJsonValue &value, const QString &path, bool (QJsonValue::*isRight)() const, const char *what)
     {
         expect(value.isObject(), path, "an object");
         const QJsonObject object = value.toObject();
         for (auto entry = object.begin(); entry != object.end(); ++entry) {
             if (!isComment(entry.key()))
-                expect(entry.value().isDouble(), path + QLatin1Char('.') + entry.key(), "a number");
+                expect((QJsonValue(entry.value()).*isRight)(), path + QLatin1Char('.') + entry.key(), what);
         }
     }
 
@@ -230,7 +236,7 @@ private:
         }
     }
 
-    /// What an entry does that can run, but may not be what is meant.
+    /// Reports what is valid in an entry, but may not be what is meant.
     void doubts(const TimetableEntry &entry, const QString &path)
     {
         if (entry.url.host().isEmpty())

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Nothing here allocates or locks, but for what takes a QString: a crash may come anywhere.
+// No function here allocates or locks, but for those that take a QString: a crash may come anywhere.
 #include "lastwords.h"
 
 #include <QFile>
@@ -17,7 +17,7 @@ namespace {
 char notePath[PATH_MAX];
 int kept[2] = {-1, -1};
 
-/// What this thread is loading, without its decoration; null if that is nothing.
+/// The plugin that this thread is loading, without "lib"; null if there is none.
 const char *loadingHere()
 {
     const char *const name = zLoadingHere();
@@ -43,9 +43,9 @@ void FixedText::addHex(uintptr_t number)
 
 void FixedText::writeTo(int descriptor) const
 {
-    pollfd room{descriptor, POLLOUT, 0}; // it may be a full pipe, and that what has hung the program
+    pollfd room{descriptor, POLLOUT, 0}; // it may be a full pipe, which may have hung the program
     if (poll(&room, 1, 0) != 1 || write(descriptor, m_data, m_size) < 0)
-        return; // there is nobody who could be told
+        return; // the failure cannot be reported anywhere
 }
 
 void copyPath(char (&to)[PATH_MAX], const QString &path)

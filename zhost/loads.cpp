@@ -26,10 +26,10 @@ namespace {
 struct Load
 {
     QString file;
-    struct stat status; // of the file as it was found
+    struct stat status; // of the file when it was found
 };
 
-/// Plugins are loaded until the very end, so it is never destroyed.
+/// Never destroyed, since plugins are loaded until the very end.
 struct State
 {
     QMutex mutex;         // guards all that follows
@@ -46,7 +46,7 @@ struct State
     }
 };
 
-/// All zero if it is not there.
+/// The status of a file; all zero if it is not there.
 struct stat statusOf(const QString &file)
 {
     struct stat status = {};
@@ -60,21 +60,21 @@ bool areSame(const struct stat &one, const struct stat &other)
            one.st_mtim.tv_sec == other.st_mtim.tv_sec && one.st_mtim.tv_nsec == other.st_mtim.tv_nsec;
 }
 
-/// Leaves out those loads that `isMeant` says.
+/// Removes the loads for which `isMeant` is true.
 template <class IsMeant>
 void remove(QVector<Load> *loads, IsMeant isMeant)
 {
     loads->erase(std::remove_if(loads->begin(), loads->end(), isMeant), loads->end());
 }
 
-/// Which of the loads that are under way is that of `file`: the innermost one.
+/// The innermost running load of `file`.
 QVector<Load>::iterator underWay(State *state, const QString &file)
 {
     const auto isIt = [&](const Load &load) { return load.file == file; };
     return std::find_if(state->loading.rbegin(), state->loading.rend(), isIt).base() - 1;
 }
 
-/// Not to the disk: it is for the next process, and a power cut is nobody's fault.
+/// Writes the note, without flushing it to the disk: it is for the next process, and need not survive a power cut.
 void writeNote(const State &state)
 {
     if (state.note.isEmpty())
@@ -89,7 +89,7 @@ void writeNote(const State &state)
         files.append(load.file);
     const QByteArray text = QFile::encodeName(files.join(QLatin1Char('\n')));
     if (write(descriptor, text.constData(), static_cast<size_t>(text.size())) < 0) {
-    } // who cannot write there has been told so
+    } // a folder that cannot be written has been reported before
     close(descriptor);
 }
 
@@ -129,7 +129,7 @@ void Loads::listen(const QString &folder, const QString &note)
     State &state = State::get();
     state.folder = folder;
     state.note = QFile::encodeName(note);
-    unlink(state.note.constData()); // that of a process before
+    unlink(state.note.constData()); // the note of an earlier process
     zTellLoads(hear);
 }
 
@@ -174,7 +174,7 @@ QStringList Loads::notedIn(const QString &note)
 {
     const QFileInfo info(note);
     QFile file(note);
-    if (!info.isFile() || info.isSymLink() || !file.open(QIODevice::ReadOnly)) // a pipe would be waited for
+    if (!info.isFile() || info.isSymLink() || !file.open(QIODevice::ReadOnly)) // reading a pipe would wait
         return {};
     QStringList files = QFile::decodeName(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     std::reverse(files.begin(), files.end());

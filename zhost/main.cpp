@@ -29,7 +29,7 @@
 
 namespace {
 
-constexpr int LockPatienceMs = 500; // who asks whether somebody has the folder, has it for a moment
+constexpr int LockPatienceMs = 500; // a process that only looks whether the folder is locked has the lock for a moment
 
 int refuse(const QString &reason)
 {
@@ -59,7 +59,7 @@ void tellWhoElseTakes(const QString &folder, const FolderMark &mark)
 
 int run(const CommandLine &commandLine, const Configuration &configuration)
 {
-    // Two would take each other's drops, and each would remove the other's temporary files.
+    // Two hosts would take each other's drops, and each would remove the other's temporary files.
     const QString deployed = configuration.folder(QStringLiteral("deployed"));
     const FolderLock lock(deployed, LockPatienceMs);
     if (!lock.holder().isNull())
@@ -84,12 +84,12 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
         if (!attendance->refusal().isNull())
             return refuse(attendance->refusal());
     }
-    std::optional<int> result; // of what is done without being told to stop
+    std::optional<int> result; // the exit status of a task that ends by itself
     const auto finish = [&](int exitCode) {
         result = exitCode;
         QCoreApplication::quit();
     };
-    // Each by the event loop: a plugin may quit before all are loaded, and then nothing is called.
+    // Each step is an event: a plugin may quit before all are loaded, and then the later steps are not called.
     QTimer::singleShot(0, [&] {
         if (attendance && !attendance->begin())
             return finish(Hopeless);
@@ -108,7 +108,7 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
     if (!isDone) {
         const QString line = QStringLiteral("ended by quit(), called by a plugin");
         complain(line);
-        noteEnd("", QFile::encodeName(line + QLatin1Char('\n')).constData()); // which one is not known
+        noteEnd("", QFile::encodeName(line + QLatin1Char('\n')).constData()); // it is not known which plugin
     }
     const int asTold = result.value_or(commandLine.isCall ? Wrong : Success); // a signal may have come before the call
     const int exitCode = isDone ? asTold : EndedByPlugin;
@@ -120,12 +120,12 @@ int run(const CommandLine &commandLine, const Configuration &configuration)
         if (!attendance || attendance->close())
             return exitCode;
         std::fflush(stdout);
-        std::_Exit(exitCode); // somebody is still being answered, by what would be destroyed on the way
+        std::_Exit(exitCode); // a request is still being answered, and uses objects that a normal exit would destroy
     }
     for (const QString &name : running)
         complain(QStringLiteral("left running: %1").arg(name));
     std::fflush(stdout);
-    std::_Exit(exitCode == Success ? Wrong : exitCode); // what still runs uses all that would be destroyed on the way
+    std::_Exit(exitCode == Success ? Wrong : exitCode); // what still runs uses objects that a normal exit would destroy
 }
 
 } // namespace
@@ -150,7 +150,7 @@ int main(int argc, char *argv[])
     const Configuration configuration = Configuration::read(commandLine.file);
     if (!configuration.error.isEmpty())
         return refuse(configuration.error);
-    if (commandLine.isCall) { // before the configuration is judged: who asks need not be who runs the host
+    if (commandLine.isCall) { // before the configuration is checked: the caller may be another user than the host's
         if (const std::optional<int> exitCode = callRunningHost(commandLine))
             return *exitCode;
     }

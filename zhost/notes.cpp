@@ -21,7 +21,7 @@ namespace {
 
 const QString GoodName = QStringLiteral("good.json");
 const QString QuarantineName = QStringLiteral("quarantined.json");
-const QString StartName = QStringLiteral(".zhost-starting.json"); // hidden: of no use to anybody else
+const QString StartName = QStringLiteral(".zhost-starting.json"); // hidden, since it is for the host only
 const QString CrashName = QStringLiteral(".zhost-crash.txt");
 const QString LoadingName = QStringLiteral(".zhost-loading.txt");
 
@@ -32,7 +32,7 @@ const QString Count = QStringLiteral("starts");
 const QString Taking = QStringLiteral("taking");
 const QString Why = QStringLiteral("why");
 
-/// Whether a note may be read: a pipe would be waited for, and a link leads elsewhere.
+/// Whether a note may be read: reading a pipe would wait, and a link leads elsewhere.
 bool isOurs(const QString &path)
 {
     const QFileInfo file(path);
@@ -46,7 +46,7 @@ QJsonObject read(const QString &path)
                                                           : QJsonObject();
 }
 
-/// What tells a file from another of its name.
+/// What distinguishes a file from another one of the same name.
 QJsonObject identity(const QString &path)
 {
     const QFileInfo file(path);
@@ -59,7 +59,7 @@ QString nameInQuarantine(const QString &file, int number)
     return number == 0 ? name : QStringLiteral("%1.%2").arg(name, QString::number(number));
 }
 
-/// Has the disk keep the names in `folder`.
+/// Flushes the names in `folder` to the disk.
 void syncFolder(const QString &folder)
 {
     const int descriptor = open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -100,7 +100,7 @@ QString Notes::goodSince(const QString &file) const
 
 QDateTime Notes::noted() const { return QFileInfo(path(GoodName)).lastModified(); }
 
-/// Those that are not there any more, or are others by now, are forgotten.
+/// Forgets files that are not there any more, or have changed.
 bool Notes::noteLoads(const QHash<QString, QString> &failures)
 {
     const QJsonObject before = read(path(UnloadedName));
@@ -161,7 +161,7 @@ Notes::Crash Notes::crash() const
     if (!isOurs(crashPath()) || !file.open(QIODevice::ReadOnly))
         return {};
     const QStringList lines = QFile::decodeName(file.readAll()).split(QLatin1Char('\n'));
-    if (lines.size() != 4) // it was not written to its end
+    if (lines.size() != 4) // the note is not complete
         return {};
     Crash crash{{}, {}, lines[2]};
     const QFileInfo guilty(lines[0]);
@@ -193,7 +193,7 @@ QString Notes::quarantine(const QString &file, const QString &why)
     }
 }
 
-/// Those that have been removed, or renamed back, are forgotten.
+/// Forgets files that have been removed, or renamed back.
 void Notes::noteQuarantine(const QString &name, const QString &why)
 {
     QJsonObject notes{{name, QJsonObject{{Why, why}}}};

@@ -2,6 +2,8 @@
 #include "pluginfiles.h"
 
 #include <QDir>
+#include <QJsonObject>
+#include <QPluginLoader>
 
 #include <algorithm>
 
@@ -12,7 +14,7 @@ QStringList pluginFilesIn(const QString &folder)
     return folder.isEmpty() ? QStringList() : QDir(folder).entryList({PluginPattern}, QDir::Files, QDir::Name);
 }
 
-/// Not by a pattern with the name in it, which may itself be one, and a wrong one.
+/// Does not look by a pattern with the name in it: the name may itself contain pattern characters.
 bool hasVersions(const QString &folder, const QString &plugin)
 {
     const QString beginning = QStringLiteral("lib%1.").arg(plugin);
@@ -21,4 +23,12 @@ bool hasVersions(const QString &folder, const QString &plugin)
     return std::any_of(files.begin(), files.end(), [&](const QString &file) {
         return file.size() >= shortest && file.startsWith(beginning, Qt::CaseInsensitive);
     });
+}
+
+QJsonObject metaDataOf(const QString &path)
+{
+    QPluginLoader loader;
+    loader.setLoadHints(QLibrary::ResolveAllSymbolsHint); // the same as in a load: Qt keeps them for the file
+    loader.setFileName(path);
+    return loader.metaData();
 }

@@ -6,16 +6,22 @@
 
 #include <sys/stat.h>
 
-/// What the name of a plugin's file is like, for a folder's list.
+class QJsonObject;
+
+/// The wildcard pattern of the names of plugin files.
 extern const QString PluginPattern;
 
-/// What a plugin's file that is dropped may be used for, whatever its source has: everybody may read it, such as the
-/// user as whom the program runs. And nobody may write into it, for that changes the code of a plugin that is loaded;
-/// who copies over it is refused, or has to replace it.
+/// The mode of a plugin's file that is dropped, whatever mode its source has. Everybody may read it, such as the user
+/// as whom the program runs. Nobody may write into it, since that would change the code of a loaded plugin: to copy
+/// over it is refused, or replaces the file.
 constexpr mode_t DroppedMode = S_IRUSR | S_IRGRP | S_IROTH;
 
-/// The plugins' files in `folder`, in the order in which a loader takes versions; none if the folder's name is empty.
+/// The plugin files in `folder`, in the order in which a loader takes versions; none if the folder's name is empty.
 QStringList pluginFilesIn(const QString &folder);
 
 /// Whether a loader finds versions of `plugin` in `folder`.
 bool hasVersions(const QString &folder, const QString &plugin);
+
+/// The metadata of the plugin file at `path`, as moc has written it; empty if it is not a plugin. The file may be
+/// loaded, and can be unloaded afterwards.
+QJsonObject metaDataOf(const QString &path);

@@ -27,7 +27,8 @@ namespace {
 constexpr int DefaultMs = 10000;
 constexpr int RetryMs = 1000;
 constexpr int StartsInARow = 2;
-// More, for somebody else may have killed it: a machine that is short of memory, or its operator.
+// More than for taking back, since the host may have been killed: by a machine that is short of memory, or its
+// operator.
 constexpr int StartsUntilHopeless = 5;
 
 QJsonValue guardOf(const QJsonObject &configuration) { return configuration.value(QStringLiteral("guard")); }
@@ -37,17 +38,17 @@ int probationOf(const QJsonObject &configuration)
     return qMax(0, guardOf(configuration).toObject().value(QStringLiteral("probation")).toInt(DefaultMs));
 }
 
-/// By its real name, which the kernel shows for what is in memory; empty if there is none.
+/// The folder under `key` by its real name, which the kernel shows for files in memory; empty if there is none.
 QString folderOf(const Configuration &configuration, const QString &key)
 {
     const QString folder = configuration.folder(key);
     return folder.isEmpty() ? folder : QDir(folder).canonicalPath();
 }
 
-/// What the check of a file's plugin is called.
+/// The name of the health check of a file's plugin.
 QString checkOf(const QString &file) { return PluginName::parse(file).plugin.toLower(); }
 
-/// Why something is taken back after so many starts, the last of which has ended with `loading`.
+/// Why a file is taken back after so many starts, the last of which has ended while it loaded `loading`.
 QString reasonFor(int starts, const QStringList &loading)
 {
     const QString reason = QStringLiteral("%1 starts in a row have not come as far as running well").arg(starts);
@@ -69,7 +70,7 @@ Probation::Probation(const Configuration &configuration, History *history)
     connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, &Probation::look);
 }
 
-/// Whenever it is killed, the next start goes on where it was: what is to be taken back is noted first.
+/// Notes first what is to be taken back: so if this start is killed, the next one goes on at that place.
 bool Probation::begin()
 {
     lookForPluginsIn(m_deployed);
@@ -82,7 +83,7 @@ bool Probation::begin()
     bool areGone = true;
     for (const QString &file : qAsConst(start.taking))
         areGone = takeAway(file, start.why) && areGone;
-    if (!areGone) // the notes stay: what is loaded all the same would be the end of each start
+    if (!areGone) // the notes stay: if the file were loaded all the same, each start would end
         return false;
     m_notes.forgetCrash();
     m_notes.noteStart({start.count + 1, {}, {}});
@@ -91,8 +92,8 @@ bool Probation::begin()
     return true;
 }
 
-/// Whether the file in which a crash came is not where it was: a version stays in memory as long as it is held, and the
-/// kernel knows it by its new name.
+/// Whether the file of a crash is not where it was. It may have been renamed or removed while it was still in memory,
+/// since somebody held it; the kernel shows its new name.
 bool Probation::isAway(const QString &file) const
 {
     return !file.isEmpty() &&
@@ -104,7 +105,7 @@ bool Probation::judge(Notes::Start *start)
 {
     const Notes::Crash crash = m_notes.crash();
     const QStringList loading = Loads::notedIn(m_notes.loadingPath());
-    if (!loading.isEmpty()) // what was dropped may have hung, and nobody have counted it
+    if (!loading.isEmpty()) // a drop may have hung that was not counted as a start
         start->count = qMax(start->count, 1);
     if (start->count < StartsInARow && crash.text.isEmpty())
         return true;
@@ -124,7 +125,7 @@ bool Probation::judge(Notes::Start *start)
         return true;
     say(QStringLiteral("%1, and nothing is left that could be taken back").arg(start->why));
     m_notes.forgetCrash();
-    return !m_notes.forgetStart(); // who starts it by hand has it tried again
+    return !m_notes.forgetStart(); // a start by hand tries again
 }
 
 void Probation::watch(ZDbus *bus)
@@ -133,7 +134,7 @@ void Probation::watch(ZDbus *bus)
         return;
     m_bus = bus;
     m_watcher.addPath(m_deployed);
-    for (const QString &file : qAsConst(m_known)) { // what a stop has kept from its verdict
+    for (const QString &file : qAsConst(m_known)) { // files whose probation a stop has cut short
         if (!m_notes.isGood(file) && Loads::contain(file))
             check(file, AtStart);
     }
@@ -172,7 +173,7 @@ QStringList Probation::plugins(bool areGood) const
     return files;
 }
 
-/// The first of `suspects` that may be guilty; else all that were not there when the host last ran well.
+/// The first of `suspects` that may be guilty; else all files that were not there when the host last ran well.
 QStringList Probation::toTake(const QStringList &suspects) const
 {
     const QStringList fresh = plugins(false);
@@ -183,7 +184,7 @@ QStringList Probation::toTake(const QStringList &suspects) const
     return plugins(true).isEmpty() ? QStringList() : fresh;
 }
 
-/// What serves, and what was noted before.
+/// The files that serve, and those that were noted before.
 QStringList Probation::thoseThatRanWell() const
 {
     QStringList files = pluginFilesIn(m_deployed);
@@ -192,8 +193,8 @@ QStringList Probation::thoseThatRanWell() const
     return files;
 }
 
-/// The files that are still unhealthy, with the reason. They do not become good, and neither does one that has given
-/// its last answer only late, or not at all.
+/// Ends the checks. Returns the files that are still unhealthy, with the reason. They do not become good; neither does
+/// a file whose last answer was late, or has not come.
 QMap<QString, QString> Probation::takeVerdicts()
 {
     QMap<QString, QString> unhealthy;
@@ -229,7 +230,7 @@ void Probation::passed()
     }
 }
 
-/// Whether what is in the folder can be told: one that is away, or closed, is not an empty one.
+/// Whether the folder can be read: a folder that is missing, or must not be read, does not count as an empty one.
 bool Probation::canBeRead()
 {
     const bool can = access(QFile::encodeName(m_deployed).constData(), R_OK | X_OK) == 0;
@@ -238,17 +239,17 @@ bool Probation::canBeRead()
     if (!can && !couldNot)
         say(QStringLiteral("cannot read %1: %2; what is there is not judged until that is mended")
                 .arg(m_deployed, reason));
-    if (can && couldNot) { // it may be another one by now
+    if (can && couldNot) { // the folder may be another one by now
         m_watcher.removePath(m_deployed);
         m_watcher.addPath(m_deployed);
     }
     return can;
 }
 
-/// Has newcomers begin a probation. False if it cannot be told whether there are any: it is tried again soon.
+/// Begins the probation of new files. False if it cannot be found out whether there are any: it is tried again soon.
 bool Probation::look()
 {
-    if (Loads::areUnderWay() || !canBeRead()) { // what is being loaded may be judged only when it has been
+    if (Loads::areUnderWay() || !canBeRead()) { // a file can be judged only when it has been loaded
         if (!m_timer.isActive())
             m_timer.start(RetryMs);
         return false;
@@ -264,14 +265,14 @@ bool Probation::look()
         m_notes.noteStart({1, {}, {}});
     m_timer.start(m_probationMs);
     for (const QString &file : qAsConst(newcomers)) {
-        if (Loads::contain(file) && !m_again.contains(file)) // the one that came last answers
+        if (Loads::contain(file) && !m_again.contains(file)) // the version that came last answers the call
             check(file, Live);
     }
     return true;
 }
 
-/// Asks the plugin of the newcomer `file`. At a start, when it may not have all that it needs yet, only what it answers
-/// at the end of the probation counts.
+/// Begins to ask the plugin of the new file `file`. At a start it may not have all that it needs yet, so then only its
+/// answer at the end of the probation counts.
 void Probation::check(const QString &file, Occasion occasion)
 {
     if (HealthCheck *before = findChild<HealthCheck *>(checkOf(file)))
@@ -295,7 +296,7 @@ void Probation::endChecks() const
 
 bool Probation::takeAway(const QString &file, const QString &why)
 {
-    if (!QFile::exists(QDir(m_deployed).filePath(file))) { // a start has renamed it that was killed then
+    if (!QFile::exists(QDir(m_deployed).filePath(file))) { // an earlier start has renamed it, and was killed then
         say(QStringLiteral("%1 is gone already: %2").arg(file, why));
         return true;
     }
@@ -312,10 +313,10 @@ bool Probation::takeAway(const QString &file, const QString &why)
 
 PluginName Probation::goodBefore(const QString &file) const { return PluginName::parse(file).newest(plugins(true)); }
 
-/// Under its callers: the version before comes as any new one does.
+/// Takes `file` back while it is called: the version before it is dropped like any new one.
 void Probation::takeBack(const QString &file, const QString &why)
 {
-    Loads::forget(file); // also where it keeps its name: it is not good
+    Loads::forget(file); // even if it keeps its name: it is not good
     if (!takeAway(file, why))
         return;
     const PluginName good = goodBefore(file);

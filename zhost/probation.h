@@ -16,9 +16,9 @@ class History;
 class ZDbus;
 
 /**
- * Takes versions of plugins back that the host does not survive, or that are not healthy.
+ * Takes back versions of plugins that crash or block the host, or that are not healthy.
  *
- * What has run well for a while is good, and is never taken back. What has not is on probation.
+ * A version that has run well for a while is good, and is never taken back. Any other version is on probation.
  *
  * Thread: the application's.
  */
@@ -27,16 +27,16 @@ class Probation : public QObject
     Q_OBJECT
 
 public:
-    /// What it decides is entered in `history`, which must live longer.
+    /// Its decisions are entered in `history`, which must live longer.
     Probation(const Configuration &configuration, History *history);
 
-    /// Before the plugins are loaded: takes back what the last start has not survived. False if too many in a row have
-    /// not been survived and there is nothing to take back, or something cannot be taken back: then the host should not
-    /// start.
+    /// Call it before the plugins are loaded: takes back the versions that the last start has not survived. False if
+    /// the host should not start: too many starts in a row have failed and there is nothing to take back, or something
+    /// cannot be taken back.
     bool begin();
-    /// After they have been loaded: what runs from now on, and what is dropped, is on probation.
+    /// Call it after the plugins were loaded: begins the probation of what runs, and of what is dropped.
     void watch(ZDbus *bus);
-    /// The host is told to stop: that it does so is nobody's fault.
+    /// Call it when the host is told to stop: no version is blamed for that end.
     void end();
     /// The calls that hang, by URL. While there are any, the bus must not be destroyed.
     QStringList hanging() const;
@@ -72,6 +72,6 @@ private:
     QFileSystemWatcher m_watcher;
     ZDbus *m_bus = nullptr;
     bool m_cannotBeRead = false;
-    QStringList m_known; // the plugins that have been seen
-    QStringList m_again; // those that are copies of good ones
+    QStringList m_known; // the files that have been seen
+    QStringList m_again; // copies of good files
 };

@@ -20,11 +20,11 @@
 
 namespace {
 
-// Hidden, and without the suffix: nothing that a loader would take.
+// Hidden, and without the suffix of a library, so that no loader takes it.
 const QString PartName = QStringLiteral(".zhost-XXXXXX.part");
 const QString PartPattern = QStringLiteral(".zhost-*.part");
 
-// Who deploys has the lock while he tries a plugin out as well, and takes its name within a moment, at the end.
+// zdeploy keeps the lock for the whole try-out, which may take long. It picks a name only at the end, within a moment.
 constexpr int LockPatienceMs = 500;
 
 void removeWhatKilledOnesLeft(QDir folder)
@@ -47,7 +47,7 @@ bool copy(const QString &source, QTemporaryFile *part)
 Redeployment::Result Redeployment::run() const
 {
     const QDir hot(hotDeploy);
-    const FolderLock lock(hotDeploy, LockPatienceMs); // goes on without it, too: a bad version serves
+    const FolderLock lock(hotDeploy, LockPatienceMs); // goes on without the lock, too, since a bad version serves
     removeWhatKilledOnesLeft(hot);
     QTemporaryFile part(hot.filePath(PartName));
     if (!copy(QDir(deployed).filePath(file), &part))

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <utility>
 
 #include <syslog.h>
 #include <unistd.h>
@@ -29,6 +30,7 @@ const QString FileSystem = QStringLiteral("filesystem");
 const QString Schedule = QStringLiteral("schedule");
 const QString Guard = QStringLiteral("guard");
 const QString Door = QStringLiteral("door");
+const QString Plugins = QStringLiteral("plugins");
 const QString LoadList = QStringLiteral("load-list");
 
 /// The sections of the host's own services, with the keys that a running host follows.
@@ -49,7 +51,7 @@ void handle(int)
     const int error = errno;
     const char byte = 0;
     if (write(writeEnd, &byte, 1) != 1) {
-    } // it is full of signals that are not heard of yet: one is enough
+    } // the pipe is full of signals that are not handled yet: one is enough
     errno = error;
 }
 
@@ -116,19 +118,20 @@ bool Reload::follow()
         complain(wanted.error);
         return false;
     }
-    // Stricter than a start, which runs without what is wrong: there is something to lose.
+    // Stricter than a start, which runs without what is wrong: a reload has a running host to lose.
     if (tellFindings(m_file, wanted) >= Finding::Wrong)
         return false;
     const QJsonObject configuration = inForce(wanted.object);
     tellUnloaded(configuration);
     tellPlugins(configuration);
     switchSeverities(configuration.value(Logger).toObject());
-    m_now = configuration;
-    m_host->follow(configuration);
+    const QJsonObject before = std::exchange(m_now, configuration);
+    const QStringList heard = m_host->follow(configuration);
+    tellSettings(before.value(Plugins).toObject(), configuration.value(Plugins).toObject(), heard);
     return true;
 }
 
-/// What `wanted` comes to without a restart. Says for what it takes one.
+/// `wanted`, as far as it can be applied without a restart. Reports the keys that need one.
 QJsonObject Reload::inForce(QJsonObject wanted) const
 {
     for (const auto &[name, followed] : sections) {
@@ -139,7 +142,7 @@ QJsonObject Reload::inForce(QJsonObject wanted) const
             if (followed.contains(key))
                 continue;
             complain(QStringLiteral("\"%1.%2\" has changed: that takes a restart").arg(name, key));
-            section.insert(key, was.value(key)); // which removes one that was not there
+            section.insert(key, was.value(key)); // this removes a key that was not there
             wanted.insert(name, section);
         }
     }
@@ -168,10 +171,21 @@ void Reload::tellPlugins(const QJsonObject &configuration) const
 {
     const QStringList keys = differences(m_now, configuration);
     for (const QString &key : keys) {
-        if (key != Logger && key != Loader && key != FileSystem && key != Schedule)
+        if (key != Logger && key != Loader && key != FileSystem && key != Schedule && key != Plugins)
             writeLine(LOG_NOTICE,
                       QStringLiteral("zhost: \"%1\" has changed: a plugin sees that when it asks again").arg(key));
     }
+}
+
+/// Reports changes of the section "plugins".
+void Reload::tellSettings(const QJsonObject &before, const QJsonObject &now, const QStringList &heard)
+{
+    const QStringList names = differences(before, now);
+    for (const QString &name : names)
+        writeLine(LOG_NOTICE,
+                  QStringLiteral("zhost: \"plugins.%1\" has changed: %2")
+                      .arg(name, heard.contains(name) ? QStringLiteral("the plugin has been told")
+                                                      : QStringLiteral("a plugin sees that when it asks again")));
 }
 
 void Reload::switchSeverities(QJsonObject section) const
@@ -180,8 +194,8 @@ void Reload::switchSeverities(QJsonObject section) const
         if (!section.value(severity.key()).isDouble())
             section.insert(severity.key(), severity.value());
     }
-    // Read by a logger that nobody hears of: the switches are the process's, and the one that writes stays, for those
-    // who write have asked it for their categories.
+    // A logger that is not announced reads the section: the switches are the same for the whole process. The logger
+    // that writes is not exchanged, since components have asked it for their categories.
     ZDefaultConfig config({{Logger, section}});
     ZDefaultLogger().getSetZConfig(&config);
 }

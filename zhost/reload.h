@@ -12,21 +12,22 @@ class Host;
 class ServiceManager;
 
 /**
- * Has a running host follow its configuration file at each SIGHUP. A file that is wrong changes nothing, and what takes
- * a restart stays as it is; both are said. One object in a process.
+ * Makes a running host apply its configuration file at each SIGHUP. If the file is wrong, nothing changes; keys that
+ * need a restart stay as they are. Both are reported. One object in a process.
  *
  * Thread: the application's.
  */
 class Reload
 {
 public:
-    /// `started` is what the host starts with, and `file` holds. A signal that comes from now on waits.
+    /// `started` is the configuration with which the host starts, as it is in `file`. Signals that come from now on
+    /// wait.
     Reload(const QString &file, const Configuration &started);
     ~Reload();
 
-    /// Follows the file from now on. Neither of the two is owned.
+    /// Handles signals from now on. Neither of the two is owned.
     void begin(Host *host, ServiceManager *serviceManager);
-    /// Signals do nothing any more.
+    /// Ignores signals from now on.
     void end();
 
 private:
@@ -36,13 +37,14 @@ private:
     QJsonObject inForce(QJsonObject wanted) const;
     void tellUnloaded(const QJsonObject &configuration);
     void tellPlugins(const QJsonObject &configuration) const;
+    static void tellSettings(const QJsonObject &before, const QJsonObject &now, const QStringList &heard);
     void switchSeverities(QJsonObject section) const;
 
     const QString m_file;        // absolute: a plugin may change the working directory
-    const QJsonObject m_started; // what takes a restart is as it was then
+    const QJsonObject m_started; // keys that need a restart stay as in this one
     QJsonObject m_now;
-    QStringList m_listed;     // the plugins of all that was followed
-    QJsonObject m_severities; // as they are where no configuration says more
+    QStringList m_listed;     // the plugins of all configurations so far
+    QJsonObject m_severities; // as they are without a configuration
     SignalPipe m_pipe;
     Host *m_host = nullptr;
     ServiceManager *m_serviceManager = nullptr;

@@ -15,7 +15,7 @@ bool renameTo(const QString &from, const QString &to)
     const QByteArray target = QFile::encodeName(to);
     if (renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0)
         return true;
-    if (errno != EINVAL && errno != ENOSYS) // some file systems, such as those of a network, do not know how
+    if (errno != EINVAL && errno != ENOSYS) // some file systems, such as network ones, cannot do it
         return false;
     return link(source.constData(), target.constData()) == 0 && unlink(source.constData()) == 0;
 }

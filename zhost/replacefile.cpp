@@ -10,9 +10,9 @@
 QString replaceFile(const QString &path, const QByteArray &text)
 {
     const QString draft = QFileInfo(path).path() + QStringLiteral("/.zhost-draft");
-    QFile::remove(draft); // what a process that was killed has left need not be ours to write
+    QFile::remove(draft); // one that a killed process has left may belong to another user
     QSaveFile file(draft);
-    // flush: what fails in commit() itself for want of room is not found out
+    // flush(), since commit() does not report that there is no room on the disk
     if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.flush() || !file.commit())
         return file.errorString();
     if (std::rename(QFile::encodeName(draft).constData(), QFile::encodeName(path).constData()) != 0)

@@ -7,6 +7,8 @@
 #include "services.h"
 #include "timetable.h"
 
+#include <zhost.h>
+
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -19,19 +21,19 @@
 
 namespace {
 
-/// What a report has in its hands for a moment.
+/// Pointers that a report holds for a moment.
 struct Held
 {
     QVector<QSharedPointer<ZReference>> components;
     QVector<QSharedPointer<ZThreadPool>> registries;
 };
 
-/// Which services there are, and behind which of them there is a component at the moment.
-QJsonObject servicesNow(const Services &services, Held *held)
+/// The services, and which of them have a component at the moment.
+QJsonObject servicesNow(const ZServices &services, Held *held)
 {
     QJsonObject result;
     const auto add = [&](const char *name, auto *service) {
-        QSharedPointer<ZReference> component = Services::behind(service);
+        QSharedPointer<ZReference> component = behind(service);
         result.insert(QLatin1String(name), !component.isNull());
         held->components.append(std::move(component));
     };
@@ -71,10 +73,11 @@ QStringList pluginsInMemory()
     return files;
 }
 
-QJsonObject report(const Services &services, const Timetable &timetable, bool askBus)
+QJsonObject report(const ZHost &host, const Timetable &timetable, bool askBus)
 {
     Held held;
-    held.registries = services.allActivities();
+    const ZServices &services = host.services();
+    held.registries = host.registries();
     QJsonObject result{{QStringLiteral("services"), servicesNow(services, &held)},
                        {QStringLiteral("plugins"), QJsonArray::fromStringList(pluginsInMemory())},
                        {QStringLiteral("schedule"), timetable.describe()},

@@ -4,12 +4,12 @@
 #include <QJsonObject>
 #include <QStringList>
 
-class Services;
 class Timetable;
+class ZHost;
 
 /// The files in memory that lie in one of the folders from which plugins are loaded.
 QStringList pluginsInMemory();
 
-/// What an operator wants to know of the running process: what is wired, and what is stuck. Without `askBus` the bus is
-/// not used, as it must not be in a broadcast, and the endpoints are left out.
-QJsonObject report(const Services &services, const Timetable &timetable, bool askBus);
+/// A report for an operator on the running process: who serves what, and what is stuck. Without `askBus` the endpoints
+/// are left out, and the bus is not used: in a broadcast it must not be.
+QJsonObject report(const ZHost &host, const Timetable &timetable, bool askBus);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Nothing here allocates or locks, but for what takes a QString: a crash may come anywhere.
+// No function here allocates or locks, but for those that take a QString: a crash may come anywhere.
 #include "stackplace.h"
 
 #include "lastwords.h"
@@ -26,7 +26,7 @@ const char *parseHex(const char *text, uintptr_t *number)
     }
 }
 
-/// What is mapped into the process, range by range.
+/// The ranges of memory that are mapped into the process.
 class Maps
 {
 public:
@@ -50,7 +50,7 @@ public:
     }
 
     Range range() const { return m_range; }
-    const char *path() const { return m_path; } // empty if it is no file's
+    const char *path() const { return m_path; } // empty if it is not from a file
     uintptr_t base() const { return m_base; }   // where the file begins
     bool isCode() const { return m_isCode && m_path[0]; }
     bool isPlugin() const
@@ -95,7 +95,7 @@ private:
     uintptr_t m_base = 0;
 };
 
-/// The word at an address, also where a sanitizer has put a guard between two variables.
+/// The word at an address of the stack. A sanitizer must not stop this: it puts guards between variables.
 __attribute__((no_sanitize("address", "thread"))) uintptr_t readStack(uintptr_t word)
 {
     return *reinterpret_cast<const volatile uintptr_t *>(word); // NOLINT: a number to the system

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// In which plugin a thread is. A signal's handler may use all but what takes a `QString`.
+// Finds out in which plugin a thread is. A signal handler may use all functions but those that take a `QString`.
 #pragma once
 
 #include <QString>
@@ -10,7 +10,7 @@
 
 class FixedText;
 
-/// Where a thread was, by the context that a signal's handler is given.
+/// Where a thread was, from the context that a signal handler gets.
 struct Registers
 {
     uintptr_t instruction = 0, stack = 0;
@@ -26,7 +26,7 @@ struct Registers
         instruction = machine.pc;
         stack = machine.sp;
 #else
-        Q_UNUSED(machine) // then only what is being loaded is told
+        Q_UNUSED(machine) // then only the file that is being loaded is reported
 #endif
     }
 };
@@ -48,12 +48,12 @@ struct CodeRanges
     bool contain(uintptr_t address) const;
 };
 
-/// Files in `folder`, by its canonical path, are plugins.
+/// Sets the folder whose files are plugins, by its canonical path.
 void lookForPluginsIn(const QString &folder);
 
-/// A place in the code of a plugin: where the thread was, or else where something on its stack points, which must be as
-/// it was then; 0 if nowhere. `room` is for what it looks up.
+/// A place in the code of a plugin: where the thread was, or else where a word on its stack points; 0 if there is none.
+/// The stack must not have changed since. `room` is memory for the look-up.
 uintptr_t placeInPlugins(const Registers &registers, CodeRanges *room);
 
-/// Adds " in FILE+0xOFFSET", and sets `file`, where the address lies in a file's code.
+/// If the address lies in the code of a file, adds " in FILE+0xOFFSET", and sets `file`.
 void addPlace(FixedText *line, FixedText *file, uintptr_t address);

@@ -15,7 +15,7 @@ namespace {
 constexpr int numbers[] = {SIGINT, SIGTERM};
 constexpr unsigned StopSeconds = 30;
 
-// All that a signal handler can reach, and may use.
+// Global, since a signal handler has no other way to reach it.
 volatile std::sig_atomic_t writeEnd = -1;
 std::atomic_bool isReceived{false};
 volatile std::sig_atomic_t isBounded = false;
@@ -26,7 +26,7 @@ void restoreDefault()
         std::signal(number, SIG_DFL);
 }
 
-/// What nobody handles, on the thread that is handling it.
+/// Ends the process by a signal without a handler, on the thread that is handling it.
 void end(int number)
 {
     std::signal(number, SIG_DFL);
@@ -40,7 +40,7 @@ void end(int number)
 void handle(int number)
 {
     const int error = errno;
-    if (isReceived.exchange(true)) // the first is being handled by another thread
+    if (isReceived.exchange(true)) // another thread is handling the first signal
         return end(number);
     restoreDefault();
     boundStop();
@@ -59,7 +59,7 @@ StopSignals::StopSignals()
     struct sigaction action = {};
     action.sa_handler = handle;
     action.sa_flags = SA_RESTART;
-    for (const int number : numbers) // each waits for the other's handler, which restores both
+    for (const int number : numbers) // each is blocked during the other's handler, which restores both
         sigaddset(&action.sa_mask, number);
     for (const int number : numbers)
         sigaction(number, &action, nullptr);

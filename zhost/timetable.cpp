@@ -11,7 +11,7 @@
 namespace {
 
 /// False if there is no room for it.
-bool schedule(const QSharedPointer<TimetableActivity> &activity, const Services &services)
+bool schedule(const QSharedPointer<TimetableActivity> &activity, const ZServices &services)
 {
     if (services.scheduler->schedule0(activity) || activity->status().state != TimetableActivity::Idle)
         return true;
@@ -21,7 +21,7 @@ bool schedule(const QSharedPointer<TimetableActivity> &activity, const Services 
 
 } // namespace
 
-QStringList Timetable::follow(const QJsonValue &section, const Services &services)
+QStringList Timetable::follow(const QJsonValue &section, const ZServices &services)
 {
     QVector<QSharedPointer<TimetableActivity>> before = activities();
     QVector<QSharedPointer<TimetableActivity>> all;
@@ -87,7 +87,7 @@ QSharedPointer<TimetableActivity> Timetable::activity(int index) const
 }
 
 QSharedPointer<TimetableActivity> Timetable::restart(const QSharedPointer<TimetableActivity> &ended,
-                                                     const Services &services)
+                                                     const ZServices &services)
 {
     const auto again =
         QSharedPointer<TimetableActivity>::create(ended->entry(), ended->index(), services.dbus, services.logger);

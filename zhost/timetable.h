@@ -9,25 +9,26 @@
 #include <QStringList>
 #include <QVector>
 
-class Services;
+class ZServices;
 
-/// What the section "schedule" has running.
+/// Runs the calls of the section "schedule".
 class Timetable
 {
 public:
-    /// Schedules every entry that can be; what is wrong with the others is for `Configuration` to tell. Of what is
-    /// scheduled already, what the section has goes on, and the rest is cancelled. Answers the names of those for which
+    /// Schedules all valid entries; `Configuration` reports the others. Of the entries that are scheduled already,
+    /// those that the section still has go on, and the rest is cancelled. Returns the names of the entries for which
     /// there was no room.
-    QStringList follow(const QJsonValue &section, const Services &services);
+    QStringList follow(const QJsonValue &section, const ZServices &services);
     void cancel();
     QJsonArray describe() const;
 
-    /// All that were scheduled by the section as it is, in its order.
+    /// All activities of the current section, in its order.
     QVector<QSharedPointer<TimetableActivity>> activities() const;
-    /// The one with the index `index`; null if there is none.
+    /// The activity with the index `index`; null if there is none.
     QSharedPointer<TimetableActivity> activity(int index) const;
-    /// Schedules `ended` once more. Null if there is no room for it, or it is no entry of the section any more.
-    QSharedPointer<TimetableActivity> restart(const QSharedPointer<TimetableActivity> &ended, const Services &services);
+    /// Schedules `ended` again. Null if there is no room for it, or the section does not have the entry any more.
+    QSharedPointer<TimetableActivity> restart(const QSharedPointer<TimetableActivity> &ended,
+                                              const ZServices &services);
 
 private:
     mutable QMutex m_mutex; // guards m_activities: the first to run may ask for a description while others are added

@@ -60,7 +60,7 @@ bool TimetableActivity::run()
     }
     if (!goesOn)
         end(failure.isNull() ? QStringLiteral("it was to run once") : failure);
-    if (!failure.isNull() && failure != m_told && !isCancelled) // once for a row of the same
+    if (!failure.isNull() && failure != m_told && !isCancelled) // the same warning comes only once in a row
         warn(*m_logger, QStringLiteral("schedule[%1] %2: %3")
                             .arg(QString::number(index()),
                                  goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
@@ -82,7 +82,7 @@ TimetableActivity::Status TimetableActivity::status() const
     const QMutexLocker locker(&m_mutex);
     Status status = m_status;
     status.isCancelled = m_isCancelled;
-    if (m_isCancelled && status.state == Waiting) { // it only has to wake up for it
+    if (m_isCancelled && status.state == Waiting) { // it ends as soon as it wakes up
         status.state = Ended;
         status.end = QStringLiteral("cancelled");
     }

@@ -12,9 +12,9 @@ class ZDbus;
 class ZLogger;
 
 /**
- * A call of the bus that knows when it is due, and warns of its end, unless that is wanted.
+ * A call of the bus on a timetable. When it ends, it logs a warning, unless the end was wanted.
  *
- * Thread: any; that of an activity waits and runs.
+ * Thread: any; the activity's own thread waits and runs.
  */
 class TimetableActivity : public ZDbusActivity
 {
@@ -48,23 +48,23 @@ public:
         QString lastReason; ///< why it failed; null if it did not
     };
     Status status() const;
-    /// Goes on counting where another one has ended.
+    /// Takes over the counts of another one, which has ended.
     void inherit(const TimetableActivity &before);
 
     const TimetableEntry &entry() const { return m_entry; }
     int index() const;
     void setIndex(int index);
-    /// Whether it is what `entry` asks for, now and later: one that is to repeat has not ended.
+    /// Whether it does what `entry` asks for: then an entry that repeats has not ended.
     bool does(const TimetableEntry &entry) const;
-    /// It never begins, for there is no room.
+    /// Ends it before it has begun, since there is no room.
     void refuse(const QString &reason) { end(reason); }
 
-    /// Makes it count as running, unless it does so already: false then. To be followed by `callNow`.
+    /// Marks it as running; false if it is so already. Call `callNow` afterwards.
     bool beginNow();
-    /// Makes the call on the calling thread, whenever it is due; counts it as a run. Answers why it was not handled,
+    /// Makes the call on the calling thread, even if it is not due; counts it as a run. Returns why it was not handled;
     /// null if it was.
     QString callNow();
-    /// Instead of it.
+    /// Call it instead of `callNow`, if the call is not to be made.
     void endNow();
 
     /// The entry, and since when it runs or when it will run next.
@@ -78,7 +78,7 @@ private:
     const TimetableEntry m_entry;
     ZDbus *const m_dbus;
     ZLogger *const m_logger;
-    QString m_told;         // of the last warning; its own thread's
+    QString m_told;         // the text of the last warning; for its own thread only
     mutable QMutex m_mutex; // guards all that follow
     int m_index;
     bool m_isCancelled = false;

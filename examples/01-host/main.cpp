@@ -1,7 +1,4 @@
-#include <zdefaultconfig.h>
-#include <zdefaultemitter.h>
-#include <zdefaultloader.h>
-#include <zdefaultlogger.h>
+#include <zhost.h>
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -26,21 +23,11 @@ private:
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    const QJsonObject settings{{"loader", QJsonObject{{"deployed", "."}}}};
-
-    auto emitter = QSharedPointer<ZDefaultEmitter>::create();
-    emitter->install(emitter);
-    emitter->zemit0(ZDefaultConfig::TypeName, Q_ARG(QJsonObject, settings));
-    emitter->zemit0(ZDefaultLogger::TypeName); // finds its configuration by itself
-    emitter->zemit0(ZDefaultLoader::TypeName); // and so does this one, and the logger
-
+    ZHost host({{"loader", QJsonObject{{"deployed", "."}}}}); // all ten services of this configuration
     Greeting greeting;
-    emitter->inject0(&greeting);
-
+    host.inject(&greeting);
     QTimer::singleShot(0, &application, &QCoreApplication::quit);
-    const int result = application.exec();
-    emitter->install({}); // it holds itself until then, and everything else
-    return result;
+    return application.exec();
 }
 
 #include "main.moc"

@@ -43,8 +43,8 @@ int main(int argc, char *argv[])
     emitter->install(emitter);
 
     Writer early;
-    emitter->inject0(&early);      // too early: nothing is written where nobody serves the interface, and nothing later
-    emitter->inject0(new Scratch); // the emitter's from now on
+    emitter->inject0(&early);      // too early: nobody serves the interface yet, so the property is never written
+    emitter->inject0(new Scratch); // the emitter owns it from now on
     Writer writer;
     emitter->inject0(&writer);
 
@@ -53,7 +53,7 @@ int main(int argc, char *argv[])
     const auto file = writer.tempFile->newFile0();
     file->open();
     out << "writer: " << QFileInfo(file->fileName()).fileName().left(8) << "..." << Qt::endl;
-    emitter->install({}); // it holds itself until then, and everything else
+    emitter->install({}); // until then the emitter holds itself, and everything else
 }
 
 #include "main.moc"

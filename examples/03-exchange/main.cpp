@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service is exchanged under somebody who keeps his pointer to it.
+// A service is exchanged, while its user keeps the same pointer.
 #include <zdefaultconfig.h>
 #include <zdefaultemitter.h>
 
@@ -28,16 +28,16 @@ int main(int argc, char *argv[])
     emitter->inject0(&reader);
     reader.read();
 
-    // A second one for the same interface takes its place. What comes back from bind0 is the one before it.
+    // A second component for the same interface takes its place. bind0 returns the one before it.
     auto second = QSharedPointer<ZDefaultConfig>::create(blue);
     auto before = emitter->bind0(QSharedPointer<ZConfigDelegate>::create(second));
     reader.read();
 
-    emitter->bind0(QSharedPointer<ZConfigDelegate>::create(nullptr)); // nobody: neutral answers, and no crash
+    emitter->bind0(QSharedPointer<ZConfigDelegate>::create(nullptr)); // no component: neutral results, and no crash
     reader.read();
 
     QTextStream(stdout) << "the first one is " << (before->isNull() ? "gone" : "ours now") << Qt::endl;
-    emitter->install({}); // it holds itself until then, and everything else
+    emitter->install({}); // until then the emitter holds itself, and everything else
 }
 
 #include "main.moc"

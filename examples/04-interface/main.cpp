@@ -31,8 +31,8 @@ int main(int argc, char *argv[])
     auto emitter = QSharedPointer<ZDefaultEmitter>::create();
     emitter->install(emitter);
 
-    // The application declares its interface with an empty delegate. Whoever comes first is filed for good, so it must
-    // not be a plugin, which may be unloaded.
+    // The application declares its interface with an empty delegate. The first delegate of an interface is kept for
+    // good, so it must not be from a plugin, which may be unloaded.
     emitter->bind0(QSharedPointer<ThermometerDelegate>::create(nullptr));
     Display display;
     emitter->inject0(&display);
@@ -40,7 +40,7 @@ int main(int argc, char *argv[])
 
     emitter->bind0(QSharedPointer<ThermometerDelegate>::create(QSharedPointer<Boiling>::create()));
     display.show();
-    emitter->install({}); // it holds itself until then, and everything else
+    emitter->install({}); // until then the emitter holds itself, and everything else
 }
 
 #include "main.moc"

@@ -52,7 +52,7 @@ int main(int argc, char *argv[])
     });
     look.start(20);
     const int result = application.exec();
-    emitter->install({}); // it holds itself until then, and everything else
+    emitter->install({}); // until then the emitter holds itself, and everything else
     return result;
 }
 

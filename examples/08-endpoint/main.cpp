@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An endpoint on the bus: reached by URL, by whoever knows it.
+// An endpoint on the bus: everybody who knows its URL can call it.
 #include <zdbussubscriber.h>
 #include <zdefaultdbus.h>
 
@@ -25,7 +25,7 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     ZDefaultDbus dbus; // or whichever is injected as ZDbus
     auto calculator = QSharedPointer<Calculator>::create();
-    dbus.bind0(QUrl("//calculator"), calculator); // weakly: it is there as long as somebody holds it
+    dbus.bind0(QUrl("//calculator"), calculator); // weakly: it is bound as long as somebody holds it
 
     QTextStream out(stdout);
     const auto call = [&](const char *url) {
@@ -35,7 +35,7 @@ int main(int argc, char *argv[])
             << Qt::endl;
     };
     call("//calculator/add");
-    call("//CALCULATOR/add"); // a host has no case, a path has
+    call("//CALCULATOR/add"); // in a host upper and lower case are the same, in a path they are not
     call("//calculator/Add");
     call("//nobody/add");
     calculator.clear();

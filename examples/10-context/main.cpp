@@ -55,7 +55,7 @@ int main(int argc, char *argv[])
                                 ? "a file where it should be"
                                 : "no file")
                         << Qt::endl;
-    emitter->install({}); // it holds itself until then, and everything else
+    emitter->install({}); // until then the emitter holds itself, and everything else
 }
 
 #include "main.moc"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes a line four times a second, through whatever logger there is at the moment.
+// Writes a line four times a second, through the logger of the moment.
 #include <zlibrary.h>
 #include <zlogger.h>
 #include <zobject.h>
@@ -40,7 +40,7 @@ private:
     }
 
     ZLogger *m_logger = nullptr;
-    QSharedPointer<ZLibrary> m_self; // a plugin that serves nobody stays loaded only while it holds itself
+    QSharedPointer<ZLibrary> m_self; // a plugin that serves no interface stays loaded only while it holds itself
     QTimer m_timer;
     int m_count = 0;
 };

@@ -54,7 +54,7 @@ class Lives(PageTest):
         try:
             self.browser.driver.get(self.host.address)
             self.browser.await_dialog("token")
-            self.assertEqual(self.browser.text("state-badge"), "locked")
+            self.browser.await_text("state-badge", "locked")
             self.browser.press(TOKEN[:-1], Keys.ENTER)
             self.browser.await_text("token-error", "does not take this token")
             self.browser.press(Keys.ESCAPE)

@@ -6,6 +6,7 @@
 #include <zdbussubscriber.h>
 #include <zdefaultfilesystem.h>
 #include <zemitter.h>
+#include <zfunction.h>
 #include <zlibrary.h>
 #include <zlogger.h>
 #include <zobject.h>
@@ -18,13 +19,18 @@
 #include <QTemporaryFile>
 #include <QUrl>
 
+#include <utility>
+
 namespace {
 
-/// Waits for a day that does not come.
-class Activity : public ZScheduledActivity
+/// Waits for a day that does not come. Keeps the plugin, in which its code lies, until its thread has let go of it.
+class Activity : private ZOwnerHolder, public ZScheduledActivity
 {
 public:
-    Activity() : ZScheduledActivity(QSharedPointer<ZPeriodicSchedule>::create(24 * 60 * 60 * 1000)) {}
+    explicit Activity(QSharedPointer<QObject> owner)
+        : ZOwnerHolder(std::move(owner)),
+          ZScheduledActivity(QSharedPointer<ZPeriodicSchedule>::create(24 * 60 * 60 * 1000))
+    {}
     bool run() override { return true; }
 };
 
@@ -70,7 +76,7 @@ public:
     ZScheduler *getSetZScheduler(ZScheduler *scheduler = nullptr)
     {
         if (scheduler && !m_activity) {
-            m_activity = QSharedPointer<Activity>::create();
+            m_activity = QSharedPointer<Activity>::create(shared());
             scheduler->schedule0(m_activity);
         }
         return scheduler;
@@ -118,7 +124,8 @@ private:
 
     void letGo()
     {
-        m_activity->cancel();
+        if (const QSharedPointer<Activity> activity = std::exchange(m_activity, {}))
+            activity->cancel();
         m_self.clear();
     }
 

@@ -34,14 +34,14 @@ start_host() {
     host=$!
 }
 
-# await PATTERN: until a line that the host has written matches.
+# await PATTERN [FILE]: until a line that the host has written, or one of FILE, matches.
 await() {
-    local i
+    local i file=${2-$folder/out}
     for i in $(seq 300); do
-        grep -Eq -- "$1" "$folder/out" && return
+        grep -Eqs -- "$1" "$file" && return
         sleep 0.1
     done
-    cat "$folder/out"
+    cat "$file"
     fail "the host has not written \"$1\""
 }
 
@@ -49,4 +49,15 @@ stop_host() {
     kill -TERM "$host"
     wait "$host" || fail "zhost ended with $?"
     host=
+}
+
+# typed PAGE: what its reader types, and what he writes into files, as one script.
+typed() {
+    awk '/^<!-- file / { file = $3 }
+         /^```/ { if (open) { if (open == "file") print "@@@"; open = "" }
+                  else if ($0 == "```sh") open = "sh"
+                  else if (file) { print "cat >" file " <<'\''@@@'\''"; open = "file"; file = "" }
+                  else open = "other"
+                  next }
+         open == "sh" || open == "file"' "$1"
 }

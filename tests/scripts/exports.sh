@@ -6,9 +6,10 @@ set -euo pipefail
 classes=(
     ZCodecAlias ZConfigDelegate ZContextDelegate ZDailySchedule ZDbusActivity ZDbusDelegate ZDefaultConfig
     ZDefaultContext ZDefaultDbus ZDefaultEmitter ZDefaultJobPoolSet ZDefaultLoader ZDefaultLogger ZDefaultScheduler
-    ZDefaultTempFile ZDefaultThreadPoolSet ZDelegate ZEmitterDelegate ZJob ZJobPool ZJobPoolSetDelegate ZLibrary
-    ZLibrarySet ZLoaderDelegate ZLoggerDelegate ZNamedLogger ZObject ZOwned ZPeriodicSchedule ZReference
-    ZScheduledActivity ZSchedulerDelegate ZSchedulerThread ZTempFileDelegate ZText ZThreadPool ZThreadPoolSetDelegate
+    ZDefaultTempFile ZDefaultThreadPoolSet ZDelegate ZEmitterDelegate ZEndpoint ZFunctionActivity ZFunctionJob ZHost ZJob
+    ZJobPool ZJobPoolSetDelegate ZLibrary ZLibrarySet ZLoaderDelegate ZLoggerDelegate ZNamedLogger ZObject
+    ZOrderlyEmitter ZOwned ZPeriodicSchedule ZReference ZScheduledActivity ZSchedulerDelegate ZSchedulerThread ZServices
+    ZSettings ZTempFileDelegate ZText ZThreadPool ZThreadPoolSetDelegate
 )
 functions=(
     zDefaultConfigTypeName zDefaultContextTypeName zDefaultDbusTypeName zDefaultEmitterTypeName

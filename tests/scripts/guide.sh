@@ -10,14 +10,7 @@ install_build "$build"
 mkdir "$folder/home"
 cd "$folder/home"
 
-# What a reader types and what he writes into files, as one script.
-awk '/^<!-- file / { file = $3 }
-     /^```/ { if (open) { if (open == "file") print "@@@"; open = "" }
-              else if ($0 == "```sh") open = "sh"
-              else if (file) { print "cat >" file " <<'\''@@@'\''"; open = "file"; file = "" }
-              else open = "other"
-              next }
-     open == "sh" || open == "file"' "$guide" >"$folder/script"
+typed "$guide" >"$folder/script"
 
 # A second is enough for a reader, but not for a busy machine: what he waits for is known here.
 patience() {
@@ -25,17 +18,19 @@ patience() {
 trap 'kill $(jobs -p) 2>/dev/null || true' EXIT
 sleep() {
     waits=$((${waits:-0} + 1))
-    log=$(ls ./log ../ticker/log 2>/dev/null | head -n 1)
     case $waits in
         1) awaited='unloaded: libticker$' ;;
         2) awaited='^ticker: zhost\.' ;;
         3) awaited='^ticker: scratch-one-' ;;
         4) awaited='^ticker: scratch-two-' ;;
-        5) awaited='^tick: scratch-two-' ;;
-        *) awaited='unloaded: libticker.0001$' ;;
+        5) awaited='unloaded: libticker.0001$' ;;
+        6) awaited='stays in memory: librain_contracts: ' ;;
+        *) awaited='unloaded: librain$' ;;
     esac
     for _ in $(seq 300); do
-        grep -q -- "$awaited" "$log" && return
+        log=./log
+        [ -e $log ] || log=../ticker/log
+        grep -q -- "$awaited" $log && return
         command sleep 0.1
     done
     echo "nothing like \"$awaited\"" >&2
@@ -53,4 +48,9 @@ grep -q 'unloaded: libscratch$' ticker/log || fail "the first version is still i
 ! grep 'failed to' ticker/log || fail "the host has complained"
 calls=$(grep -Eo 'ticker: (zhost|scratch-one|scratch-two)' ticker/log | uniq | tr -d '\n')
 [ "$calls" = "ticker: zhostticker: scratch-oneticker: scratch-two" ] || fail "the versions answered in turns"
+numbers=$(sed -nE 's/^tick(er)?: .*, call ([0-9]+)$/\2/p' ticker/log)
+[ "$numbers" = "$(seq "$(wc -l <<<"$numbers")")" ] || fail "a call was missed, or counted twice"
+grep -q '"answer": "rain was asked: ' "$folder/said" || fail "the service was not used"
+grep -q '"answer": "rain heard: ' "$folder/said" || fail "the next version of the service was not used"
+grep -Eq '^rain +- .* no +[0-9]+ KiB' "$folder/said" || fail "the first version of the service is in memory"
 echo ok

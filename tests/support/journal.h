@@ -33,7 +33,9 @@ public:
     QStringList entries() const
     {
         const QMutexLocker locker(&m_mutex);
-        return m_entries;
+        QStringList entries = m_entries;
+        entries.detach(); // as long as nobody writes: what shares the list would be read while it grows
+        return entries;
     }
     QStringList take()
     {

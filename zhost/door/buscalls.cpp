@@ -18,7 +18,7 @@ struct BusCalls::State
 {
     void end(const std::shared_ptr<Call> &call, const Result &result);
 
-    QMutex mutex; // guards all, and what is in the calls
+    QMutex mutex; // guards all members, and the content of the calls
     QWaitCondition wanted, ended;
     std::deque<std::pair<std::shared_ptr<Call>, Deed>> toStart;
     QStringList running;
@@ -56,7 +56,8 @@ BusCalls::~BusCalls()
         m_starter.join();
 }
 
-/// A thread has the priority of the one that starts it, which must not be one that answers: it could not be put back.
+/// Starts all calls. A thread gets the priority of the one that starts it. So the threads that answer must not start
+/// them: their priority is lower, and could not be raised again.
 void BusCalls::startAll(const std::shared_ptr<State> &state)
 {
     pthread_setname_np(pthread_self(), "zhost calls");
@@ -118,7 +119,7 @@ BusCalls::Result BusCalls::wait(const std::shared_ptr<Call> &call, int deadlineM
 
 QStringList BusCalls::end(int patienceMs)
 {
-    decltype(State::toStart) dropped; // goes after the lock
+    decltype(State::toStart) dropped; // destroyed after the lock is released
     const QMutexLocker locker(&m_state->mutex);
     m_state->isEnding = true;
     m_state->wanted.wakeOne();

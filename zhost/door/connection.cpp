@@ -12,7 +12,7 @@
 namespace {
 
 constexpr int LingerMs = 500;
-constexpr int WholeMs = 60000; // for what is written at once, however steadily it is taken
+constexpr int WholeMs = 60000; // for one write, even if the client takes it steadily
 
 } // namespace
 
@@ -21,7 +21,7 @@ Connection::Connection(int socket, std::string peer, const Limits &limits)
       m_toRead(limits.toRead)
 {}
 
-/// What the client has sent and nobody has read would reset the connection, and the answer with it.
+/// Reads what the client has sent to the end: unread bytes would reset the connection, and the answer would be lost.
 void Connection::end()
 {
     shutdown(m_socket, SHUT_WR);
@@ -34,7 +34,7 @@ void Connection::end()
 
 bool Connection::is_readable() const { return m_begin < m_end || waitFor(POLLIN, m_deadline); }
 
-/// Also no, where the client has gone: a poll for its output alone would not tell.
+/// Also false if the client has gone: a poll for output alone would not show that.
 bool Connection::is_writable() const
 {
     pollfd waited = {m_socket, POLLOUT | POLLRDHUP, 0};

@@ -6,10 +6,10 @@
 #include <httplib.h>
 
 /**
- * One connection of a client that may be slow, dead or hostile: what it sends is limited in time and size as a whole,
- * however it trickles, and so is each write.
+ * One connection of a client that may be slow, dead or hostile. All that it sends is limited in time and size as a
+ * whole, even if it comes byte by byte; and so is each write.
  *
- * Ownership: not the socket's.
+ * Ownership: does not own the socket.
  * Thread:    its own.
  * Failure:   -1, or false: the connection is over.
  */
@@ -22,12 +22,12 @@ public:
         int writeMs;   ///< until some of what is written is taken
         qint64 toRead; ///< in bytes, until more is allowed
     };
-    /// `peer` is what requests of this connection tell as their address.
+    /// `peer` is the address that requests of this connection have.
     Connection(int socket, std::string peer, const Limits &limits);
 
-    /// Has so many bytes more read.
+    /// Allows so many more bytes to be read.
     void allow(qint64 bytes) { m_toRead += bytes; }
-    /// Says that there is nothing more to come, and waits a little for the client to have it all.
+    /// Tells the client that nothing more comes, and waits a little until it has read everything.
     void end();
 
     bool is_readable() const override;
@@ -37,7 +37,7 @@ public:
     using Stream::write;
     void get_remote_ip_and_port(std::string &address, int &port) const override;
     void get_local_ip_and_port(std::string &address, int &port) const override;
-    /// None: nobody else is to wait for it, or to close it.
+    /// Returns none, so that nobody else waits for the socket, or closes it.
     socket_t socket() const override { return INVALID_SOCKET; }
 
 private:
@@ -48,8 +48,8 @@ private:
     const int m_socket;
     const std::string m_peer;
     const int m_writeMs;
-    const QDeadlineTimer m_deadline; // of all that is read
+    const QDeadlineTimer m_deadline; // for all reading
     qint64 m_toRead;
     char m_buffer[4096];
-    size_t m_begin = 0, m_end = 0; // of what is read and not handed out
+    size_t m_begin = 0, m_end = 0; // of the bytes that were read and not handed out
 };

@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int MaxFollowers = 16;
-constexpr int PatienceMs = 2000; // with those who are being answered
+constexpr int PatienceMs = 2000; // for requests that are being answered
 const char ByTcp[] = "tcp";
 
 void fill(HttpServer::Response &response, const Reply &reply)
@@ -26,7 +26,7 @@ void fill(HttpServer::Response &response, const Reply &reply)
     response.set_content(reply.body.toStdString(), reply.type.constData());
 }
 
-/// What holds for whatever is answered: a browser is to do nothing with it but what the page asks for.
+/// The headers of every answer: a browser must do nothing with it but what the page asks for.
 httplib::Headers guards()
 {
     return {{"Content-Security-Policy",
@@ -48,7 +48,7 @@ Routes::Question questionOf(const HttpServer::Request &request)
     return question;
 }
 
-/// Whether everybody takes the same for the body: what a proxy takes for the next request is not to be hidden in one.
+/// Whether the length of the body is unambiguous: else a request could contain another one that only a proxy sees.
 bool isClear(const HttpServer::Request &request)
 {
     const size_t lengths = request.get_header_value_count("Content-Length");
@@ -64,7 +64,7 @@ bool changesSomething(const std::string &method) { return method != "GET" && met
 
 } // namespace
 
-/// A resource in a static library is not there by itself; where it is asked for must be no namespace.
+/// Registers the resource: in a static library that does not happen by itself. The macro must not be in a namespace.
 static void initResource() { Q_INIT_RESOURCE(door); }
 
 Door::Door(const DoorSettings &settings, const Known *known)
@@ -98,7 +98,7 @@ bool Door::close() { return m_server.end(PatienceMs); }
 void Door::addTcp(const DoorSettings &settings)
 {
     const QByteArray token = readToken(settings.tokenFile, &m_error);
-    if (!m_error.isNull()) { // it was there when the settings were read
+    if (!m_error.isNull()) { // the error was found when the settings were read
         m_error = QStringLiteral("the door cannot be opened at %1: %2").arg(settings.address, m_error);
         return;
     }
@@ -113,7 +113,7 @@ void Door::addTcp(const DoorSettings &settings)
     m_places.append(address.text());
 }
 
-/// Before the body is read: who has no business here cannot have one kept.
+/// Called before the body is read, so that a client without access cannot fill memory with one.
 bool Door::admit(const HttpServer::Request &request, HttpServer::Response &response) const
 {
     const auto refuse = [&](int status, const QString &reason) {
@@ -130,7 +130,7 @@ bool Door::admit(const HttpServer::Request &request, HttpServer::Response &respo
     }
     if (!isClear(request))
         return refuse(400, QStringLiteral("how long this request is can be read in two ways"));
-    if (request.has_header("Content-Encoding")) // some bytes can be a gigabyte, compressed
+    if (request.has_header("Content-Encoding")) // some compressed bytes can become a gigabyte
         return refuse(415, QStringLiteral("a request is not compressed"));
     if (std::strtoll(request.get_header_value("Content-Length").c_str(), nullptr, 10) > HttpServer::MaxBodySize)
         return refuse(413, QStringLiteral("a request has %1 bytes at most").arg(HttpServer::MaxBodySize));
@@ -149,7 +149,7 @@ void Door::answer(const HttpServer::Request &request, HttpServer::Response &resp
     fill(response, m_routes.answer(question));
 }
 
-/// The last lines, and then each as it comes, for as long as there is somebody who reads.
+/// Sends the last lines, and then each new one, as long as the client reads.
 void Door::follow(int count, HttpServer::Response &response)
 {
     if (++m_followers > MaxFollowers) {
@@ -173,7 +173,7 @@ void Door::follow(int count, HttpServer::Response &response)
                         "\ndata: " + QJsonDocument(line.describe()).toJson(QJsonDocument::Compact) + "\n\n";
             }
             if (text.isEmpty())
-                text = ":\n\n"; // whether there is still somebody
+                text = ":\n\n"; // a comment, to find out whether the client is still there
             return !m_server.isEnding() && sink.is_writable() && sink.write(text.constData(), size_t(text.size()));
         },
         [this](bool) { --m_followers; });

@@ -22,7 +22,7 @@ quint64 inodeOf(const QByteArray &path)
     return lstat(path.constData(), &status) == 0 ? status.st_ino : 0;
 }
 
-/// `path` as a folder into which nobody else can put anything; made if there is none.
+/// Whether `path` is a folder into which nobody else can put anything. It is made if there is none.
 bool isOurs(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
@@ -52,11 +52,12 @@ DoorSocket::DoorSocket(const QString &path) : m_path(path)
 DoorSocket::~DoorSocket()
 {
     const QByteArray path = QFile::encodeName(m_path);
-    if (m_inode != 0 && inodeOf(path) == m_inode) // nobody has taken its place
+    if (m_inode != 0 && inodeOf(path) == m_inode) // no other socket has taken its place
         unlink(path.constData());
 }
 
-/// Bound aside, and moved into its place when it listens: nobody meets one that does not answer.
+/// Binds the socket under another name, and renames it when it listens: so no client finds a socket that does not
+/// answer.
 QString DoorSocket::listenAt(const QByteArray &path)
 {
     if (knock(m_path) == 0) {

@@ -21,11 +21,11 @@
 
 namespace {
 
-constexpr int AnswerMs = 500; // for those who are being answered as the host ends
+constexpr int AnswerMs = 500; // for requests that are being answered when the host ends
 constexpr int RefusedMs = 500;
-constexpr int Niceness = 19; // what the host does comes first, and a flood is to cost it little
+constexpr int Niceness = 19; // the host's own work comes first, and a flood of requests must cost it little
 
-/// The calling thread alone, as Linux has it.
+/// Lowers the priority of the calling thread: on Linux this is for that thread alone.
 void comeSecond(const char *name)
 {
     pthread_setname_np(pthread_self(), name);
@@ -42,7 +42,8 @@ void tellThatThereAreTooMany(int socket)
         shutdown(socket, SHUT_WR);
 }
 
-/// What has come is read first: or the system would tell who sent it of an error, and not what was answered.
+/// Closes a connection, and reads first what has come: else the system would send the client an error, and the answer
+/// would be lost.
 void drop(int socket)
 {
     char rest[4096];
@@ -61,7 +62,7 @@ HttpServer::HttpServer(Admission admit, Answer answer) : m_wakeUp(eventfd(0, EFD
         return admit(request, response) ? HandlerResponse::Unhandled : HandlerResponse::Handled;
     });
     set_error_handler([](const Request &, Response &response) {
-        if (response.body.empty()) // nobody but the library has seen it
+        if (response.body.empty()) // only the library has seen the request
             response.set_content("{\"error\": \"this request cannot be read\"}\n", "application/json");
     });
     set_exception_handler([](const Request &, Response &response, const std::exception_ptr &) {
@@ -87,7 +88,7 @@ void HttpServer::add(int listener, Peer peer) { m_listeners.push_back({listener,
 
 bool HttpServer::begin()
 {
-    svr_sock_ = m_wakeUp; // without one, the server takes itself to be shutting down
+    svr_sock_ = m_wakeUp; // without a socket, the server believes that it is shutting down
     try {
         m_acceptor = std::thread([this] { acceptAll(); });
     } catch (const std::system_error &) {
@@ -105,7 +106,8 @@ bool HttpServer::end(int patienceMs)
         m_acceptor.join();
     std::unique_lock lock(m_mutex);
     const auto areServed = [this] { return m_connections.empty(); };
-    if (m_served.wait_for(lock, std::chrono::milliseconds(AnswerMs), areServed)) // who has told to stop is told so
+    if (m_served.wait_for(lock, std::chrono::milliseconds(AnswerMs),
+                          areServed)) // the client that has asked for the stop gets its answer
         return true;
     for (const auto &connection : m_connections)
         shutdown(connection.first, SHUT_RDWR);
@@ -131,7 +133,7 @@ void HttpServer::acceptAll()
     dropRefused([](const Refused &) { return true; });
 }
 
-/// m_mutex is held.
+/// Call it with m_mutex locked.
 bool HttpServer::hasRoom(size_t index) const
 {
     return std::count_if(m_connections.begin(), m_connections.end(),
@@ -144,7 +146,7 @@ void HttpServer::acceptOne(size_t index)
     const int socket = accept4(listener.socket, nullptr, nullptr, SOCK_CLOEXEC);
     if (socket < 0) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
-            std::this_thread::sleep_for(std::chrono::milliseconds(100)); // until somebody has let one go
+            std::this_thread::sleep_for(std::chrono::milliseconds(100)); // until a descriptor is free again
         return;
     }
     const std::string peer = listener.peer(socket);
@@ -165,7 +167,7 @@ void HttpServer::acceptOne(size_t index)
         }
     }
     tellThatThereAreTooMany(socket);
-    m_refused.push_back({socket, QDeadlineTimer(RefusedMs)}); // what he sends is still on its way
+    m_refused.push_back({socket, QDeadlineTimer(RefusedMs)}); // what the client sends is still on its way
     dropRefused([this](const Refused &) { return m_refused.size() > size_t(MaxConnections); });
 }
 
@@ -185,11 +187,11 @@ void HttpServer::serve(int socket, const std::string &peer)
         connection.allow(MaxBodySize);
         request.ranges.clear(); // a thousand of them would make a thousand answers in one
         if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding"))
-            request.set_header("Content-Length", "0"); // else a body would be waited for that no request has
+            request.set_header("Content-Length", "0"); // else the library would wait for a body that does not come
     });
     connection.end();
     const std::lock_guard lock(m_mutex);
     m_connections.erase(socket);
-    close(socket); // not before: another one could have its number
+    close(socket); // last: another connection could get its number
     m_served.notify_all();
 }

@@ -16,8 +16,8 @@
 
 #include <httplib.h>
 
-/// What the process does about SIGPIPE, to be put back: the library has it ignored, and the programs that plugins start
-/// would inherit that.
+/// Keeps what the process does about SIGPIPE, and restores it: the HTTP library switches the signal off, and programs
+/// that plugins start would inherit that.
 class KeptDisposition
 {
 protected:
@@ -29,10 +29,10 @@ private:
 };
 
 /**
- * Serves HTTP on sockets that it is given, with bounds for all that a client can use up. A connection is good for one
- * request, and each has a thread, of which there is a limited number: whoever comes then is told to come again.
+ * Serves HTTP on given sockets, with limits for all that a client can use up. A connection serves one request, and has
+ * a thread. The number of threads is limited: beyond that, clients are told to try again.
  *
- * Thread: made, begun and ended by one; the handlers are called on others, at once.
+ * Thread: made, begun and ended by one thread; the handlers are called on others, several at a time.
  */
 class HttpServer : private KeptDisposition, private httplib::Server
 {
@@ -40,29 +40,29 @@ public:
     using Request = httplib::Request;
     using Response = httplib::Response;
 
-    static constexpr int MaxConnections = 64;    // by each listener: one keeps nobody out of another
+    static constexpr int MaxConnections = 64;    // for each listener, so that none can block another
     static constexpr int MaxBodySize = 1 << 20;  // bytes
     static constexpr int MaxHeadSize = 64 << 10; // bytes
-    static constexpr int RequestMs = 10000;      // until it is here as a whole
+    static constexpr int RequestMs = 10000;      // until a whole request has come
     static constexpr int WriteMs = 5000;         // for each part of an answer
 
-    /// Whether a request may go on, before its body is read; else it has filled in the answer.
+    /// Called before the body of a request is read: whether the request may go on; if not, it has filled in the answer.
     using Admission = std::function<bool(const Request &, Response &)>;
     using Answer = std::function<void(const Request &, Response &)>;
     HttpServer(Admission admit, Answer answer);
     ~HttpServer() override;
 
-    /// What all answers have, also to what is no request.
+    /// Headers of all answers, also to what is not a valid request.
     using Server::set_default_headers;
 
-    /// Who is at the other end of a connection, as `Request::remote_addr`; an empty text if he is not to be served.
+    /// The other end of a connection, as `Request::remote_addr`; an empty text if it is not to be served.
     using Peer = std::function<std::string(int socket)>;
-    /// Serves who comes by `listener`, which it owns from now on. To be called before `begin`.
+    /// Serves the clients of `listener`, which it owns from now on. Call it before `begin`.
     void add(int listener, Peer peer);
     /// False if there is no room for one more thread.
     bool begin();
-    /// Waits a moment for all connections, then cuts them, and waits a while for their threads: false if there are
-    /// still some, which use this object on.
+    /// Waits a moment for all connections, then cuts them, and waits a while for their threads. False if some threads
+    /// are left, which still use this object.
     bool end(int patienceMs);
 
     /// Whether answers that are endless should end.
@@ -76,11 +76,11 @@ private:
         Peer peer;
     };
 
-    /// Has been told to come again.
+    /// A connection that has been told to try again.
     struct Refused
     {
         int socket;
-        QDeadlineTimer until; // it may still be writing
+        QDeadlineTimer until; // so long it may go on writing
     };
 
     void acceptAll();
@@ -93,7 +93,7 @@ private:
     std::vector<Listener> m_listeners;
     int m_wakeUp = -1; // an eventfd
     std::atomic_bool m_isEnding{false};
-    std::deque<Refused> m_refused; // the last at the end; the acceptor's
+    std::deque<Refused> m_refused; // the last at the end; only for the acceptor
     std::thread m_acceptor;
     std::mutex m_mutex;
     std::condition_variable m_served;

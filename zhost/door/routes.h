@@ -32,19 +32,19 @@ public:
         QString path;
         QMap<QString, QString> parameters; // of the query
         QByteArray body;
-        QStringList parts; // what the stars of the route stand for
+        QStringList parts; // the parts of the path that the stars of the route match
 
-        /// A number of the query; -1 if it is none, or out of its range.
+        /// A number in the query; -1 if it is not a number, or out of its range.
         int number(const QString &name, int otherwise, int min, int max) const;
     };
-    /// How many of the last lines of the log it wants; -1 if that cannot be.
+    /// How many of the last lines of the log are wanted; -1 if that is wrong.
     static int linesWanted(const Question &question);
     Reply answer(Question question) const;
-    /// Whether what is at `path` may be seen by anybody.
+    /// Whether anybody may see the answer at `path`.
     static bool isOpen(const QString &path);
 
     void enter(Host *host);
-    /// Waits for who is steering the host. Answers the URLs of calls that have not ended.
+    /// Waits for requests that are steering the host. Returns the URLs of calls that have not ended.
     QStringList leave();
 
 private:

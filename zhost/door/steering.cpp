@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the door has the host do.
+// The requests of the door that steer the host.
 #include "routes.h"
 
 #include "../buscall.h"
@@ -17,9 +17,9 @@
 
 namespace {
 
-constexpr int MaxDepth = 500; // who reads it may go no deeper
+constexpr int MaxDepth = 500; // readers may not accept more
 
-/// Level by level: what is too deep would be so for a call of itself, too.
+/// Goes level by level: a recursion would fail on what is too deep.
 bool isDeeperThan(int depth, const QJsonObject &object)
 {
     QVector<QJsonValue> level{object};
@@ -141,7 +141,7 @@ Reply Routes::withEntry(const Question &question,
     });
 }
 
-/// All of it, or nothing.
+/// Sets all switches of the request, or none.
 Reply Routes::switchLog(const Question &question) const
 {
     const QJsonDocument document = QJsonDocument::fromJson(question.body);
@@ -155,7 +155,7 @@ Reply Routes::switchLog(const Question &question) const
     return withHost([&](Host &host) {
         const QJsonObject known = host.logMasks();
         for (auto mask = masks.begin(); mask != masks.end(); ++mask) {
-            if (mask->toInt() != mask->toDouble(0.5)) // also where it is too large
+            if (mask->toInt() != mask->toDouble(0.5)) // also if it is too large
                 return Reply::failure(400, QStringLiteral("the mask of \"%1\" must be a whole number").arg(mask.key()));
             if (!known.contains(mask.key())) // says why
                 return Reply::failure(409, host.setLogMask(mask.key(), 0));

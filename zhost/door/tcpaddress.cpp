@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int Backlog = SOMAXCONN; // who does not fit in waits a second before he tries again
+constexpr int Backlog = SOMAXCONN; // a client that does not fit in tries again only after a second
 
 template <class Address>
 Address *as(sockaddr_storage *address)
@@ -53,7 +53,7 @@ int TcpAddress::listen()
 {
     const int listener = socket(m_address.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int yes = 1;
-    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes); // also just after one that has ended
+    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes); // so that the port can be used again at once
     if (bind(listener, as<sockaddr>(m_address), m_size) == 0 && ::listen(listener, Backlog) == 0 &&
         getsockname(listener, as<sockaddr>(&m_address), &m_size) == 0)
         return listener;

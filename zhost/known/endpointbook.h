@@ -14,9 +14,10 @@
 #include <zdefaultdbus.h>
 
 /**
- * What is bound on the host's bus, and whose it is. Nobody is asked for it, so it can be read while the bus is held.
+ * Records what is bound on the host's bus, and to which plugin it belongs. It does not ask the bus, so it can be read
+ * while the bus is locked.
  *
- * Ownership: none of a subscriber.
+ * Ownership: owns no subscriber.
  * Thread:    any.
  */
 class EndpointBook
@@ -25,12 +26,12 @@ public:
     void bound(const QUrl &url, const QWeakPointer<ZDbusSubscriber> &subscriber);
 
     QJsonArray describe() const;
-    /// The endpoints of `file` that are alive, also those in whose place another one has been bound. Whoever has one
-    /// keeps it alive.
+    /// The endpoints of `file` that are alive, also those in whose place another one has been bound. The returned
+    /// pointers keep them alive.
     QVector<QPair<QUrl, QSharedPointer<ZDbusSubscriber>>> endpoints(const QString &file) const;
-    /// Where they can be called.
+    /// The addresses at which they can be called.
     QStringList addresses(const QString &file) const;
-    /// Those at which there is another by now as well.
+    /// The same, with the addresses at which there is another endpoint by now.
     QStringList allAddresses(const QString &file) const;
 
 private:
@@ -45,11 +46,11 @@ private:
     void forgetDead();
 
     mutable QMutex m_mutex;                    // guards all that follow
-    QMultiHash<QString, Endpoint> m_endpoints; // by address, the last first; some are dead
+    QMultiHash<QString, Endpoint> m_endpoints; // by address, the last first; some are gone
     int m_room = 64;
 };
 
-/// A bus that enters in a book what is bound on it.
+/// A bus that records in a book what is bound on it.
 class RecordingDbus : public ZDefaultDbus
 {
 public:

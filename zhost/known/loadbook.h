@@ -10,7 +10,7 @@
 class History;
 
 /**
- * Since when each plugin's file is loaded, and what has not left memory when it was unloaded.
+ * Records since when each plugin's file is loaded, and which files have stayed in memory when they were unloaded.
  *
  * Thread: any, also as the process ends: the one object is never destroyed.
  */
@@ -19,7 +19,7 @@ class LoadBook
 public:
     static LoadBook &get();
 
-    /// To be called before the first load. What happens is entered in `history` as well, until `forgetHistory`.
+    /// Call it before the first load. Events are entered in `history` as well, until `forgetHistory`.
     void listen(History *history);
     void forgetHistory();
 
@@ -28,9 +28,9 @@ public:
         QDateTime since; ///< not valid if it is not loaded
         QString left;    ///< why it stays in memory; null if nothing is known of that
     };
-    /// What a thread is loading, by the kernel's number of it; null if nothing.
+    /// What a thread is loading; null if nothing. `thread` is the kernel's number of it.
     QString loadingBy(int thread) const;
-    /// Of the file that is called so, such as "libsvc.2.so".
+    /// The entry of the file of this name, such as "libsvc.2.so".
     Entry entry(const QString &file) const;
 
 private:
@@ -40,6 +40,6 @@ private:
 
     mutable QMutex m_mutex; // guards all that follow
     History *m_history = nullptr;
-    QHash<QString, Entry> m_entries;   // of what is in memory
+    QHash<QString, Entry> m_entries;   // of the files in memory
     QHash<int, QStringList> m_loading; // by thread, the last that was begun at the end
 };

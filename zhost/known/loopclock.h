@@ -9,18 +9,18 @@
 #include <memory>
 
 /**
- * How long the application's event loop lets what is posted to it wait. It is measured when somebody asks, so that a
- * host which nobody asks sleeps on.
+ * Measures how long events wait in the application's event loop. It does so only when somebody asks, so that a host
+ * that nobody asks need not wake up.
  *
  * Thread: any.
  */
 class LoopClock
 {
 public:
-    /// The loop's own thread makes it.
+    /// Make it on the loop's own thread.
     LoopClock();
 
-    /// Milliseconds until the loop has come round, or since somebody has first asked in vain; waits for a little while.
+    /// Milliseconds until the loop has come round, or since somebody has first asked without an answer.
     struct Delay
     {
         qint64 ms;
@@ -39,5 +39,5 @@ private:
         qint64 lastMs = 0;
         quint64 count = 0;
     };
-    const std::shared_ptr<Round> m_round; // what is posted may come later than our end
+    const std::shared_ptr<Round> m_round; // shared, since a posted event may come after our end
 };

@@ -75,7 +75,8 @@ void WiringBook::injected(QObject *object, const QMetaProperty &property, bool i
     const QLatin1String type(property.typeName());
     if (!type.endsWith(QLatin1Char('*')))
         return;
-    const Property entry{QString::fromLatin1(property.name()), interfaceName(property.userType()), isGiven};
+    const Property entry{QString::fromLatin1(property.name()), interfaceName(property.userType()), isGiven,
+                         !QMetaType::typeFlags(property.userType()).testFlag(QMetaType::PointerToQObject)};
     const QMutexLocker locker(&m_mutex);
     if (m_components.size() >= m_roomForComponents)
         forgetDead();
@@ -94,6 +95,21 @@ void WiringBook::injected(QObject *object, const QMetaProperty &property, bool i
         component.properties.append(entry);
     else
         *known = entry;
+}
+
+WiringBook::Lack WiringBook::lackOf(const QObject *component) const
+{
+    const QMutexLocker locker(&m_mutex);
+    Lack lack;
+    const Component entry = m_components.value(component);
+    for (const Property &property : entry.properties) {
+        if (entry.object != component || property.isGiven || !property.isService) // another one has been there
+            continue;
+        lack.properties.append(property.name);
+        if (!lack.interfaces.contains(property.interface))
+            lack.interfaces.append(property.interface);
+    }
+    return lack;
 }
 
 QJsonArray WiringBook::services() const

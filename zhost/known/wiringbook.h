@@ -16,9 +16,9 @@ class QMetaProperty;
 QT_END_NAMESPACE
 
 /**
- * Who serves which interface, and what each component was given.
+ * Records which component serves which interface, and which services each component was given.
  *
- * Ownership: none of a component.
+ * Ownership: owns no component.
  * Thread:    any.
  */
 class WiringBook
@@ -26,17 +26,25 @@ class WiringBook
 public:
     explicit WiringBook(History *history) : m_history(history) {}
 
-    /// As `ZDefaultEmitter` tells it.
+    /// See `ZDefaultEmitter::bound`.
     void bound(int interfaceType, const QSharedPointer<QObject> &component);
     void injected(QObject *object, const QMetaProperty &property, bool isGiven);
 
+    /// A service that a component asks for and was not given, since there is no delegate for it.
+    struct Lack
+    {
+        QStringList properties;
+        QStringList interfaces;
+    };
+    Lack lackOf(const QObject *component) const;
+
     QJsonArray services() const;
-    /// The components that are alive and whose classes are of a plugin's file.
+    /// The components that are alive and whose classes are in a plugin's file.
     QJsonArray components(const QString &file) const;
-    /// The class of its root; null if that has received nothing.
+    /// The class of the root of `file`; null if that has received nothing.
     QString rootClass(const QString &file) const;
     QStringList interfaces(const QString &file) const;
-    /// The interfaces that components of `file` have served, where these are still alive.
+    /// The interfaces that components of `file` have served, if these components are still alive.
     QStringList formerInterfaces(const QString &file) const;
 
 private:
@@ -59,6 +67,7 @@ private:
         QString name;
         QString interface;
         bool isGiven;
+        bool isService; // else it is a pointer to some object
     };
     struct Component
     {
