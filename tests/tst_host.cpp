@@ -10,6 +10,8 @@
 
 #include <zdefaultcontext.h>
 #include <zdefaultdbus.h>
+#include <zdefaultdbusasync.h>
+#include <zdefaultdbusoutcome.h>
 #include <zdefaultfilesystem.h>
 #include <zdefaultloader.h>
 #include <zdefaultlogger.h>
@@ -18,6 +20,7 @@
 #include <zfunction.h>
 #include <zhost.h>
 #include <zjobpool.h>
+#include <zleasedelegate.h>
 #include <zorderlyemitter.h>
 #include <zscheduledactivity.h>
 #include <zthreadpool.h>
@@ -145,9 +148,9 @@ struct Work
 using SharedWork = QSharedPointer<Work>;
 
 /// Has a service of `host` run `work`.
-using Starter = void (*)(const ZHost &host, const SharedWork &work);
+using Starter = void (*)(ZHost &host, const SharedWork &work);
 
-void schedule(const ZHost &host, const SharedWork &work)
+void schedule(ZHost &host, const SharedWork &work)
 {
     host.services().scheduler->schedule0(QSharedPointer<ZFunctionActivity>::create(
         QSharedPointer<ZPeriodicSchedule>::create(1), QStringLiteral("endless"), QSharedPointer<QObject>(), [work] {
@@ -156,13 +159,13 @@ void schedule(const ZHost &host, const SharedWork &work)
         }));
 }
 
-void startAJob(const ZHost &host, const SharedWork &work)
+void startAJob(ZHost &host, const SharedWork &work)
 {
     const auto pool = host.services().jobPoolSet->find0(QStringLiteral("jobs"), 1, -1);
     ZFunctionJob::start(pool.data(), {}, [work] { work->run(); });
 }
 
-void startAThread(const ZHost &host, const SharedWork &work)
+void startAThread(ZHost &host, const SharedWork &work)
 {
     host.services()
         .threadPoolSet->find0(QStringLiteral("threads"))
@@ -170,7 +173,7 @@ void startAThread(const ZHost &host, const SharedWork &work)
 }
 
 /// In an endpoint.
-void startAnEndpointsJob(const ZHost &host, const SharedWork &work)
+void startAnEndpointsJob(ZHost &host, const SharedWork &work)
 {
     static std::function<void()> job;
     job = [work] { work->run(); };
@@ -180,7 +183,7 @@ void startAnEndpointsJob(const ZHost &host, const SharedWork &work)
 }
 
 /// On another thread.
-void startALoad(const ZHost &host, const SharedWork &work)
+void startALoad(ZHost &host, const SharedWork &work)
 {
     static std::function<void()> asItBegins;
     asItBegins = [work] {
@@ -194,12 +197,54 @@ void startALoad(const ZHost &host, const SharedWork &work)
     }).detach();
 }
 
+/// Runs the work that it is called for.
+class WorkingEndpoint : public ZDbusSubscriber
+{
+public:
+    explicit WorkingEndpoint(SharedWork work) : m_work(std::move(work)) {}
+
+    bool invoked(const QUrl &, QJsonObject *, QJsonObject *) override
+    {
+        m_work->run();
+        return true;
+    }
+
+private:
+    const SharedWork m_work;
+};
+
+/// Wants the services that are about calls.
+class Caller : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(ZDbusAsync *async MEMBER async)
+    Q_PROPERTY(ZDbusOutcome *outcome MEMBER outcome)
+    Q_PROPERTY(ZLease *lease MEMBER lease)
+
+public:
+    ZDbusAsync *async = nullptr;
+    ZDbusOutcome *outcome = nullptr;
+    ZLease *lease = nullptr;
+};
+
+/// One that nobody waits for.
+void startACall(ZHost &host, const SharedWork &work)
+{
+    static QSharedPointer<ZDbusSubscriber> endpoint;
+    endpoint = QSharedPointer<WorkingEndpoint>::create(work);
+    host.services().dbus->bind0(QUrl(QStringLiteral("//work")), endpoint);
+    Caller caller;
+    host.inject(&caller);
+    caller.async->begin0(QUrl(QStringLiteral("//work/now")), {}, {});
+}
+
 /// A component for each service but the loader.
 QVector<QObject *> ownOfEach()
 {
     return {new Deletable,          new ZDefaultLogger,        new ZDefaultTempFile,
             new ZDefaultJobPoolSet, new ZDefaultThreadPoolSet, new ZDefaultDbus,
-            new ZDefaultContext,    new ZDefaultScheduler};
+            new ZDefaultContext,    new ZDefaultScheduler,     new ZDefaultDbusOutcome,
+            new ZDefaultDbusAsync};
 }
 
 bool areAlive(const QVector<QPointer<QObject>> &components)
@@ -230,6 +275,7 @@ static void addStarters()
     QTest::newRow("a job of a pool") << Starter(startAJob) << "jobs";
     QTest::newRow("a thread of a registry") << Starter(startAThread) << "threads";
     QTest::newRow("a job of an endpoint") << Starter(startAnEndpointsJob) << "//handed";
+    QTest::newRow("a call") << Starter(startACall) << "a call of //work/now";
     QTest::newRow("a load") << Starter(startALoad) << "a load of a plugin";
 }
 
@@ -260,6 +306,7 @@ private Q_SLOTS:
     void namesWhatDoesNotEnd_data();
     void namesWhatDoesNotEnd();
     void schedulesNothingOnceItHasStopped();
+    void beginsNoCallOnceItHasStopped();
 };
 
 void tst_Host::hasAllServices_data()
@@ -288,6 +335,15 @@ void tst_Host::hasAllServices()
     QVERIFY(services.tempFile->newFile0());
     QVERIFY(services.scheduler->schedule0(QSharedPointer<ZDbusActivity>::create(
         QSharedPointer<ZPeriodicSchedule>::create(1), services.dbus, QUrl(), false)));
+    Caller caller;
+    host->inject(&caller);
+    QJsonObject outcome;
+    QVERIFY(!caller.outcome->call0(QUrl(QStringLiteral("//nobody")), nullptr, nullptr, &outcome));
+    QCOMPARE(outcome.value(QStringLiteral("code")), QJsonValue(503));
+    QVERIFY(caller.async->begin0(QUrl(QStringLiteral("//nobody")), {}, {}) > 0);
+    QString reason;
+    QVERIFY(!caller.lease->begin0(QStringLiteral("any"), 1, reason)); // nobody serves it
+    QCOMPARE(reason, QStringLiteral("nobody serves ZLease"));
     QVERIFY(services.loader);
     QVERIFY(!services.loader->load0(QStringLiteral("none"))); // does nothing yet
     QCOMPARE(messages().takeAll().size(), 0);
@@ -524,6 +580,16 @@ void tst_Host::schedulesNothingOnceItHasStopped()
     QCOMPARE(host.stop(), QStringList());
     QVERIFY(!host.services().scheduler->schedule0(QSharedPointer<ZFunctionActivity>::create(
         QSharedPointer<ZPeriodicSchedule>::create(1), QString(), QSharedPointer<QObject>(), [] { return false; })));
+}
+
+void tst_Host::beginsNoCallOnceItHasStopped()
+{
+    ZHost host;
+    Caller caller;
+    host.inject(&caller);
+    QVERIFY(caller.async->begin0(QUrl(QStringLiteral("//any")), {}, {}) > 0);
+    QCOMPARE(host.stop(), QStringList());
+    QCOMPARE(caller.async->begin0(QUrl(QStringLiteral("//any")), {}, {}), qint64(0));
 }
 
 QTEST_GUILESS_MAIN(tst_Host)

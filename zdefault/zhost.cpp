@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zhost.h"
 
+#include "zdbuscalls.h"
 #include "zdefaultconfig.h"
 #include "zdefaultcontext.h"
 #include "zdefaultdbus.h"
+#include "zdefaultdbusasync.h"
+#include "zdefaultdbusoutcome.h"
 #include "zdefaultfilesystem.h"
 #include "zdefaultloader.h"
 #include "zdefaultlogger.h"
 #include "zdefaultpoolset.h"
 #include "zdefaultscheduler.h"
 #include "zendpoints.h"
+#include "zleasedelegate.h"
 #include "zloading.h"
 #include "zorderlyemitter.h"
 #include "zreconfiguration.h"
@@ -148,8 +152,14 @@ ZHost::~ZHost()
         return;
     }
     qWarning("left running: %s", qUtf8Printable(running.join(QStringLiteral(", "))));
-    static auto *const kept = new QVector<QPair<QSharedPointer<ZOrderlyEmitter>, QSharedPointer<ZThreadPool>>>;
-    kept->append({m_emitter, m_registry});
+    struct Kept
+    {
+        QSharedPointer<ZOrderlyEmitter> emitter;
+        QSharedPointer<ZThreadPool> registry;
+        QSharedPointer<ZDbusCalls> calls;
+    };
+    static auto *const kept = new QVector<Kept>;
+    kept->append({m_emitter, m_registry, m_calls});
 }
 
 /// All services but the loader.
@@ -168,6 +178,11 @@ void ZHost::make(const QJsonObject &configuration)
     ::make<ZJobPoolSet, ZJobPoolSetDelegate, ZDefaultJobPoolSet>(to, &m_own);
     ::make<ZThreadPoolSet, ZThreadPoolSetDelegate, ZDefaultThreadPoolSet>(to, &m_own);
     ::make<ZDbus, ZDbusDelegate, ZDefaultDbus>(to, &m_own);
+    ::make<ZDbusOutcome, ZDbusOutcomeDelegate, ZDefaultDbusOutcome>(to, &m_own);
+    if (const QPointer<ZDefaultDbusAsync> async = own<ZDbusAsync, ZDefaultDbusAsync>(&m_own))
+        m_calls = async->m_calls;
+    ::make<ZDbusAsync, ZDbusAsyncDelegate, ZDefaultDbusAsync>(to, &m_own);
+    to.bind0(nobody<ZLeaseDelegate>()); // its class stays, whichever plugin fills it
     ::make<ZContext, ZContextDelegate, ZDefaultContext>(to, &m_own);
     ::make<ZScheduler, ZSchedulerDelegate, ZDefaultScheduler>(to, &m_own);
     to.inject0(&m_services);
@@ -178,6 +193,7 @@ void ZHost::make(const QJsonObject &configuration)
 void ZHost::end()
 {
     qDeleteAll(std::exchange(m_own, {}));
+    m_calls.clear(); // which are waited for while all services are there
     m_emitter->end();
     m_emitter.clear();
     ZOrderlyEmitter::settle();
@@ -202,11 +218,13 @@ QStringList ZHost::stop()
 {
     // Not over the bus: it may be withdrawn, or busy for ever, and the scheduler be a plugin's.
     m_emitter->bind0(nobody<ZSchedulerDelegate>());
+    if (m_calls)
+        m_calls->end();
     QVector<ZEndpoints::Held> endpoints;
     const auto haveEnded = [&] {
         endpoints += ZEndpoints::close(ZEndpoints::of(m_services.dbus)); // also what has just been loaded
         const QVector<QSharedPointer<ZThreadPool>> all = registries();
-        return !ZLoading::isUnderWayElsewhere() && ZEndpoints::busy(m_services.dbus).isEmpty() &&
+        return !ZLoading::isUnderWayElsewhere() && ZEndpoints::busy(m_services.dbus).isEmpty() && calls().isEmpty() &&
                std::all_of(all.begin(), all.end(),
                            [](const QSharedPointer<ZThreadPool> &each) { return each->waitAll(0); });
     };
@@ -222,6 +240,7 @@ QStringList ZHost::stop()
             names.append(thread.toObject().value(QStringLiteral("Name")).toString());
     }
     names += ZEndpoints::busy(m_services.dbus);
+    names += calls();
     if (ZLoading::isUnderWayElsewhere())
         names.append(QStringLiteral("a load of a plugin"));
     ZEndpoints::drop(endpoints);
@@ -231,6 +250,15 @@ QStringList ZHost::stop()
 QSharedPointer<ZThreadPool> ZHost::registry() const
 {
     return m_services.threadPoolSet->find0(QStringLiteral("Pool-ZSchedulerThread"));
+}
+
+/// Calls that nobody waits for, and that run.
+QStringList ZHost::calls() const
+{
+    QStringList names = m_calls ? m_calls->busy() : QStringList();
+    for (QString &name : names)
+        name.prepend(QLatin1String("a call of "));
+    return names;
 }
 
 /// The pools and registries that the services would wait for.

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QVector>
 
+class ZDbusCalls;
 class ZDefaultJobPoolSet;
 class ZDefaultThreadPoolSet;
 class ZDelegate;
@@ -16,7 +17,7 @@ class ZOrderlyEmitter;
 class ZThreadPool;
 
 /**
- * All ten services of one configuration: made and wired in the right order, and taken down in the right order.
+ * All services of one configuration: made and wired in the right order, and taken down in the right order.
  *
  *     QCoreApplication application(argc, argv);
  *     ZHost host(configuration);
@@ -53,8 +54,9 @@ public:
     /// From the start on, but the loader, which does nothing before `begin`.
     const ZServices &services() const { return m_services; }
 
-    /// Takes the scheduler away, has the endpoints let go, and waits for the activities, for what runs in endpoints and
-    /// for loads on other threads, 5 s at most, handling events meanwhile. Answers the names of what has not ended.
+    /// Takes the scheduler away, begins no more calls that nobody waits for, has the endpoints let go, and waits for
+    /// the activities, for what runs in endpoints, for calls and for loads on other threads, 5 s at most, handling
+    /// events meanwhile. Answers the names of what has not ended.
     QStringList stop();
 
     /// The registries of all that is scheduled, the host's own one first: a plugin may have taken the place of the pool
@@ -66,6 +68,7 @@ private:
     void make(const QJsonObject &configuration);
     void end();
     QSharedPointer<ZThreadPool> registry() const;
+    QStringList calls() const;
     QStringList busyPools() const;
 
     QSharedPointer<ZOrderlyEmitter> m_emitter;
@@ -77,4 +80,5 @@ private:
     // Held, for a registry waits for its threads when it goes: a plugin that takes the place of those who made it would
     // have to wait for all that is scheduled.
     QSharedPointer<ZThreadPool> m_registry;
+    QSharedPointer<ZDbusCalls> m_calls; // held for the same reason
 };

@@ -6,11 +6,15 @@
 #include "zconfigured.h"
 #include "zcontext.h"
 #include "zdbus.h"
+#include "zdbusasync.h"
+#include "zdbuslayer.h"
+#include "zdbusoutcome.h"
 #include "zdefaultloader.h"
 #include "zemitter.h"
 #include "zendpoint.h"
 #include "zeventloop.h"
 #include "zjobpoolset.h"
+#include "zlease.h"
 #include "zlibraryset.h"
 #include "zloader.h"
 #include "zlogger.h"
@@ -42,6 +46,10 @@ void registerInterfaceTypes()
     qRegisterMetaType<ZJobPoolSet *>();
     qRegisterMetaType<ZThreadPoolSet *>();
     qRegisterMetaType<ZDbus *>();
+    qRegisterMetaType<ZDbusLayer *>();
+    qRegisterMetaType<ZDbusOutcome *>();
+    qRegisterMetaType<ZDbusAsync *>();
+    qRegisterMetaType<ZLease *>();
     qRegisterMetaType<ZContext *>();
     qRegisterMetaType<ZScheduler *>();
 }

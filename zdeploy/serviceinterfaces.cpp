@@ -6,8 +6,12 @@
 #include <zconfig.h>
 #include <zcontext.h>
 #include <zdbus.h>
+#include <zdbusasync.h>
+#include <zdbuslayer.h>
+#include <zdbusoutcome.h>
 #include <zemitter.h>
 #include <zjobpoolset.h>
+#include <zlease.h>
 #include <zloader.h>
 #include <zlogger.h>
 #include <zscheduler.h>
@@ -30,8 +34,12 @@ const struct
     {"ZConfig", isUnlisted<ZConfig>},
     {"ZContext", isUnlisted<ZContext>},
     {"ZDbus", isUnlisted<ZDbus>},
+    {"ZDbusAsync", isUnlisted<ZDbusAsync>},
+    {"ZDbusLayer", isUnlisted<ZDbusLayer>},
+    {"ZDbusOutcome", isUnlisted<ZDbusOutcome>},
     {"ZEmitter", isUnlisted<ZEmitter>},
     {"ZJobPoolSet", isUnlisted<ZJobPoolSet>},
+    {"ZLease", isUnlisted<ZLease>},
     {"ZLoader", isUnlisted<ZLoader>},
     {"ZLogger", isUnlisted<ZLogger>},
     {"ZScheduler", isUnlisted<ZScheduler>},

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zdbuslayers.h"
+
+namespace {
+
+constexpr int MostLayers = 64; // whoever finds more of them is led in a circle
+
+} // namespace
+
+QString ZDbusLayerDelegate::layer0() { return call(&ZDbusLayer::layer0, {}); }
+
+bool ZDbusLayerDelegate::next0(QSharedPointer<ZReference> &next) { return call(&ZDbusLayer::next0, false, next); }
+
+bool ZDbusLayerDelegate::setNext0(const QSharedPointer<ZReference> &next)
+{
+    return call(&ZDbusLayer::setNext0, false, next);
+}
+
+QSharedPointer<ZReference> zBottomBus(ZDbus *bus)
+{
+    auto *const delegate = dynamic_cast<ZDelegate *>(bus);
+    QSharedPointer<ZReference> reference = delegate ? *delegate : QSharedPointer<ZReference>();
+    for (int i = 0; i <= MostLayers && reference && !reference->isNull(); ++i) {
+        ZDbusLayerDelegate layer(nullptr);
+        layer.replace(reference);
+        QSharedPointer<ZReference> next;
+        if (!layer.next0(next)) // it is no layer
+            return reference;
+        reference = std::move(next);
+    }
+    return {};
+}
