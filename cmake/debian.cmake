@@ -1,5 +1,5 @@
-# Three Debian packages, by "cpack" in a build folder of the preset "debian": the library, the programs, and what
-# plugins are built with.
+# The Debian packages, by "cpack" in a build folder of the preset "debian": the library, the programs, what
+# plugins are built with, and the plugin that takes the bus to other processes, where that is built.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zdefault)
 set(CPACK_PACKAGE_CONTACT "The zdefault developers <zdefault@example.org>" CACHE STRING
@@ -8,6 +8,9 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has a line of its own
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL libzdefault zdefault zdefault-dev)
+if(TARGET znats)
+    list(APPEND CPACK_COMPONENTS_ALL zdefault-nats)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SOURCE zdefault)
@@ -50,6 +53,18 @@ ${about}
 This package has the headers, the CMake package with which plugins are built,
 zdefault-new-plugin, which writes a plugin to begin with, the guide, and
 examples.")
+
+set(CPACK_DEBIAN_ZDEFAULT-NATS_PACKAGE_NAME zdefault-nats)
+set(CPACK_DEBIAN_ZDEFAULT-NATS_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_ZDEFAULT-NATS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_ZDEFAULT-NATS_PACKAGE_DEPENDS "${library_package} (= ${debian_version})")
+set(CPACK_DEBIAN_ZDEFAULT-NATS_PACKAGE_SUGGESTS nats-server)
+set(CPACK_DEBIAN_ZDEFAULT-NATS_PACKAGE_ENHANCES zdefault)
+set(CPACK_DEBIAN_ZDEFAULT-NATS_DESCRIPTION "plugin by which Qt 5 components call each other over NATS
+${about}
+.
+This package has libznats.so, a plugin that takes the bus of such a program to
+programs on other machines, by a NATS server.")
 
 # cpack finds the libraries that the programs need where they were built.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/zdefault)

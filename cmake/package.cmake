@@ -21,6 +21,12 @@ install(FILES zhost/zhost-configuration.schema.json zhost/door/zhost-door.openap
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zdefault COMPONENT zdefault)
 install(FILES zctl/zctl.bash-completion RENAME zctl
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT zdefault)
+# The plugins of ours: from here they are dropped, or copied, into the folder of a host.
+if(TARGET znats)
+    install(TARGETS znats LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/zdefault/plugins COMPONENT zdefault-nats)
+    install(FILES docs/nats.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT zdefault-nats)
+    install(FILES docs/pictures/cluster.svg DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures COMPONENT zdefault-nats)
+endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/zdefault)
 configure_package_config_file(cmake/zdefaultConfig.cmake.in zdefaultConfig.cmake INSTALL_DESTINATION ${package_folder})
@@ -40,7 +46,7 @@ install(FILES ${PROJECT_BINARY_DIR}/zdefault.pc DESTINATION ${CMAKE_INSTALL_LIBD
 install(PROGRAMS scripts/new-plugin RENAME zdefault-new-plugin
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT zdefault-dev)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT zdefault-dev
-    REGEX "/docs/(operator-guide\\.md|pictures/(page|demo).*|.*\\.1|zhost[.@].*)$" EXCLUDE)
+    REGEX "/docs/((operator-guide|nats)\\.md|pictures/(page|demo|cluster).*|.*\\.1|zhost[.@].*)$" EXCLUDE)
 install(FILES docs/zdefault-new-plugin.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT zdefault-dev)
 
 # What operators need comes with the programs. The unit names /usr/bin, where Debian's package has them.

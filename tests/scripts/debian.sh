@@ -26,6 +26,8 @@ grep -q 'use the preset "debian"' "$folder/log" || fail "no word on how packages
 
 quietly cpack
 library=$(ls "$PWD"/libzdefault1_*.deb) programs=$(ls "$PWD"/zdefault_*.deb) dev=$(ls "$PWD"/libzdefault-dev_*.deb)
+nats=$(ls "$PWD"/zdefault-nats_*.deb)
+packages=("$library" "$programs" "$dev" "$nats")
 
 echo "== fields"
 # has PACKAGE FIELD PATTERN: the field matches.
@@ -35,7 +37,7 @@ has() {
 # control PACKAGE FILE: what it says.
 control() { dpkg-deb --ctrl-tarfile "$1" | tar -xO "./$2"; }
 version=$(dpkg-deb --field "$library" Version)
-for package in "$library" "$programs" "$dev"; do
+for package in "${packages[@]}"; do
     [ "$(dpkg-deb --field "$package" Version)" = "$version" ] || fail "$package has another version"
     has "$package" Source '^zdefault$'
     has "$package" Priority '^optional$'
@@ -48,12 +50,20 @@ has "$programs" Depends 'libcpp-httplib.*libprometheus-cpp-core'
 ! dpkg-deb --field "$programs" Depends | grep -E 'libqt5(gui|network|test)|libglib' || fail "the programs need more"
 has "$dev" Depends "libzdefault1 \(= $version\)"
 has "$dev" Depends 'make \| ninja-build'
+has "$nats" Depends "libzdefault1 \(= $version\)"
+has "$nats" Depends 'libnats3'
+has "$nats" Suggests '^nats-server$'
+for package in "$library" "$programs" "$dev"; do
+    ! dpkg-deb --field "$package" Depends Recommends | grep nats || fail "$package needs what only the plugin needs"
+done
 has "$library" Multi-Arch '^same$'
+has "$nats" Multi-Arch '^same$'
 has "$dev" Multi-Arch '^same$'
 has "$programs" Multi-Arch '^foreign$'
 has "$library" Section '^libs$'
 has "$dev" Section '^libdevel$'
 has "$programs" Section '^utils$'
+has "$nats" Section '^net$'
 
 echo "== what dpkg does with the library"
 [ "$(control "$library" shlibs)" = "libzdefault 1 libzdefault1 (>= $version)" ] || fail "no shlibs"
@@ -63,7 +73,7 @@ echo "== what dpkg does with the library"
 echo "== what lintian says"
 diff -w "$source/LICENSE" /usr/share/common-licenses/Apache-2.0 || fail "the package names another licence"
 if command -v lintian >/dev/null; then
-    quietly lintian --allow-root --fail-on error,warning "$library" "$programs" "$dev"
+    quietly lintian --allow-root --fail-on error,warning "${packages[@]}"
 else
     echo "lintian is not installed: left out"
 fi
@@ -73,7 +83,7 @@ echo "== a plugin"
 root=$folder/root
 mkdir -p "$root/var/lib/dpkg/"{info,updates}
 touch "$root/var/lib/dpkg/"{status,available}
-quietly dpkg --root="$root" --force-depends --force-not-root --install "$library" "$programs" "$dev"
+quietly dpkg --root="$root" --force-depends --force-not-root --install "${packages[@]}"
 
 libraries=usr/lib/$($CXX -print-multiarch)
 # comes FILE PACKAGE: with that package.
@@ -94,7 +104,10 @@ for file in share/doc/zdefault/docs/operator-guide.md share/doc/zdefault/docs/zh
     share/zdefault/zhost-door.openapi.json bin/zctl lib/systemd/system/zhost@.service; do
     comes "usr/$file" zdefault
 done
-for package in libzdefault1 zdefault libzdefault-dev; do
+comes "$libraries/zdefault/plugins/libznats.so" zdefault-nats
+comes usr/share/doc/zdefault/docs/nats.md zdefault-nats
+comes usr/share/doc/zdefault/docs/pictures/cluster.svg zdefault-nats
+for package in libzdefault1 zdefault libzdefault-dev zdefault-nats; do
     for file in copyright changelog.gz changelog.Debian.gz; do
         comes "usr/share/doc/$package/$file" "$package"
     done
@@ -108,7 +121,9 @@ if command -v systemd-analyze >/dev/null; then
     systemd-analyze --man=no verify "$folder/zhost@one.service" 2>"$folder/log" || fail "the unit is wrong"
     ! grep "zhost@" "$folder/log" || fail "the unit is wrong"
 fi
+! readelf -d "$root/$libraries/zdefault/plugins/libznats.so" | grep -i runpath || fail "the plugin looks for libraries"
 export PATH=$root/usr/bin:$PATH CMAKE_PREFIX_PATH=$root/usr LD_LIBRARY_PATH=$root/$libraries
+quietly zdeploy --describe "$root/$libraries/zdefault/plugins/libznats.so"
 
 cd "$folder"
 zdefault-new-plugin rain >/dev/null
