@@ -1,0 +1,344 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "connection.h"
+
+#include "brokeroptions.h"
+
+#include <QMutexLocker>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr int AgainMs = 500;  // until another link is tried
+constexpr int SpreadMs = 200; // until the brokers of a cluster know of a new link
+constexpr int MoveMs = 2000;  // for what is on its way over the link before
+constexpr int FlushMs = 500;
+
+/// What the broker has denied: it says, with more words, publish to "this", or subscription to "this".
+QByteArray deniedSubject(const QString &text) { return text.section(QLatin1Char('"'), 1, 1).toUtf8(); }
+
+bool isToPublish(const QString &text) { return text.contains(QLatin1String("publish"), Qt::CaseInsensitive); }
+
+QString serverOf(const Link &link)
+{
+    char url[256] = "";
+    if (natsConnection_GetConnectedUrl(link.handle(), url, sizeof(url)) != NATS_OK)
+        return {};
+    return QString::fromUtf8(url);
+}
+
+} // namespace
+
+Connection::Connection(NatsSettings settings, Log log) : m_settings(std::move(settings)), m_log(std::move(log)) {}
+
+Connection::~Connection() = default;
+
+void Connection::open(Watcher watcher, int msecs)
+{
+    m_watcher = std::move(watcher);
+    m_keeper.reset(QThread::create([this] { keep(); }));
+    m_keeper->setObjectName(QStringLiteral("nats"));
+    m_keeper->start();
+    const QDeadlineTimer deadline(msecs);
+    QMutexLocker locker(&m_mutex);
+    while (!m_isConnected && m_error.isNull() && m_changed.wait(&m_mutex, deadline)) {
+    }
+}
+
+void Connection::listen(const QByteArray &subject, bool isShared, MessageHandler handler)
+{
+    const Listening listening{subject, isShared, std::make_shared<const MessageHandler>(std::move(handler))};
+    std::shared_ptr<Link> link;
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_listenings.insert(subject, listening);
+        link = m_link;
+    }
+    if (link && !link->listen(listening))
+        m_log.warn(QStringLiteral("cannot listen to %1").arg(QString::fromUtf8(subject)));
+}
+
+void Connection::unlisten(const QByteArray &subject)
+{
+    std::shared_ptr<Link> link;
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_listenings.remove(subject);
+        link = m_link;
+    }
+    if (link)
+        link->drain(subject);
+}
+
+void Connection::flush(int msecs)
+{
+    const std::shared_ptr<Link> current = link();
+    if (current && isConnected())
+        current->flush(msecs);
+}
+
+natsStatus Connection::send(natsMsg *message, int *number)
+{
+    std::shared_ptr<Link> link;
+    {
+        const QMutexLocker locker(&m_mutex);
+        // A client that is not connected would keep the message, and send it when nobody waits for its answer any more.
+        if (!m_isConnected)
+            return NATS_CONNECTION_DISCONNECTED;
+        link = m_link;
+        if (number)
+            *number = m_number;
+    }
+    return natsConnection_PublishMsg(link->handle(), message);
+}
+
+bool Connection::waitConnected(const QDeadlineTimer &deadline, int patienceMs)
+{
+    QMutexLocker locker(&m_mutex);
+    while (!m_isConnected && !m_isEnding && m_lost.isValid()) {
+        const qint64 left = std::min(deadline.remainingTime(), patienceMs - m_lost.elapsed());
+        if (left <= 0)
+            break;
+        m_changed.wait(&m_mutex, static_cast<unsigned long>(left));
+    }
+    return m_isConnected;
+}
+
+bool Connection::isConnected() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_isConnected;
+}
+
+std::shared_ptr<Link> Connection::link() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_link;
+}
+
+int Connection::number() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_number;
+}
+
+void Connection::drain(const QByteArray &exceptSubject, const QDeadlineTimer &deadline)
+{
+    std::shared_ptr<Link> link;
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_isEnding = true;
+        if (m_isConnected) // without a broker, the client library would wait for one
+            link = m_link;
+        m_changed.wakeAll();
+    }
+    if (link) {
+        link->drainAll(exceptSubject);
+        link->waitDrained(deadline);
+    }
+}
+
+bool Connection::close(const QDeadlineTimer &deadline)
+{
+    std::shared_ptr<Link> link;
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_isEnding = true;
+        m_isConnected = false;
+        link = m_link; // stays: others may be sending by it
+        m_changed.wakeAll();
+    }
+    const bool isClosed = !link || link->close(deadline);
+    const bool isKept =
+        m_keeper && !m_keeper->wait(static_cast<unsigned long>(std::max<qint64>(deadline.remainingTime(), 1)));
+    const QMutexLocker locker(&m_mutex);
+    return isClosed && !isKept && m_isAllLeft;
+}
+
+QJsonObject Connection::describe() const
+{
+    std::shared_ptr<Link> link;
+    QJsonObject result;
+    {
+        const QMutexLocker locker(&m_mutex);
+        link = m_link;
+        const QString state = m_isConnected ? QStringLiteral("connected")
+                                            : (m_isEnding ? QStringLiteral("closed") : QStringLiteral("connecting"));
+        result = {{QStringLiteral("state"), state}, {QStringLiteral("reconnects"), std::max(m_connections - 1, 0)}};
+        if (m_since.isValid())
+            result.insert(QStringLiteral("since"), m_since.toString(Qt::ISODateWithMs));
+        if (!m_error.isNull())
+            result.insert(QStringLiteral("error"), m_error);
+    }
+    if (link && link->isConnected())
+        result.insert(QStringLiteral("server"), serverOf(*link));
+    return result;
+}
+
+/// Makes links, until the end.
+void Connection::keep()
+{
+    QMutexLocker locker(&m_mutex);
+    while (!m_isEnding) {
+        if (!m_isAnotherWanted) {
+            m_changed.wait(&m_mutex);
+            continue;
+        }
+        m_isAnotherWanted = false;
+        const int number = m_number + 1;
+        locker.unlock();
+        const std::shared_ptr<Link> link = make(number);
+        if (link)
+            moveTo(link, number);
+        locker.relock();
+        if (!link && !m_isEnding) {
+            m_isAnotherWanted = true;
+            m_changed.wait(&m_mutex, AgainMs);
+        }
+    }
+}
+
+std::shared_ptr<Link> Connection::make(int number)
+{
+    QString problem;
+    const NatsOptions options = brokerOptions(m_settings, &problem);
+    if (!options) {
+        noteFailed(number, NATS_ERR, problem);
+        return {};
+    }
+    auto link = std::make_shared<Link>(eventsOf(number));
+    const natsStatus status = link->open(options.get());
+    if (status == NATS_OK)
+        return link;
+    noteFailed(number, status, QString::fromUtf8(natsStatus_GetText(status)));
+    return {};
+}
+
+/// Has `link` take the place of the one before it.
+void Connection::moveTo(const std::shared_ptr<Link> &link, int number)
+{
+    QHash<QByteArray, Listening> listenings;
+    std::shared_ptr<Link> before;
+    bool isEnding = false;
+    {
+        const QMutexLocker locker(&m_mutex);
+        isEnding = m_isEnding;
+        listenings = m_listenings;
+        before = m_link;
+    }
+    for (const Listening &listening : qAsConst(listenings))
+        link->listen(listening);
+    if (before && link->isConnected())
+        link->flush(FlushMs);
+    {
+        QMutexLocker locker(&m_mutex);
+        isEnding = m_isEnding;
+        if (!isEnding) {
+            m_link = link;
+            m_number = number;
+            m_isConnected = link->isConnected();
+            if (!m_isConnected)
+                m_error = QStringLiteral("no broker has answered yet");
+            for (const Listening &listening : qAsConst(m_listenings)) // those that have come meanwhile
+                link->listen(listening);
+            for (const Listening &listening : qAsConst(listenings)) {
+                if (!m_listenings.contains(listening.subject))
+                    link->drain(listening.subject);
+            }
+            m_changed.wakeAll();
+            if (before && m_isConnected)
+                m_changed.wait(&m_mutex, SpreadMs);
+        }
+    }
+    letGo(isEnding ? link : before, QDeadlineTimer(MoveMs));
+}
+
+bool Connection::letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline)
+{
+    if (!link)
+        return true;
+    if (link->isConnected()) {
+        link->drainAll();
+        link->waitDrained(deadline);
+    }
+    if (link->close(deadline))
+        return true;
+    new std::shared_ptr<Link>(link); // for good
+    const QMutexLocker locker(&m_mutex);
+    m_isAllLeft = false;
+    return false;
+}
+
+Link::Events Connection::eventsOf(int number)
+{
+    return {[this, number] { noteConnected(number); }, [this, number] { noteLost(number); },
+            [this, number] {
+                m_log.info(QStringLiteral("the broker is about to stop"));
+                wantAnother(number);
+            },
+            [this, number] {
+                noteLost(number);
+                wantAnother(number);
+            },
+            [this, number](natsStatus status, const QString &text) { noteFailed(number, status, text); }};
+}
+
+void Connection::noteConnected(int number)
+{
+    {
+        const QMutexLocker locker(&m_mutex);
+        if (number == m_number)
+            m_isConnected = !m_isEnding;
+        m_error.clear();
+        m_since = QDateTime::currentDateTime();
+        ++m_connections;
+        m_changed.wakeAll();
+    }
+    m_log.info(QStringLiteral("connected, as %1").arg(m_settings.name));
+}
+
+void Connection::noteLost(int number)
+{
+    bool isNews = false;
+    {
+        const QMutexLocker locker(&m_mutex);
+        isNews = number == m_number && m_isConnected;
+        if (isNews) {
+            m_isConnected = false;
+            m_lost.start();
+            m_since = QDateTime::currentDateTime();
+            m_changed.wakeAll();
+        }
+    }
+    m_watcher.lost(number);
+    if (isNews)
+        m_log.info(QStringLiteral("the connection is lost"));
+}
+
+void Connection::noteFailed(int number, natsStatus status, const QString &text)
+{
+    const QByteArray denied = status == NATS_NOT_PERMITTED ? deniedSubject(text) : QByteArray();
+    bool isNews = false;
+    {
+        const QMutexLocker locker(&m_mutex);
+        isNews = number >= m_number && m_error != text;
+        if (denied.isEmpty()) {
+            m_error = text;
+            m_changed.wakeAll();
+        }
+    }
+    if (!denied.isEmpty())
+        m_watcher.denied(denied);
+    if (isNews && !(status == NATS_NOT_PERMITTED && isToPublish(text))) // of which the call tells
+        m_log.warn(text);
+}
+
+void Connection::wantAnother(int number)
+{
+    const QMutexLocker locker(&m_mutex);
+    if (number == m_number) {
+        m_isAnotherWanted = true;
+        m_changed.wakeAll();
+    }
+}

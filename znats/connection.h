@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "link.h"
+#include "log.h"
+#include "natssettings.h"
+
+#include <QDateTime>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QJsonObject>
+#include <QMutex>
+#include <QThread>
+#include <QWaitCondition>
+
+#include <functional>
+#include <memory>
+
+/**
+ * The connection to the brokers. A thread of its own keeps it: it makes another link when the client library gives one
+ * up, as it does when credentials are refused, and when a broker says that it is about to stop. All that is listened to
+ * moves over before the link before it is let go.
+ *
+ * Ownership: to be closed before it is destroyed.
+ * Thread:    any.
+ * Failure:   a status of the client library's.
+ */
+class Connection
+{
+public:
+    /// They are called on a thread of the client library's, and must not wait.
+    struct Watcher
+    {
+        std::function<void(int link)> lost; ///< what was sent by this link may not be answered
+        std::function<void(const QByteArray &subject)> denied;
+    };
+
+    Connection(NatsSettings settings, Log log);
+    ~Connection();
+
+    /// Begins to connect, and waits a while for that.
+    void open(Watcher watcher, int msecs);
+    void listen(const QByteArray &subject, bool isShared, MessageHandler handler);
+    void unlisten(const QByteArray &subject);
+    /// Waits until the broker knows all that is listened to; not if there is none.
+    void flush(int msecs);
+
+    /// Sends at once, or not at all: `link` is that by which it was sent.
+    natsStatus send(natsMsg *message, int *link = nullptr);
+    /// Waits for a broker, if there was one a moment ago.
+    bool waitConnected(const QDeadlineTimer &deadline, int patienceMs);
+    bool isConnected() const;
+    /// Null if there was none yet.
+    std::shared_ptr<Link> link() const;
+    /// The number of the link by which is sent now.
+    int number() const;
+
+    /// Listens to nothing else than `exceptSubject` any more, once what is on its way has arrived.
+    void drain(const QByteArray &exceptSubject, const QDeadlineTimer &deadline);
+    /// False if something of it may still run: then it must not be destroyed.
+    bool close(const QDeadlineTimer &deadline);
+
+    QJsonObject describe() const;
+
+private:
+    Q_DISABLE_COPY(Connection)
+    void keep();
+    std::shared_ptr<Link> make(int number);
+    void moveTo(const std::shared_ptr<Link> &link, int number);
+    bool letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline);
+    Link::Events eventsOf(int number);
+    void noteConnected(int number);
+    void noteLost(int number);
+    void noteFailed(int number, natsStatus status, const QString &text);
+    void wantAnother(int number);
+
+    const NatsSettings m_settings;
+    const Log m_log;
+    Watcher m_watcher;
+    std::unique_ptr<QThread> m_keeper;
+
+    mutable QMutex m_mutex; // guards all that follow; nobody is called under it
+    QWaitCondition m_changed;
+    std::shared_ptr<Link> m_link;
+    int m_number = 0; // of the link, counted from 1
+    QHash<QByteArray, Listening> m_listenings;
+    bool m_isEnding = false;
+    bool m_isAnotherWanted = true;
+    bool m_isConnected = false;
+    bool m_isAllLeft = true; // no link was left behind that may still call
+    QElapsedTimer m_lost;    // when the last connection was
+    int m_connections = 0;
+    QString m_error;
+    QDateTime m_since;
+};

@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "leases.h"
+
+#include <QJsonObject>
+#include <QMutexLocker>
+#include <QUuid>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int LeastMs = 100;
+constexpr int IdleMs = 60000; // until the keeper looks again, if there is nothing to keep
+
+} // namespace
+
+/// One of them. What asks the broker is done one after the other, under m_turn.
+class Leases::Lease
+{
+public:
+    Lease(const NatsSettings &settings, Connection &connection, const QString &name, int msecs, const QString &id)
+        : m_name(name), m_msecs(msecs), m_id(id), m_host(settings.name), m_book(settings, connection, name, msecs / 4)
+    {}
+
+    int wants = 0; // guarded by the mutex of all leases
+
+    int msecs() const { return m_msecs; }
+
+    /// Renews it, or looks whether it can be taken.
+    void step()
+    {
+        const QMutexLocker locker(&m_turn);
+        if (m_isForgotten)
+            return;
+        if (m_isHeld && write({m_id, m_host, m_msecs, m_record.slot}))
+            return;
+        LeaseRecord record;
+        quint64 revision = 0;
+        const natsStatus status = m_book.read(&record, &revision);
+        if (status != NATS_OK && status != NATS_NOT_FOUND)
+            return setHeld(false);
+        if (!m_seen.isValid() || revision != m_revision)
+            m_seen.start();
+        note(record, revision);
+        if (record.holder == m_id || revision == 0 || record.holder.isEmpty() ||
+            m_seen.elapsed() >= std::max(record.msecs, m_msecs))
+            write({m_id, m_host, m_msecs, record.slot});
+    }
+
+    bool begin(qint64 slot, QString *reason)
+    {
+        if (!m_turn.tryLock(m_msecs / 4)) {
+            *reason = QStringLiteral("the lease %1 is not known to be ours").arg(m_name);
+            return false;
+        }
+        const bool isBegun = beginLocked(slot, reason);
+        m_turn.unlock();
+        return isBegun;
+    }
+
+    void giveBack()
+    {
+        const QMutexLocker locker(&m_turn);
+        m_isForgotten = true;
+        if (m_isHeld)
+            write({{}, {}, m_msecs, m_record.slot});
+        setHeld(false);
+    }
+
+    QJsonObject describe(int count) const
+    {
+        const QMutexLocker locker(&m_state);
+        QJsonObject result{{QStringLiteral("name"), m_name},
+                           {QStringLiteral("ms"), m_msecs},
+                           {QStringLiteral("wants"), count},
+                           {QStringLiteral("state"), state()}};
+        if (!m_record.holder.isEmpty())
+            result.insert(QStringLiteral("holder"), m_record.host);
+        if (m_renewed.isValid() && m_isHeld)
+            result.insert(QStringLiteral("age ms"), double(m_renewed.elapsed()));
+        if (m_record.slot >= 0)
+            result.insert(QStringLiteral("slot"), QString::number(m_record.slot));
+        return result;
+    }
+
+private:
+    bool beginLocked(qint64 slot, QString *reason)
+    {
+        // Too old, and another one may have taken it: the next step finds out.
+        if (!m_isHeld || m_renewed.hasExpired(m_msecs)) {
+            *reason = m_record.holder.isEmpty() || m_record.holder == m_id
+                          ? QStringLiteral("nobody is known to have the lease %1").arg(m_name)
+                          : QStringLiteral("%1 has the lease %2").arg(m_record.host, m_name);
+            return false;
+        }
+        if (slot <= m_record.slot) {
+            *reason = QStringLiteral("it was done already under the lease %1").arg(m_name);
+            return false;
+        }
+        if (!write({m_id, m_host, m_msecs, slot}) || m_renewed.hasExpired(m_msecs)) {
+            *reason = QStringLiteral("the lease %1 is lost").arg(m_name);
+            return false;
+        }
+        return true;
+    }
+
+    /// False if it is not ours any more, or nobody knows.
+    bool write(const LeaseRecord &record)
+    {
+        QElapsedTimer begin;
+        begin.start();
+        quint64 revision = m_revision;
+        const bool isWritten = m_book.write(record, &revision) == NATS_OK;
+        if (isWritten) {
+            note(record, revision);
+            const QMutexLocker locker(&m_state);
+            m_renewed = begin;
+            m_isHeld = true;
+        } else {
+            setHeld(false);
+        }
+        return isWritten;
+    }
+
+    void note(const LeaseRecord &record, quint64 revision)
+    {
+        const QMutexLocker locker(&m_state);
+        m_record = record;
+        m_revision = revision;
+    }
+
+    void setHeld(bool isHeld)
+    {
+        const QMutexLocker locker(&m_state);
+        m_isHeld = isHeld;
+    }
+
+    QString state() const
+    {
+        if (m_isHeld)
+            return QStringLiteral("held");
+        return m_record.holder.isEmpty() || m_record.holder == m_id ? QStringLiteral("unknown")
+                                                                    : QStringLiteral("other");
+    }
+
+    const QString m_name;
+    const int m_msecs;
+    const QString m_id;
+    const QString m_host;
+    QMutex m_turn; // guards the following three, and is held while the broker is asked
+    bool m_isForgotten = false;
+    LeaseBook m_book;
+    QElapsedTimer m_seen;   // since the record was last seen to change
+    mutable QMutex m_state; // guards the following, which change under m_turn only
+    LeaseRecord m_record;
+    quint64 m_revision = 0;
+    QElapsedTimer m_renewed;
+    bool m_isHeld = false;
+};
+
+Leases::Leases(const NatsSettings &settings, const Log &log, Connection &connection)
+    : m_settings(settings), m_log(log), m_connection(connection),
+      m_id(QUuid::createUuid().toString(QUuid::WithoutBraces))
+{}
+
+Leases::~Leases() = default;
+
+bool Leases::want(const QString &name, int msecs)
+{
+    if (name.isEmpty() || msecs < LeastMs)
+        return false;
+    const QMutexLocker locker(&m_mutex);
+    if (m_isEnding)
+        return false;
+    std::shared_ptr<Lease> &lease = m_leases[name];
+    if (!lease)
+        lease = std::make_shared<Lease>(m_settings, m_connection, name, msecs, m_id);
+    ++lease->wants;
+    m_isNew = true;
+    if (!m_keeper) {
+        m_keeper.reset(QThread::create([this] { keep(); }));
+        m_keeper->setObjectName(QStringLiteral("nats leases"));
+        m_keeper->start();
+    }
+    m_changed.wakeAll();
+    return true;
+}
+
+void Leases::forget(const QString &name)
+{
+    std::shared_ptr<Lease> lease;
+    {
+        const QMutexLocker locker(&m_mutex);
+        const auto found = m_leases.find(name);
+        if (found == m_leases.end() || --(*found)->wants > 0)
+            return;
+        lease = *found;
+        m_leases.erase(found);
+    }
+    lease->giveBack();
+}
+
+bool Leases::begin(const QString &name, qint64 slot, QString *reason)
+{
+    std::shared_ptr<Lease> lease;
+    {
+        const QMutexLocker locker(&m_mutex);
+        lease = m_leases.value(name);
+    }
+    if (lease)
+        return lease->begin(slot, reason);
+    *reason = QStringLiteral("nobody wants the lease %1").arg(name);
+    return false;
+}
+
+void Leases::inherit(const QJsonArray &description)
+{
+    for (const auto &each : description) {
+        const QJsonObject lease = each.toObject();
+        for (int i = lease.value(QStringLiteral("wants")).toInt(); i > 0; --i)
+            want(lease.value(QStringLiteral("name")).toString(), lease.value(QStringLiteral("ms")).toInt());
+    }
+}
+
+QJsonArray Leases::describe() const
+{
+    const QMutexLocker locker(&m_mutex);
+    QJsonArray result;
+    for (const std::shared_ptr<Lease> &lease : m_leases)
+        result.append(lease->describe(lease->wants));
+    return result;
+}
+
+bool Leases::end(const QDeadlineTimer &deadline)
+{
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_isEnding = true;
+        m_changed.wakeAll();
+    }
+    const auto left = [&] { return static_cast<unsigned long>(std::max<qint64>(deadline.remainingTime(), 1)); };
+    if (m_keeper && !m_keeper->wait(left()))
+        return false;
+    if (m_connection.isConnected()) {
+        const QVector<std::shared_ptr<Lease>> leases = all();
+        for (const std::shared_ptr<Lease> &lease : leases) {
+            if (!deadline.hasExpired())
+                lease->giveBack();
+        }
+    }
+    return true;
+}
+
+void Leases::keep()
+{
+    QMutexLocker locker(&m_mutex);
+    while (!m_isEnding) {
+        m_isNew = false;
+        locker.unlock();
+        int waitMs = IdleMs;
+        const QVector<std::shared_ptr<Lease>> leases = all();
+        for (const std::shared_ptr<Lease> &lease : leases) {
+            lease->step();
+            waitMs = std::min(waitMs, lease->msecs() / 3);
+        }
+        locker.relock();
+        if (!m_isEnding && !m_isNew)
+            m_changed.wait(&m_mutex, static_cast<unsigned long>(waitMs));
+    }
+}
+
+QVector<std::shared_ptr<Leases::Lease>> Leases::all() const
+{
+    const QMutexLocker locker(&m_mutex);
+    QVector<std::shared_ptr<Lease>> leases;
+    for (const std::shared_ptr<Lease> &lease : m_leases)
+        leases.append(lease);
+    return leases;
+}

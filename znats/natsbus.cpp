@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "natsbus.h"
+
+#include "engine.h"
+#include "pin.h"
+
+#include <QCoreApplication>
+#include <QJsonObject>
+#include <QSet>
+
+#include <zdbuslayers.h>
+#include <zdefaultdbusoutcome.h>
+#include <zleasedelegate.h>
+
+namespace {
+
+constexpr int SweepMs = 5000; // for endpoints that do not tell when they die
+constexpr int BindMs = 200;   // for the broker to hear of an endpoint, until its binder goes on
+constexpr int MostLayers = 64;
+
+const QString layerName = QStringLiteral("nats");
+const QString section = QStringLiteral("nats");
+
+QUrl bareOf(const QUrl &url)
+{
+    QUrl bare;
+    bare.setHost(url.host(QUrl::FullyDecoded), QUrl::DecodedMode);
+    return bare;
+}
+
+/// Calls the component behind a reference.
+template <class Delegate>
+class Behind : public Delegate
+{
+public:
+    explicit Behind(const QSharedPointer<ZReference> &reference) : Delegate(QSharedPointer<QObject>())
+    {
+        this->replace(reference);
+    }
+};
+
+bool tell(QJsonObject *outcome, const Failure &failure, const QString &host = {})
+{
+    if (!outcome)
+        return !failure;
+    *outcome = {{QStringLiteral("code"), failure ? failure.code : 200}};
+    if (failure)
+        outcome->insert(QStringLiteral("reason"), failure.reason);
+    if (!failure || failure.called != Failure::Unknown)
+        outcome->insert(QStringLiteral("called"), !failure || failure.called == Failure::Yes);
+    if (!host.isEmpty())
+        outcome->insert(QStringLiteral("host"), host);
+    return !failure;
+}
+
+} // namespace
+
+/// Where this version belongs among the layers of the bus.
+struct NatsBus::Place
+{
+    QSharedPointer<ZReference> above; // that lies over us; null if none does
+    QSharedPointer<ZReference> below;
+
+    static Place in(ZDbus *bus)
+    {
+        auto *const delegate = dynamic_cast<ZDelegate *>(bus);
+        Place found;
+        found.below = delegate ? *delegate : QSharedPointer<ZReference>();
+        const QSharedPointer<ZReference> top = found.below;
+        QSharedPointer<ZReference> above;
+        QSharedPointer<ZReference> layer = top;
+        for (int i = 0; layer && i < MostLayers; ++i) {
+            Behind<ZDbusLayerDelegate> each(layer);
+            QSharedPointer<ZReference> next;
+            const bool isLayer = each.next0(next);
+            if (isLayer && each.layer0() == layerName) // the version before
+                return {above, next};
+            if (!isLayer)
+                break;
+            above = layer;
+            layer = next;
+        }
+        return found;
+    }
+};
+
+NatsBus::NatsBus() = default;
+
+NatsBus::~NatsBus() { end(); }
+
+ZEmitter *NatsBus::getSetZEmitter(ZEmitter *emitter)
+{
+    if (emitter && m_dbus && !m_engine)
+        start(*emitter);
+    return emitter;
+}
+
+bool NatsBus::start(ZEmitter &emitter)
+{
+    const Log log(m_logger);
+    const QJsonObject configuration = m_config ? m_config->toJson0() : QJsonObject();
+    if (!configuration.contains(section)) {
+        log.info(QStringLiteral("no section \"nats\": the bus stays within this process"));
+        return false;
+    }
+    QStringList problems;
+    const NatsSettings settings = NatsSettings::read(configuration.value(section).toObject(), &problems);
+    problems += settings.fileProblems();
+    for (const QString &problem : qAsConst(problems))
+        log.warnOf(problem);
+    if (!problems.isEmpty()) {
+        log.warn(QStringLiteral("the bus stays within this process"));
+        return false;
+    }
+    pinClientLibrary();
+    const Place place = Place::in(m_dbus);
+    m_engine = std::make_shared<Engine>(settings, log);
+    m_engine->below.replace(place.below);
+    QJsonObject before;
+    if (m_engine->below.invoke0(QUrl(QStringLiteral("//nats/printd#")), nullptr, &before))
+        m_engine->leases.inherit(before.value(QStringLiteral("leases")).toArray());
+    // Others reach us before we take the place of a version that they reach now.
+    m_engine->open();
+
+    const QSharedPointer<QObject> self = shared();
+    const auto bus = QSharedPointer<ZDbusDelegate>::create(self);
+    if (place.above)
+        Behind<ZDbusLayerDelegate>(place.above).setNext0(*bus);
+    else
+        emitter.bind0(bus);
+    emitter.bind0(QSharedPointer<ZDbusOutcomeDelegate>::create(self));
+    emitter.bind0(QSharedPointer<ZLeaseDelegate>::create(self));
+    m_engine->below.bind0(QUrl(QStringLiteral("//nats")), qSharedPointerDynamicCast<ZDbusSubscriber>(self));
+    m_engine->provider.sweep(); // what was bound meanwhile
+    m_engine->flush();
+    startTimer(SweepMs);
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &NatsBus::end);
+    return true;
+}
+
+bool NatsBus::bind0(const QUrl &url, QWeakPointer<ZDbusSubscriber> subscriber)
+{
+    if (!m_engine->below.bind0(url, subscriber))
+        return false;
+    if (!m_engine->settings.serves(url.host(QUrl::FullyDecoded)))
+        return true;
+    m_engine->provider.serve(url);
+    if (const QSharedPointer<ZDbusSubscriber> alive = subscriber.toStrongRef()) {
+        if (auto *const object = dynamic_cast<QObject *>(alive.data()))
+            connect(
+                object, &QObject::destroyed, this, [this] { m_engine->provider.sweep(); }, Qt::QueuedConnection);
+    }
+    m_engine->connection.flush(BindMs);
+    return true;
+}
+
+bool NatsBus::find0(const QUrl &url)
+{
+    if (!isElsewhere(url) && m_engine->below.find0(url))
+        return true;
+    return !url.host().isEmpty() && m_engine->remote.find(url);
+}
+
+QList<QUrl> NatsBus::findAll0(const QRegularExpression &re)
+{
+    QList<QUrl> urls = m_engine->below.findAll0(re);
+    if (!re.isValid())
+        return urls;
+    QSet<QString> known;
+    for (const QUrl &url : qAsConst(urls))
+        known.insert(url.toString());
+    const QList<QUrl> others = m_engine->remote.findAll(re);
+    for (const QUrl &url : others) {
+        if (known.contains(url.toString()))
+            continue;
+        known.insert(url.toString());
+        urls.append(url);
+    }
+    return urls;
+}
+
+bool NatsBus::invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) { return call0(url, in, out, nullptr); }
+
+bool NatsBus::call0(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome)
+{
+    ZDbus &below = m_engine->below;
+    if (!isElsewhere(url)) {
+        if (url.host().isEmpty())
+            return callAll(url, in, out, outcome);
+        if (below.invoke0(url, in, out))
+            return tell(outcome, {});
+        if (below.find0(url) || below.find0(bareOf(url)))
+            return tell(outcome, Failure::Refused); // it is ours, and has refused
+    }
+    QString host;
+    const Failure failure = m_engine->call(url, in, out, &host);
+    return tell(outcome, failure, host);
+}
+
+bool NatsBus::callAll(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome)
+{
+    const bool isAsked = m_engine->settings.broadcastAll;
+    std::optional<QJsonObject> before;
+    if (isAsked && in)
+        before = *in;
+    bool isHandled = m_engine->below.invoke0(url, in, out);
+    if (isAsked)
+        isHandled |= m_engine->remote.callAll(url, before ? &*before : nullptr, out);
+    if (isHandled)
+        return tell(outcome, {});
+    const bool isAnyBound = outcome && !m_engine->below.findAll0(QRegularExpression(QStringLiteral("."))).isEmpty();
+    tell(outcome, isAnyBound ? Failure::Refused : Failure::Nobody);
+    if (outcome)
+        outcome->remove(QStringLiteral("called"));
+    return false;
+}
+
+/// Whether `url` names another process.
+bool NatsBus::isElsewhere(const QUrl &url) const
+{
+    const QString name = url.userName(QUrl::FullyDecoded);
+    return !name.isEmpty() && name != m_engine->settings.name && !url.host().isEmpty();
+}
+
+QString NatsBus::layer0() { return layerName; }
+
+bool NatsBus::next0(QSharedPointer<ZReference> &next)
+{
+    next = m_engine->below;
+    return true;
+}
+
+bool NatsBus::setNext0(const QSharedPointer<ZReference> &next)
+{
+    m_engine->below.replace(next);
+    m_engine->provider.sweep();
+    return true;
+}
+
+bool NatsBus::want0(const QString &name, int msecs) { return m_engine->leases.want(name, msecs); }
+
+void NatsBus::forget0(const QString &name) { m_engine->leases.forget(name); }
+
+bool NatsBus::begin0(const QString &name, qint64 slot, QString &reason)
+{
+    return m_engine->leases.begin(name, slot, &reason);
+}
+
+bool NatsBus::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
+{
+    const QString path = url.path(QUrl::FullyDecoded);
+    if (!out || url.host().isEmpty())
+        return false;
+    if (path == QLatin1String("/printd"))
+        *out = m_engine->describe();
+    else if (path == QLatin1String("/hosts"))
+        out->insert(QStringLiteral("hosts"), m_engine->inventory.hosts());
+    else
+        return false;
+    return true;
+}
+
+void NatsBus::timerEvent(QTimerEvent *) { m_engine->provider.sweep(); }
+
+void NatsBus::end()
+{
+    if (!m_engine || m_engine->end())
+        return;
+    // Its threads may use it, and this code, for as long as the process lives.
+    pinThisPlugin();
+    new std::shared_ptr<Engine>(m_engine);
+    m_engine->log.warn(QStringLiteral("a call has not ended: this plugin stays in memory"));
+}

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QUrl>
+
+/**
+ * The subjects under which one domain's processes call each other. What a URL addresses, its host and path, is its
+ * place in a subject: "//clock/now" has the place "clock.now", and the bare "//clock" has "clock._".
+ *
+ * Thread:  any.
+ * Failure: an empty place for a URL without a host, or one that is too long for a broker.
+ */
+class Subjects
+{
+public:
+    explicit Subjects(const QString &domain);
+
+    static QByteArray placeOf(const QUrl &url);
+    static QByteArray barePlaceOf(const QUrl &url);
+    /// The URL that has this place; empty if none has.
+    static QUrl urlAt(const QByteArray &place);
+
+    /// Whoever serves the place.
+    QByteArray call(const QByteArray &place) const;
+    /// The process called `name`.
+    QByteArray at(const QString &name, const QByteArray &place) const;
+    /// All that the process called `name` is asked by its name.
+    QByteArray allAt(const QString &name) const;
+    QByteArray broadcast() const;
+    QByteArray list() const;
+
+    /// The place that a call or a question by name is for; empty if `subject` is for neither.
+    QByteArray placeIn(const QByteArray &subject) const;
+
+private:
+    const QByteArray m_prefix;
+};
