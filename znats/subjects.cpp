@@ -39,7 +39,8 @@ QByteArray escaped(const QString &piece)
 /// False if nothing is escaped to `token`.
 bool unescape(const QByteArray &token, QString *piece)
 {
-    *piece = QString::fromUtf8(token == Empty ? QByteArray() : QByteArray::fromPercentEncoding(token));
+    const QByteArray bytes = token == Empty ? QByteArray() : QByteArray::fromPercentEncoding(token);
+    *piece = QString::fromUtf8(bytes.constData(), bytes.size()); // with a size, it does not end at a NUL
     return escaped(*piece) == token;
 }
 
