@@ -6,6 +6,8 @@
 #include "ztypename.h"
 #include "zwiring.h"
 
+#include <QCoreApplication>
+
 #include <memory>
 #include <utility>
 
@@ -20,11 +22,10 @@ ZDefaultDbusAsync::~ZDefaultDbusAsync()
     m_calls->end();
     if (!m_calls->isOwnThread())
         return;
-    auto calls = std::make_unique<QSharedPointer<ZDbusCalls>>(std::move(m_calls)); // which would wait for this thread
-    if (zHasEventLoop(thread()))
-        zPost(thread(), [calls = std::shared_ptr<QSharedPointer<ZDbusCalls>>(std::move(calls))] {});
-    else
-        calls.release(); // kept for ever: there is nobody to wait
+    // They would wait for this thread.
+    const auto calls = std::make_shared<QSharedPointer<ZDbusCalls>>(std::move(m_calls));
+    QThread *const home = zHasEventLoop(thread()) ? thread() : QCoreApplication::instance()->thread();
+    zPost(home, [calls] {});
 }
 
 qint64 ZDefaultDbusAsync::begin0(const QUrl &url, const QJsonObject &request, QWeakPointer<ZDbusReceiver> receiver)
