@@ -768,6 +768,11 @@ void tst_Zctl::endsWithWhatBecameOfIt_data()
                                  << QByteArray(R"({"index": 3, "url": "//x", "lastFailure": "nobody is there"})") << 200
                                  << "zctl: schedule[3] //x was run, and has failed: nobody is there\n"
                                  << 1;
+    QTest::newRow("another host's turn")
+        << QStringList{"run", "3"} << "POST /v1/schedule/3/run"
+        << QByteArray(R"({"index": 3, "url": "//x", "once": "x", "skipped": 1, "lastSkip": "node7 has the lease"})")
+        << 200 << "zctl: schedule[3] //x was not run: node7 has the lease\n"
+        << 1;
     QTest::newRow("still running")
         << QStringList{"run", "3"} << "POST /v1/schedule/3/run"
         << QByteArray(R"({"index": 3, "url": "//x", "state": "running", "lastFailure": "before that"})") << 200 << ""

@@ -125,6 +125,19 @@ void tst_ZHostCheck::checkNamesWhatIsWrong_data()
         "\"schedule[0]\": \"repeat\" must be true or false; it does not run");
     row("keep of a wrong type", R"({"schedule": [{"url": "//a", "every": 1, "keep": "yes"}]})",
         "\"schedule[0]\": \"keep\" must be true or false; it does not run");
+    row("lease without a name", R"({"schedule": [{"url": "//a", "every": 5, "once": ""}]})",
+        "\"schedule[0]\": \"once\" must be the name of a lease: at most 64 characters of A-Z, a-z, 0-9, _, . and -; "
+        "it does not run");
+    row("lease of a wrong name", R"({"schedule": [{"url": "//a", "every": 5, "once": "a b"}]})",
+        "\"schedule[0]\": \"once\" must be the name of a lease: at most 64 characters of A-Z, a-z, 0-9, _, . and -; "
+        "it does not run");
+    row("lease that is too short", R"({"schedule": [{"url": "//a", "every": 5, "once": "a", "lease": 499}]})",
+        "\"schedule[0]\": \"lease\" must be a whole number of milliseconds from 500 to 3600000; it does not run");
+    row("time of no lease", R"({"schedule": [{"url": "//a", "every": 5, "lease": 5000}]})",
+        "\"schedule[0]\": \"lease\" is for an entry with \"once\"; it does not run");
+    row("lease of two entries",
+        R"({"schedule": [{"url": "//a", "every": 5, "once": "x"}, {"url": "//b", "every": 5, "once": "x"}]})",
+        "\"schedule[1]\": \"once\" names the lease of schedule[0], too: they take each other's turns");
     row("a broadcast", R"({"schedule": [{"url": "/shutdown", "every": 1}]})",
         "\"schedule[0]\": \"url\" has no host: it calls every endpoint that there is");
     row("the same folder twice", R"({"loader": {"deployed": "DEPLOYED", "hot-deploy": "DEPLOYED/."}})",

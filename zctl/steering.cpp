@@ -86,6 +86,10 @@ ExitCode runEntry(const Request &request)
         answer.end = Answer::End::No;
         answer.error = QStringLiteral("%1 was run, and has failed: %2").arg(entryText(entry), failure);
     }
+    if (const QString skip = textOf(entry, "lastSkip"); answer.end == Answer::End::Done && !skip.isEmpty()) {
+        answer.end = Answer::End::No;
+        answer.error = QStringLiteral("%1 was not run: %2").arg(entryText(entry), skip);
+    }
     return tell(request, answer, [](const QJsonDocument &json) {
         say(QStringLiteral("%1 was run: %2").arg(entryText(json.object()), describeState(json.object())));
     });

@@ -45,6 +45,7 @@ Host::Host(const Configuration &configuration, Known *known)
     const auto emitter = QSharedPointer<RecordingEmitter>::create(&known->wiring);
     m_host.emplace(emitter, m_drops->withRemembered(configuration.object), own);
     emitter->tellTo(services().logger);
+    m_host->inject(&m_further);
     m_config = behind(services().config);
     m_loggerReference = behind(services().logger);
     // Connected before any plugin can be: else a plugin would let go of an endpoint that is still called.
@@ -66,7 +67,7 @@ Host::~Host()
 
 QString Host::call(const QUrl &url, QJsonObject *in, QJsonObject *out)
 {
-    return callBus(*services().dbus, url, in, out);
+    return callBus(*services().dbus, m_further.dbusOutcome, url, in, out);
 }
 
 QJsonObject Host::logMasks() const
@@ -116,7 +117,8 @@ QStringList Host::follow(const QJsonObject &configuration)
 
 void Host::followTimetable(const QJsonObject &configuration)
 {
-    const QStringList refused = m_timetable.follow(configuration.value(QStringLiteral("schedule")), services());
+    const QStringList refused =
+        m_timetable.follow(configuration.value(QStringLiteral("schedule")), services(), m_further);
     const QString reason = canSchedule(services())
                                ? QStringLiteral("no room for one more thread")
                                : QStringLiteral("nobody serves ZScheduler, or ZThreadPoolSet, which it needs");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "drops.h"
+#include "furtherservices.h"
 #include "timetable.h"
 
 #include <QJsonObject>
@@ -44,12 +45,13 @@ public:
     /// Calls the bus. Returns in words why the call was not handled; null if it was.
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
     ZDbus *bus() const { return services().dbus; }
+    const FurtherServices &further() const { return m_further; }
     /// Any thread may ask it.
     Timetable &timetable() { return m_timetable; }
     /// Begins an entry that has ended once more; null if that is not possible. On any thread.
     QSharedPointer<TimetableActivity> restart(const QSharedPointer<TimetableActivity> &ended)
     {
-        return m_timetable.restart(ended, services());
+        return m_timetable.restart(ended, services(), m_further);
     }
 
     /// The kinds of tagged lines that are written, by category; empty if a plugin's logger writes. On any thread.
@@ -77,6 +79,7 @@ private:
     const QString m_deployed; // empty if there is no such folder
     Known *const m_known;
     std::optional<ZHost> m_host;
+    FurtherServices m_further;
     QWeakPointer<ZReference> m_config; // the host's own, as the logger is
     QWeakPointer<ZReference> m_loggerReference;
     ZDefaultLogger *m_logger = nullptr; // there as long as somebody has its reference

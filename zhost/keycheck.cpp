@@ -4,6 +4,7 @@
 #include "timetableentry.h"
 
 #include <QDir>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -73,7 +74,9 @@ const std::vector<Key> &knownKeys()
           {"from", Any, {}},
           {"to", Any, {}},
           {"repeat", Any, {}},
-          {"keep", Any, {}}}},
+          {"keep", Any, {}},
+          {"once", Any, {}},
+          {"lease", Any, {}}}},
     };
     return keys;
 }
@@ -239,6 +242,11 @@ private:
     /// Reports what is valid in an entry, but may not be what is meant.
     void doubts(const TimetableEntry &entry, const QString &path)
     {
+        if (const QString other = m_leases.value(entry.once); !other.isEmpty())
+            problem(path,
+                    QStringLiteral("\"once\" names the lease of %1, too: they take each other's turns").arg(other));
+        if (!entry.once.isEmpty())
+            m_leases.insert(entry.once, path);
         if (entry.url.host().isEmpty())
             problem(path, QStringLiteral("\"url\" has no host: it calls every endpoint that there is"));
         if (entry.isDaily() && entry.from > entry.to)
@@ -256,6 +264,8 @@ private:
         if (!folder.isEmpty() && !ZDefaultLoader::resolve(folder, dir))
             problem(path, QStringLiteral("there is no folder %1").arg(folder));
     }
+
+    QHash<QString, QString> m_leases; // entries of the timetable by their leases
 };
 
 void appendPaths(const std::vector<Key> &keys, const QString &path, QStringList *paths)

@@ -21,7 +21,7 @@ bool schedule(const QSharedPointer<TimetableActivity> &activity, const ZServices
 
 } // namespace
 
-QStringList Timetable::follow(const QJsonValue &section, const ZServices &services)
+QStringList Timetable::follow(const QJsonValue &section, const ZServices &services, const FurtherServices &further)
 {
     QVector<QSharedPointer<TimetableActivity>> before = activities();
     QVector<QSharedPointer<TimetableActivity>> all;
@@ -39,7 +39,7 @@ QStringList Timetable::follow(const QJsonValue &section, const ZServices &servic
             all.append(*same);
             before.erase(same);
         } else {
-            added.append(QSharedPointer<TimetableActivity>::create(entry, i, services.dbus, services.logger));
+            added.append(QSharedPointer<TimetableActivity>::create(entry, i, services, further));
             all.append(added.last());
         }
     }
@@ -87,10 +87,9 @@ QSharedPointer<TimetableActivity> Timetable::activity(int index) const
 }
 
 QSharedPointer<TimetableActivity> Timetable::restart(const QSharedPointer<TimetableActivity> &ended,
-                                                     const ZServices &services)
+                                                     const ZServices &services, const FurtherServices &further)
 {
-    const auto again =
-        QSharedPointer<TimetableActivity>::create(ended->entry(), ended->index(), services.dbus, services.logger);
+    const auto again = QSharedPointer<TimetableActivity>::create(ended->entry(), ended->index(), services, further);
     again->inherit(*ended);
     {
         const QMutexLocker locker(&m_mutex);

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QVector>
 
+class FurtherServices;
 class ZServices;
 
 /// Runs the calls of the section "schedule".
@@ -18,7 +19,7 @@ public:
     /// Schedules all valid entries; `Configuration` reports the others. Of the entries that are scheduled already,
     /// those that the section still has go on, and the rest is cancelled. Returns the names of the entries for which
     /// there was no room.
-    QStringList follow(const QJsonValue &section, const ZServices &services);
+    QStringList follow(const QJsonValue &section, const ZServices &services, const FurtherServices &further);
     void cancel();
     QJsonArray describe() const;
 
@@ -27,8 +28,8 @@ public:
     /// The activity with the index `index`; null if there is none.
     QSharedPointer<TimetableActivity> activity(int index) const;
     /// Schedules `ended` again. Null if there is no room for it, or the section does not have the entry any more.
-    QSharedPointer<TimetableActivity> restart(const QSharedPointer<TimetableActivity> &ended,
-                                              const ZServices &services);
+    QSharedPointer<TimetableActivity> restart(const QSharedPointer<TimetableActivity> &ended, const ZServices &services,
+                                              const FurtherServices &further);
 
 private:
     mutable QMutex m_mutex; // guards m_activities: the first to run may ask for a description while others are added

@@ -2,6 +2,7 @@
 #include "timetableactivity.h"
 
 #include "buscall.h"
+#include "furtherservices.h"
 #include "warn.h"
 
 #include <QElapsedTimer>
@@ -9,6 +10,7 @@
 #include <QMutexLocker>
 
 #include <zdailywindow.h>
+#include <zservices.h>
 
 namespace {
 
@@ -32,9 +34,10 @@ QDateTime nextRun(const TimetableEntry &entry)
 
 } // namespace
 
-TimetableActivity::TimetableActivity(const TimetableEntry &entry, int index, ZDbus *dbus, ZLogger *logger)
-    : ZDbusActivity(scheduleOf(entry), dbus, entry.url, entry.repeat), m_entry(entry), m_dbus(dbus), m_logger(logger),
-      m_index(index)
+TimetableActivity::TimetableActivity(const TimetableEntry &entry, int index, const ZServices &services,
+                                     const FurtherServices &further)
+    : ZDbusActivity(scheduleOf(entry), services.dbus, entry.url, entry.repeat), m_entry(entry), m_services(services),
+      m_further(further), m_turn(entry, further.lease), m_index(index)
 {}
 
 TimetableActivity::~TimetableActivity() = default;
@@ -42,8 +45,11 @@ TimetableActivity::~TimetableActivity() = default;
 bool TimetableActivity::wait()
 {
     enter(Waiting, nextRun(m_entry));
+    if (!m_entry.once.isEmpty())
+        m_turn.want();
     if (ZDbusActivity::wait())
         return true;
+    m_turn.forget();
     end(QStringLiteral("cancelled"));
     return false;
 }
@@ -51,19 +57,18 @@ bool TimetableActivity::wait()
 bool TimetableActivity::run()
 {
     enter(Running, QDateTime::currentDateTime());
-    const QString failure = call();
+    const auto [failure, skip] = call(&m_turn);
     const bool goesOn = m_entry.repeat && (failure.isNull() || m_entry.keep);
-    bool isCancelled = false;
-    {
-        const QMutexLocker locker(&m_mutex);
-        isCancelled = m_isCancelled;
+    if (!goesOn) {
+        m_turn.forget();
+        end(!failure.isNull() ? failure
+            : skip.isNull()   ? QStringLiteral("it was to run once")
+                              : QStringLiteral("it was to run once, and was skipped: %1").arg(skip));
     }
-    if (!goesOn)
-        end(failure.isNull() ? QStringLiteral("it was to run once") : failure);
-    if (!failure.isNull() && failure != m_told && !isCancelled) // the same warning comes only once in a row
-        warn(*m_logger, QStringLiteral("schedule[%1] %2: %3")
-                            .arg(QString::number(index()),
-                                 goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
+    if (!failure.isNull() && failure != m_told && !isCancelled()) // the same warning comes only once in a row
+        warn(*m_services.logger, QStringLiteral("schedule[%1] %2: %3")
+                                     .arg(QString::number(index()),
+                                          goesOn ? QStringLiteral("is kept") : QStringLiteral("has ended"), failure));
     m_told = failure;
     return goesOn;
 }
@@ -128,7 +133,9 @@ bool TimetableActivity::beginNow()
 
 QString TimetableActivity::callNow()
 {
-    const QString failure = call();
+    Turn turn(m_entry, m_further.lease); // an entry that has ended does not want the lease any more
+    const QString failure = call(&turn).failure;
+    turn.forget();
     endNow();
     return failure;
 }
@@ -139,12 +146,19 @@ void TimetableActivity::endNow()
     m_isCalledNow = false;
 }
 
-QString TimetableActivity::call()
+TimetableActivity::Made TimetableActivity::call(Turn *turn)
 {
     const QDateTime begin = QDateTime::currentDateTime();
     QElapsedTimer timer;
     timer.start();
-    const QString failure = callBus(*m_dbus, m_entry.url, nullptr, nullptr);
+    QString failure;
+    if (!m_entry.once.isEmpty()) {
+        const Turn::Whose whose = turn->begin(&failure, [this] { return isCancelled(); });
+        if (whose == Turn::Theirs)
+            return skip(failure);
+    }
+    if (failure.isNull())
+        failure = callBus(*m_services.dbus, m_further.dbusOutcome, m_entry.url, nullptr, nullptr);
     const double duration = double(timer.nsecsElapsed()) / 1e6;
     const QMutexLocker locker(&m_mutex);
     ++m_status.runs;
@@ -153,7 +167,22 @@ QString TimetableActivity::call()
     m_status.last = begin;
     m_status.lastMs = duration;
     m_status.lastReason = failure;
-    return failure;
+    m_status.lastSkip.clear();
+    return {failure, {}};
+}
+
+TimetableActivity::Made TimetableActivity::skip(const QString &reason)
+{
+    const QMutexLocker locker(&m_mutex);
+    ++m_status.skipped;
+    m_status.lastSkip = reason;
+    return {{}, reason};
+}
+
+bool TimetableActivity::isCancelled() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_isCancelled;
 }
 
 QJsonObject TimetableActivity::describe() const

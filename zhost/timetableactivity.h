@@ -2,14 +2,15 @@
 #pragma once
 
 #include "timetableentry.h"
+#include "turn.h"
 
 #include <QDateTime>
 #include <QMutex>
 
 #include <zscheduledactivity.h>
 
-class ZDbus;
-class ZLogger;
+class FurtherServices;
+class ZServices;
 
 /**
  * A call of the bus on a timetable. When it ends, it logs a warning, unless the end was wanted.
@@ -20,7 +21,8 @@ class TimetableActivity : public ZDbusActivity
 {
 public:
     /// `index` names it in warnings.
-    TimetableActivity(const TimetableEntry &entry, int index, ZDbus *dbus, ZLogger *logger);
+    TimetableActivity(const TimetableEntry &entry, int index, const ZServices &services,
+                      const FurtherServices &further);
     ~TimetableActivity() override;
 
     bool wait() override;
@@ -46,6 +48,8 @@ public:
         QDateTime last;     ///< when the last run began
         double lastMs = 0;  ///< how long it took
         QString lastReason; ///< why it failed; null if it did not
+        int skipped = 0;    ///< how often it was due, and was not this host's turn
+        QString lastSkip;   ///< why it was not this host's turn the last time; null if it was
     };
     Status status() const;
     /// Takes over the counts of another one, which has ended.
@@ -61,8 +65,8 @@ public:
 
     /// Marks it as running; false if it is so already. Call `callNow` afterwards.
     bool beginNow();
-    /// Makes the call on the calling thread, even if it is not due; counts it as a run. Returns why it was not handled;
-    /// null if it was.
+    /// Makes the call on the calling thread, even if it is not due, if it is this host's turn; counts it as a run.
+    /// Returns why it was not handled; null if it was.
     QString callNow();
     /// Call it instead of `callNow`, if the call is not to be made.
     void endNow();
@@ -71,14 +75,22 @@ public:
     QJsonObject describe() const;
 
 private:
-    QString call();
+    struct Made
+    {
+        QString failure; // null if it was handled, or skipped
+        QString skip;    // null if it was made
+    };
+    Made call(Turn *turn);
+    Made skip(const QString &reason);
+    bool isCancelled() const;
     void enter(State state, const QDateTime &time);
     void end(const QString &reason);
 
     const TimetableEntry m_entry;
-    ZDbus *const m_dbus;
-    ZLogger *const m_logger;
-    QString m_told;         // the text of the last warning; for its own thread only
+    const ZServices &m_services;
+    const FurtherServices &m_further;
+    Turn m_turn;            // for its own thread only, as the next
+    QString m_told;         // the text of the last warning
     mutable QMutex m_mutex; // guards all that follow
     int m_index;
     bool m_isCancelled = false;

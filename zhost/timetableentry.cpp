@@ -2,6 +2,7 @@
 #include "timetableentry.h"
 
 #include <QJsonObject>
+#include <QRegularExpression>
 
 #include <limits>
 #include <tuple>
@@ -9,6 +10,30 @@
 namespace {
 
 const QString timeFormat = QStringLiteral("hh:mm:ss");
+constexpr int DefaultLeaseMs = 10000;
+constexpr int MinLeaseMs = 500;
+constexpr int MaxLeaseMs = 3600000;
+
+/// Reads "once" and "lease".
+void readLease(const QJsonObject &object, TimetableEntry *entry, QStringList *problems)
+{
+    static const QRegularExpression name(QStringLiteral(R"(\A[A-Za-z0-9_.-]{1,64}\z)"));
+    const QJsonValue once = object.value(QStringLiteral("once"));
+    const QJsonValue lease = object.value(QStringLiteral("lease"));
+    entry->once = once.toString();
+    if (!once.isUndefined() && !name.match(entry->once).hasMatch())
+        problems->append(
+            QStringLiteral("\"once\" must be the name of a lease: at most 64 characters of A-Z, a-z, 0-9, _, . and -"));
+    const double ms = lease.isUndefined() ? DefaultLeaseMs : lease.toDouble();
+    if (ms >= MinLeaseMs && ms <= MaxLeaseMs && ms == static_cast<int>(ms))
+        entry->leaseMs = static_cast<int>(ms);
+    else
+        problems->append(QStringLiteral("\"lease\" must be a whole number of milliseconds from %1 to %2")
+                             .arg(MinLeaseMs)
+                             .arg(MaxLeaseMs));
+    if (once.isUndefined() && !lease.isUndefined())
+        problems->append(QStringLiteral("\"lease\" is for an entry with \"once\""));
+}
 
 } // namespace
 
@@ -52,13 +77,15 @@ TimetableEntry TimetableEntry::read(const QJsonValue &value, QStringList *proble
     };
     entry.repeat = flag("repeat", true);
     entry.keep = flag("keep", false);
+    readLease(object, &entry, problems);
     return entry;
 }
 
 bool TimetableEntry::operator==(const TimetableEntry &other) const
 {
     const auto all = [](const TimetableEntry &entry) {
-        return std::tie(entry.url, entry.every, entry.from, entry.to, entry.repeat, entry.keep);
+        return std::tie(entry.url, entry.every, entry.from, entry.to, entry.repeat, entry.keep, entry.once,
+                        entry.leaseMs);
     };
     return all(*this) == all(other);
 }

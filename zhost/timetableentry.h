@@ -15,6 +15,8 @@ struct TimetableEntry
     QTime to;
     bool repeat = true;
     bool keep = false; // calls on after a call that nobody handled
+    QString once;      // the lease without which no call is made; empty if it takes none
+    int leaseMs = 0;
 
     bool isDaily() const { return from.isValid(); }
     bool operator==(const TimetableEntry &other) const;

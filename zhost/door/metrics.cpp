@@ -98,6 +98,8 @@ void addSchedule(Families *families, const QJsonArray &schedule)
     addAll("zhost_schedule_runs_total", "Calls of the timetable.", MetricType::Counter, "runs", 1);
     addAll("zhost_schedule_failures_total", "Calls of the timetable that nobody handled.", MetricType::Counter,
            "failures", 1);
+    addAll("zhost_schedule_skipped_total", "Calls of the timetable that were left to another host.",
+           MetricType::Counter, "skipped", 1);
     addAll("zhost_schedule_last_seconds", "How long the last call took.", MetricType::Gauge, "lastMs", 0.001);
 }
 

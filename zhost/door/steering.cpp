@@ -72,10 +72,11 @@ Reply Routes::call(const Question &question) const
 
     std::shared_ptr<BusCalls::Call> call;
     const Reply reply = withHost([&](Host &host) {
-        call = m_calls.begin(url.toString(), [bus = host.bus(), url, request](QJsonObject *out) {
-            QJsonObject in = request.object();
-            return callBus(*bus, url, &in, out);
-        });
+        call = m_calls.begin(url.toString(),
+                             [bus = host.bus(), outcome = host.further().dbusOutcome, url, request](QJsonObject *out) {
+                                 QJsonObject in = request.object();
+                                 return callBus(*bus, outcome, url, &in, out);
+                             });
         return call ? Reply() : tooMany();
     });
     if (!call)

@@ -150,6 +150,9 @@ QJsonObject Reports::describe(const TimetableActivity &entry)
             {QStringLiteral("last"), text(status.last)},
             {QStringLiteral("lastMs"), status.lastMs},
             {QStringLiteral("lastFailure"), status.lastReason},
+            {QStringLiteral("once"), entry.entry().once},
+            {QStringLiteral("skipped"), status.skipped},
+            {QStringLiteral("lastSkip"), status.lastSkip},
             {QStringLiteral("next"), status.state == TimetableActivity::Waiting ? text(status.time) : QString()},
             {QStringLiteral("ended"), status.end},
             {QStringLiteral("cancelled"), status.isCancelled}};

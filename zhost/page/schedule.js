@@ -40,7 +40,7 @@ const Questions = {
 export function makeSchedule(refresh) {
     const update = keyedTable(byId('schedule-table'), [
         {title: 'Call', kind: 'file', make: twoLines(({url}) => url, ({index}) => `entry ${index}`)},
-        {title: 'State', kind: 'state', make: badgeCell(({state}) => state, kindOf, ({ended}) => ended)},
+        {title: 'State', kind: 'state', make: badgeCell(({state}) => state, kindOf, ({ended, lastSkip}) => ended || lastSkip)},
         {title: 'Next', make: twoLines(({next}) => until(next) || 'not due', ({next}) => clock(next))},
         {title: 'Last', make: twoLines(({last}) => ago(last) || 'never yet',
                                        ({last, lastMs}) => (last ? `took ${span(lastMs)}` : ''))},
@@ -49,9 +49,11 @@ export function makeSchedule(refresh) {
     ], {keyOf: ({index}) => index, more: byId('schedule-more'), rowClass: (entry) => isFailing(entry) && 'failing'});
 
     function failuresOf(entry) {
+        const skipped = entry.once ? `${entry.skipped} left to other hosts` : '';
         if (entry.failures === 0)
-            return '';
-        return isFailing(entry) ? `${failureWords(entry)}, ${entry.failures} in all` : `${entry.failures} failed`;
+            return skipped;
+        const failed = isFailing(entry) ? `${failureWords(entry)}, ${entry.failures} in all` : `${entry.failures} failed`;
+        return skipped ? `${failed}; ${skipped}` : failed;
     }
 
     function actionsCell() {
@@ -80,6 +82,8 @@ export function makeSchedule(refresh) {
                 refresh();
                 if (verb === 'run' && entry.state !== 'running' && entry.lastFailure)
                     throw new Refused(`it was run, and has failed: ${entry.lastFailure}`);
+                if (verb === 'run' && entry.lastSkip)
+                    throw new Refused(`it was not run: ${entry.lastSkip}`);
                 return `Entry ${index}, ${url}, ${done}.`;
             },
         });
