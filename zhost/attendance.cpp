@@ -48,7 +48,7 @@ void Attendance::attend(Host *host)
     m_known->state = Known::Running;
     if (m_door)
         m_door->enter(host);
-    m_probation.watch(host->bus());
+    m_probation.watch(host->localBus());
     const InboxFolders folders{m_configuration.inbox(), m_configuration.folder(QStringLiteral("hot-deploy")),
                                m_configuration.folder(QStringLiteral("deployed"))};
     // Without all three folders nothing that is dropped would be taken.

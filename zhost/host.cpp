@@ -46,6 +46,7 @@ Host::Host(const Configuration &configuration, Known *known)
     m_host.emplace(emitter, m_drops->withRemembered(configuration.object), own);
     emitter->tellTo(services().logger);
     m_host->inject(&m_further);
+    m_localBus.emplace(services().dbus);
     m_config = behind(services().config);
     m_loggerReference = behind(services().logger);
     // Connected before any plugin can be: else a plugin would let go of an endpoint that is still called.

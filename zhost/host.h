@@ -3,6 +3,7 @@
 
 #include "drops.h"
 #include "furtherservices.h"
+#include "localbus.h"
 #include "timetable.h"
 
 #include <QJsonObject>
@@ -44,7 +45,10 @@ public:
 
     /// Calls the bus. Returns in words why the call was not handled; null if it was.
     QString call(const QUrl &url, QJsonObject *in, QJsonObject *out);
+    /// What users call: it may reach other processes.
     ZDbus *bus() const { return services().dbus; }
+    /// For calls that are to stay in this process. Any thread may use it.
+    ZDbus *localBus() { return &*m_localBus; }
     const FurtherServices &further() const { return m_further; }
     /// Any thread may ask it.
     Timetable &timetable() { return m_timetable; }
@@ -80,6 +84,7 @@ private:
     Known *const m_known;
     std::optional<ZHost> m_host;
     FurtherServices m_further;
+    std::optional<LocalBus> m_localBus;
     QWeakPointer<ZReference> m_config; // the host's own, as the logger is
     QWeakPointer<ZReference> m_loggerReference;
     ZDefaultLogger *m_logger = nullptr; // there as long as somebody has its reference

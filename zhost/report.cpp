@@ -3,6 +3,7 @@
 
 #include "known/processfigures.h"
 #include "letgolater.h"
+#include "localbus.h"
 #include "mappedfiles.h"
 #include "services.h"
 #include "timetable.h"
@@ -53,7 +54,7 @@ QJsonObject servicesNow(const ZServices &services, Held *held)
 QJsonArray endpoints(ZDbus *dbus)
 {
     QStringList urls;
-    const QList<QUrl> bound = dbus->findAll0(QRegularExpression(QStringLiteral(".*")));
+    const QList<QUrl> bound = LocalBus(dbus).findAll0(QRegularExpression(QStringLiteral(".*")));
     for (const QUrl &url : bound)
         urls.append(url.toString());
     urls.sort();
