@@ -138,6 +138,16 @@ void tst_ZHostCheck::checkNamesWhatIsWrong_data()
     row("lease of two entries",
         R"({"schedule": [{"url": "//a", "every": 5, "once": "x"}, {"url": "//b", "every": 5, "once": "x"}]})",
         "\"schedule[1]\": \"once\" names the lease of schedule[0], too: they take each other's turns");
+    row("bus past one process of a wrong type", R"({"nats": true})", "\"nats\": must be an object; it is ignored");
+    row("its key misspelt", R"({"nats": {"server": []}})", "\"nats.server\": nobody knows this key");
+    row("its key in a part misspelt", R"({"nats": {"leases": {"copies": 3}}})",
+        "\"nats.leases.copies\": nobody knows this key");
+    row("its number out of range", R"({"nats": {"timeout": 0}})",
+        "\"nats.timeout\": must be a whole number from 1 to 3600000");
+    row("its traffic open to all", R"({"nats": {"servers": ["nats://broker.example:4222"]}})",
+        "\"nats.tls\": must be given: nats://broker.example:4222 is not on this machine's loopback interface");
+    row("its password open to all", R"({"nats": {"user": "a", "password-file": "/etc/passwd"}})",
+        "\"nats.password-file\": must have the mode 0600 or 0400, not 0644");
     row("a broadcast", R"({"schedule": [{"url": "/shutdown", "every": 1}]})",
         "\"schedule[0]\": \"url\" has no host: it calls every endpoint that there is");
     row("the same folder twice", R"({"loader": {"deployed": "DEPLOYED", "hot-deploy": "DEPLOYED/."}})",

@@ -5,6 +5,7 @@
 #include "doubledkeys.h"
 #include "foldercheck.h"
 #include "keycheck.h"
+#include "natscheck.h"
 #include "settingscheck.h"
 
 #include <QCoreApplication>
@@ -77,5 +78,5 @@ QVector<Finding> Configuration::findings() const
     for (const QString &path : doubled)
         result.append({path, QStringLiteral("is given twice; only the last counts"), Finding::Wrong});
     DoorSettings::read(object, &result);
-    return result + checkKeys(object) + checkFolders(*this) + checkSettings(*this);
+    return result + checkKeys(object) + checkNats(object) + checkFolders(*this) + checkSettings(*this);
 }

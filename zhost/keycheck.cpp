@@ -28,6 +28,7 @@ enum Type
     Folders,
     Numbers,
     Section,
+    AnySection,
     Sections,
     SectionOrFalse,
     Timetable
@@ -66,6 +67,7 @@ const std::vector<Key> &knownKeys()
         {"door",
          SectionOrFalse,
          {{"socket", Text, {}}, {"listen", Text, {}}, {"anywhere", Flag, {}}, {"token-file", Text, {}}}},
+        {"nats", AnySection, {}}, // see checkNats
         {"plugins", Sections, {}},
         {"schedule",
          Timetable,
@@ -159,6 +161,8 @@ private:
             return expect(value.isBool(), path, "true or false");
         case Numbers:
             return entries(value, path, &QJsonValue::isDouble, "a number");
+        case AnySection:
+            return expect(value.isObject(), path, "an object");
         case Sections:
             return entries(value, path, &QJsonValue::isObject, "an object");
         case Text:

@@ -54,12 +54,16 @@ QString ownName()
     return host.left(MaxName - end.size()) + end;
 }
 
-/// `user` as a part of a subject: what has a meaning there is written as %xx.
 QString inboxOf(const QString &user)
 {
-    return user.isEmpty()
-               ? QStringLiteral("_INBOX")
-               : QStringLiteral("_INBOX_") + QString::fromLatin1(user.toUtf8().toPercentEncoding({}, "._~").toLower());
+    if (user.isEmpty())
+        return QStringLiteral("_INBOX");
+    static const QByteArray plain("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-");
+    QByteArray escaped; // what has a meaning in a subject, too
+    const QByteArray bytes = user.toUtf8();
+    for (const char byte : bytes)
+        escaped += plain.contains(byte) ? QByteArray(1, byte) : '%' + QByteArray(1, byte).toHex();
+    return QStringLiteral("_INBOX_") + QString::fromLatin1(escaped);
 }
 
 bool isLoopback(const QString &host)
@@ -147,10 +151,12 @@ void readLeases(SectionReader &reader, NatsSettings::Leases *leases)
     section.finish();
 }
 
-NatsSettings readAll(const QJsonObject &object, QStringList *problems, QStringList *keys)
+} // namespace
+
+NatsSettings NatsSettings::read(const QJsonObject &section, QStringList *problems)
 {
     NatsSettings settings;
-    SectionReader reader(object, QStringLiteral("nats"), problems, keys);
+    SectionReader reader(section, QStringLiteral("nats"), problems);
     settings.name = reader.text("name", ownName());
     if (!matches(settings.name, "[A-Za-z0-9_.-]{1,64}")) {
         reader.problem("name", QStringLiteral("must have at most 64 characters of A-Z, a-z, 0-9, _, . and -"));
@@ -159,7 +165,7 @@ NatsSettings readAll(const QJsonObject &object, QStringList *problems, QStringLi
     settings.domain = reader.text("domain", settings.domain);
     settings.servers = reader.texts("servers", settings.servers, serverFault);
     if (settings.servers.isEmpty()) {
-        if (object.value(QStringLiteral("servers")).toArray().isEmpty())
+        if (section.value(QStringLiteral("servers")).toArray().isEmpty())
             reader.problem("servers", QStringLiteral("must name a server"));
         settings.servers = NatsSettings().servers;
     }
@@ -182,20 +188,6 @@ NatsSettings readAll(const QJsonObject &object, QStringList *problems, QStringLi
     readLeases(reader, &settings.leases);
     reader.finish();
     return settings;
-}
-
-} // namespace
-
-NatsSettings NatsSettings::read(const QJsonObject &section, QStringList *problems)
-{
-    return readAll(section, problems, nullptr);
-}
-
-QStringList NatsSettings::keyPaths()
-{
-    QStringList paths;
-    readAll({}, nullptr, &paths);
-    return paths;
 }
 
 QStringList NatsSettings::fileProblems() const

@@ -57,8 +57,6 @@ struct NatsSettings
     /// Reads the section. What is wrong is appended to `problems`, unless that is null: "nats.timeout: must be a whole
     /// number from 1 to 3600000". No file is touched.
     static NatsSettings read(const QJsonObject &section, QStringList *problems);
-    /// The known keys by their paths: "nats.name", "nats.tls.ca".
-    static QStringList keyPaths();
 
     /// What is wrong with the files: those that are secret must belong to this user or root, and be for nobody else.
     QStringList fileProblems() const;

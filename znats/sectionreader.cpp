@@ -6,8 +6,8 @@
 
 #include <cmath>
 
-SectionReader::SectionReader(const QJsonObject &section, const QString &path, QStringList *problems, QStringList *keys)
-    : m_section(section), m_path(path), m_problems(problems), m_paths(keys)
+SectionReader::SectionReader(const QJsonObject &section, const QString &path, QStringList *problems)
+    : m_section(section), m_path(path), m_problems(problems)
 {}
 
 bool SectionReader::has(const char *key) const { return m_section.contains(QLatin1String(key)); }
@@ -21,8 +21,6 @@ void SectionReader::problem(const char *key, const QString &what)
 QJsonValue SectionReader::take(const char *key)
 {
     m_known.append(QLatin1String(key));
-    if (m_paths)
-        m_paths->append(m_path + QLatin1Char('.') + QLatin1String(key));
     return m_section.value(QLatin1String(key));
 }
 
@@ -98,7 +96,7 @@ SectionReader SectionReader::section(const char *key)
     const QJsonValue value = take(key);
     if (!value.isUndefined() && !value.isObject())
         problem(key, QStringLiteral("must be an object"));
-    return {value.toObject(), m_path + QLatin1Char('.') + QLatin1String(key), m_problems, m_paths};
+    return {value.toObject(), m_path + QLatin1Char('.') + QLatin1String(key), m_problems};
 }
 
 void SectionReader::finish()

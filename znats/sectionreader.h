@@ -17,8 +17,8 @@
 class SectionReader
 {
 public:
-    /// `problems` and `keys` may be null; the paths of the keys that are asked for are appended to `keys`.
-    SectionReader(const QJsonObject &section, const QString &path, QStringList *problems, QStringList *keys);
+    /// `problems` may be null.
+    SectionReader(const QJsonObject &section, const QString &path, QStringList *problems);
 
     bool has(const char *key) const;
     void problem(const char *key, const QString &what);
@@ -44,6 +44,5 @@ private:
     QJsonObject m_section;
     QString m_path;
     QStringList *m_problems;
-    QStringList *m_paths;
     QStringList m_known;
 };
