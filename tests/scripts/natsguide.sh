@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# The page of the bus past one process, followed word for word: its shell blocks are run in one shell, its files written as
+# they stand, but for the folder and the ports.
+# natsguide.sh SOURCE BUILD
+set -euo pipefail
+guide=$1/docs/nats.md build=$2
+. "$(dirname "$0")/common.sh"
+
+install_build "$build"
+export PATH=$PATH:/usr/sbin # where Debian has the broker
+export RUNTIME_DIRECTORY=$folder/run
+mkdir "$folder"/{run,srv}
+
+# Two ports that nobody has: such as a broker is given that asks for any.
+free_port() {
+    local broker
+    nats-server --addr 127.0.0.1 --port -1 --ports_file_dir "$folder" >/dev/null 2>&1 &
+    broker=$!
+    await nats:// "$folder/nats-server_$broker.ports"
+    grep -oE '127.0.0.1:[0-9]+' "$folder/nats-server_$broker.ports" | cut -d: -f2
+    kill "$broker"
+    wait "$broker" || true
+}
+plain=$(free_port) guarded=$(free_port)
+
+typed "$guide" | sed "s|/srv/|$folder/srv/|g; s|/usr/lib/\*/|$(dirname "$(find "$folder/prefix" -name zdefault -path '*lib*' \
+    -type d | head -n 1)")/|; s|4222|$plain|g; s|4223|$guarded|g" >"$folder/script"
+
+# What the reader waits for: a second is enough for him, but not for a busy machine.
+patience() {
+    cat <<'SH'
+trap 'kill $(jobs -p) 2>/dev/null; wait' EXIT
+sleep() {
+    waits=$((${waits:-0} + 1))
+    case $waits in
+        1) pair='first second' ;;
+        *) pair='shop clock' ;;
+    esac
+    for _ in $(seq 300); do
+        found=yes
+        for name in $pair; do
+            zctl -c $srv/${pair% *}.json call //nats/hosts 2>/dev/null | grep -q "\"$name\"" || found=
+        done
+        [ -z "$found" ] || return 0
+        command sleep 0.1
+    done
+    tail -n 20 $srv/*.log $srv/broker/log >&2
+    echo "the hosts $pair do not find each other" >&2
+    return 1
+}
+SH
+}
+bash -e -c "srv=$folder/srv
+$(patience)
+$(cat "$folder/script")
+zctl -c \$srv/shop.json call //clock@zhost/printd
+! zctl -c \$srv/shop.json call //zhost@nobody/printd
+! zctl -c \$srv/clock.json call //shop@zhost/printd
+tail -n +1 \$srv/*.log \$srv/broker/log" 2>&1 | tee "$folder/said"
+
+[ "$(grep -c '"rtt ms"' "$folder/said")" -ge 1 ] || fail "no report of the connection"
+for name in first second shop clock; do
+    ! grep -E 'failed to|left running' "$folder/srv/$name.log" || fail "host $name has complained"
+done
+grep -q 'ermissions.*iolation.*z1.default.call.zhost' "$folder/srv/broker/log" || fail "the broker lets anybody answer"
+grep -Eq '^\(!\) //shop@zhost/printd denied$|\(!\) //shop@zhost/printd denied' "$folder/srv/clock.log" ||
+    fail "the clock's process may call others"
+echo ok
