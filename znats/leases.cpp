@@ -172,9 +172,10 @@ bool Leases::want(const QString &name, int msecs)
     const QMutexLocker locker(&m_mutex);
     if (m_isEnding)
         return false;
-    std::shared_ptr<Lease> &lease = m_leases[name];
+    const QString kept(name.constData(), name.size()); // the caller may be a plugin, which may be unloaded
+    std::shared_ptr<Lease> &lease = m_leases[kept];
     if (!lease)
-        lease = std::make_shared<Lease>(m_settings, m_connection, name, msecs, m_id);
+        lease = std::make_shared<Lease>(m_settings, m_connection, kept, msecs, m_id);
     ++lease->wants;
     m_isNew = true;
     if (!m_keeper) {

@@ -84,7 +84,7 @@ void Provider::serve(const QUrl &url)
     const QMutexLocker locker(&m_mutex); // held, or what is swept just now would stay unserved
     if (m_served.contains(subject))
         return;
-    m_served.insert(subject, url);
+    m_served.insert(subject, Subjects::urlAt(place)); // no part of it is shared with the caller, which may be unloaded
     m_connection.listen(subject, true, queueing(&Provider::answerCall));
 }
 
