@@ -220,10 +220,8 @@ void Connection::moveTo(const std::shared_ptr<Link> &link, int number)
 {
     QHash<QByteArray, Listening> listenings;
     std::shared_ptr<Link> before;
-    bool isEnding = false;
     {
         const QMutexLocker locker(&m_mutex);
-        isEnding = m_isEnding;
         listenings = m_listenings;
         before = m_link;
     }
@@ -231,8 +229,9 @@ void Connection::moveTo(const std::shared_ptr<Link> &link, int number)
         link->listen(listening);
     if (before && link->isConnected())
         link->flush(FlushMs);
+    bool isEnding = false;
     {
-        QMutexLocker locker(&m_mutex);
+        const QMutexLocker locker(&m_mutex);
         isEnding = m_isEnding;
         if (!isEnding) {
             m_link = link;

@@ -48,7 +48,7 @@ bool Engine::end()
 Failure Engine::call(const QUrl &url, QJsonObject *in, QJsonObject *out, QString *host)
 {
     Tally::Call counted(m_calls);
-    const Failure failure = remote.call(url, in, out, host);
+    Failure failure = remote.call(url, in, out, host);
     counted.end(failure);
     if (failure && failure.code != Failure::Refused)
         log.failed(url, failure.reason);

@@ -18,8 +18,10 @@ constexpr int IdleMs = 60000; // until the keeper looks again, if there is nothi
 class Leases::Lease
 {
 public:
-    Lease(const NatsSettings &settings, Connection &connection, const QString &name, int msecs, const QString &id)
-        : m_name(name), m_msecs(msecs), m_id(id), m_host(settings.name), m_book(settings, connection, name, msecs / 4)
+    Lease(const NatsSettings &settings, const Log &log, Connection &connection, const QString &name, int msecs,
+          const QString &id)
+        : m_log(log), m_name(name), m_msecs(msecs), m_id(id), m_host(settings.name),
+          m_book(settings, connection, name, msecs / 4)
     {}
 
     int wants = 0; // guarded by the mutex of all leases
@@ -113,9 +115,9 @@ private:
         const bool isWritten = m_book.write(record, &revision) == NATS_OK;
         if (isWritten) {
             note(record, revision);
+            setHeld(record.holder == m_id);
             const QMutexLocker locker(&m_state);
             m_renewed = begin;
-            m_isHeld = true;
         } else {
             setHeld(false);
         }
@@ -131,8 +133,14 @@ private:
 
     void setHeld(bool isHeld)
     {
-        const QMutexLocker locker(&m_state);
-        m_isHeld = isHeld;
+        {
+            const QMutexLocker locker(&m_state);
+            if (m_isHeld == isHeld)
+                return;
+            m_isHeld = isHeld;
+        }
+        m_log.info(
+            (isHeld ? QStringLiteral("has the lease %1") : QStringLiteral("has the lease %1 no more")).arg(m_name));
     }
 
     QString state() const
@@ -143,6 +151,7 @@ private:
                                                                     : QStringLiteral("other");
     }
 
+    const Log &m_log;
     const QString m_name;
     const int m_msecs;
     const QString m_id;
@@ -175,7 +184,7 @@ bool Leases::want(const QString &name, int msecs)
     const QString kept(name.constData(), name.size()); // the caller may be a plugin, which may be unloaded
     std::shared_ptr<Lease> &lease = m_leases[kept];
     if (!lease)
-        lease = std::make_shared<Lease>(m_settings, m_connection, kept, msecs, m_id);
+        lease = std::make_shared<Lease>(m_settings, m_log, m_connection, kept, msecs, m_id);
     ++lease->wants;
     m_isNew = true;
     if (!m_keeper) {

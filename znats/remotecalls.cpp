@@ -165,7 +165,7 @@ Failure RemoteCalls::attempt(Call &call, QJsonObject *in, QJsonObject *out, QStr
         return answer.failure;
     if (host)
         *host = QString::fromUtf8(headerOf(answer.message, Header::Host));
-    const Failure failure = failureIn(answer.message);
+    Failure failure = failureIn(answer.message);
     if (failure.code == Failure::TooLate) {
         call.echo += (call.echo.isEmpty() ? "" : ",") + headerOf(answer.message, Header::Host) + ' ' +
                      headerOf(answer.message, Header::Clock);

@@ -110,7 +110,7 @@ Requests::Answer Requests::ask(const Request &request, const QDeadlineTimer &dea
 Failure Requests::gather(const Request &request, int msecs, int stallMs, const Each &each)
 {
     Waiting waiting(*this, request.subject);
-    const Failure failure = send(request, waiting.waiter, waiting.token);
+    Failure failure = send(request, waiting.waiter, waiting.token);
     if (failure)
         return failure;
     const QDeadlineTimer deadline(msecs);

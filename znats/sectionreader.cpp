@@ -38,7 +38,7 @@ QString SectionReader::text(const char *key, const QString &otherwise)
 
 QString SectionReader::file(const char *key)
 {
-    const QString path = text(key, {});
+    QString path = text(key, {});
     if (path.isEmpty() || QDir::isAbsolutePath(path))
         return path;
     problem(key, QStringLiteral("must be the absolute path of a file"));
