@@ -235,6 +235,7 @@ private Q_SLOTS:
     void letsNoReceiverDieElsewhere();
     void tellsAThreadThatHandlesEventsNowAndThen();
     void tellsAThreadThatEnds();
+    void tellsNobodyWhoseThreadHasEnded_data();
     void tellsNobodyWhoseThreadHasEnded();
     void followsAReceiverThatMoves();
     void answersWhatAnEndpointThrows();
@@ -475,32 +476,36 @@ void tst_DbusAsync::tellsAThreadThatEnds()
     QCOMPARE(to->list().first().thread, thread.get());
 }
 
+void tst_DbusAsync::tellsNobodyWhoseThreadHasEnded_data()
+{
+    QTest::addColumn<bool>("isStarted");
+    QTest::addColumn<bool>("isDestroyed");
+    QTest::newRow("ended") << true << false;
+    QTest::newRow("ended, and destroyed") << true << true;
+    QTest::newRow("never started") << false << false;
+    QTest::newRow("never started, and destroyed") << false << true;
+}
+
 void tst_DbusAsync::tellsNobodyWhoseThreadHasEnded()
 {
+    QFETCH(bool, isStarted);
+    QFETCH(bool, isDestroyed);
     Dam dam;
     const Service service(dam.work());
+    auto thread = std::make_unique<QThread>();
+    if (isStarted)
+        thread->start();
     const auto to = answers();
-    for (const bool isDestroyed : {false, true}) {
-        auto thread = std::make_unique<LoopingThread>();
-        const auto receiver = QSharedPointer<Receiver>::create(to);
-        receiver->moveToThread(&*thread);
-        QVERIFY(service.begin(receiver));
-        QVERIFY(dam.come.tryAcquire(1, LongTime));
-        thread->end();
-        if (isDestroyed)
-            thread.reset();
-        dam.open.release();
-        QVERIFY(service.begin({})); // which has the same thread, or is made after it
-        QVERIFY(dam.come.tryAcquire(1, LongTime));
-        dam.open.release();
-    }
-    QThread never; // is never started
     const auto receiver = QSharedPointer<Receiver>::create(to);
-    receiver->moveToThread(&never);
+    receiver->moveToThread(thread.get());
     QVERIFY(service.begin(receiver));
     QVERIFY(dam.come.tryAcquire(1, LongTime));
+    thread->quit();
+    QVERIFY(thread->wait(LongTime));
+    if (isDestroyed)
+        thread.reset();
     dam.open.release();
-    service.end();
+    service.end(); // waits for the call
     settle();
     QCOMPARE(to->count(), 0);
 }

@@ -92,6 +92,8 @@ QStringList ZDbusCalls::busy()
 {
     const QMutexLocker locker(&m_mutex);
     QStringList urls = QUrl::toStringList(m_running);
+    for (const Call &call : qAsConst(m_waiting))
+        urls.append(call.url.toString());
     urls.removeDuplicates();
     return urls;
 }

@@ -31,7 +31,7 @@ public:
     qint64 begin(const QUrl &url, const QJsonObject &request, const QWeakPointer<ZDbusReceiver> &receiver);
     /// Begins nothing more; what waits is answered, but not called.
     void end();
-    /// The URLs that are being called, or whose receivers are being told.
+    /// The URLs that are being called or wait, or whose receivers are being told.
     QStringList busy();
     /// Whether this thread is one of those on which the calls are made: it must not wait for them.
     bool isOwnThread() const;

@@ -22,10 +22,15 @@ ZDefaultDbusAsync::~ZDefaultDbusAsync()
     m_calls->end();
     if (!m_calls->isOwnThread())
         return;
-    // They would wait for this thread.
-    const auto calls = std::make_shared<QSharedPointer<ZDbusCalls>>(std::move(m_calls));
-    QThread *const home = zHasEventLoop(thread()) ? thread() : QCoreApplication::instance()->thread();
-    zPost(home, [calls] {});
+    // They would wait for this thread. So the last share must not go here.
+    auto calls = std::make_shared<QSharedPointer<ZDbusCalls>>(std::move(m_calls));
+    QThread *home = thread();
+    if (!zHasEventLoop(home))
+        home = QCoreApplication::instance() ? QCoreApplication::instance()->thread() : nullptr;
+    if (home)
+        zPost(home, [calls = std::move(calls)] {});
+    else
+        new std::shared_ptr<QSharedPointer<ZDbusCalls>>(std::move(calls)); // kept for ever: there is nobody to wait
 }
 
 qint64 ZDefaultDbusAsync::begin0(const QUrl &url, const QJsonObject &request, QWeakPointer<ZDbusReceiver> receiver)
