@@ -11,15 +11,19 @@
 #include <QSemaphore>
 #include <QThread>
 
+#include <zdbuslayers.h>
 #include <zdefaultconfig.h>
 #include <zdefaultcontext.h>
 #include <zdefaultdbus.h>
+#include <zdefaultdbusasync.h>
+#include <zdefaultdbusoutcome.h>
 #include <zdefaultemitter.h>
 #include <zdefaultfilesystem.h>
 #include <zdefaultloader.h>
 #include <zdefaultlogger.h>
 #include <zdefaultpoolset.h>
 #include <zdefaultscheduler.h>
+#include <zleasedelegate.h>
 #include <zobject.h>
 
 #include <algorithm>
@@ -92,6 +96,10 @@ const Family families[] = {
     family<ZJobPoolSet, ZJobPoolSetDelegate>("ZJobPoolSet"),
     family<ZThreadPoolSet, ZThreadPoolSetDelegate>("ZThreadPoolSet"),
     family<ZDbus, ZDbusDelegate>("ZDbus"),
+    family<ZDbusLayer, ZDbusLayerDelegate>("ZDbusLayer"),
+    family<ZDbusOutcome, ZDbusOutcomeDelegate>("ZDbusOutcome"),
+    family<ZDbusAsync, ZDbusAsyncDelegate>("ZDbusAsync"),
+    family<ZLease, ZLeaseDelegate>("ZLease"),
     family<ZContext, ZContextDelegate>("ZContext"),
     family<ZScheduler, ZSchedulerDelegate>("ZScheduler"),
 };

@@ -7,9 +7,12 @@
 #include <QMetaProperty>
 #include <QThread>
 
+#include <zdbuslayers.h>
 #include <zdefaultconfig.h>
 #include <zdefaultcontext.h>
 #include <zdefaultdbus.h>
+#include <zdefaultdbusasync.h>
+#include <zdefaultdbusoutcome.h>
 #include <zdefaultemitter.h>
 #include <zdefaultfilesystem.h>
 #include <zdefaultloader.h>
@@ -17,6 +20,7 @@
 #include <zdefaultpoolset.h>
 #include <zdefaultscheduler.h>
 #include <zdelegate.h>
+#include <zleasedelegate.h>
 #include <zscheduledactivity.h>
 
 #include <cstring>
@@ -88,12 +92,17 @@ const Interface interfaces[] = {
     row<ZJobPoolSet, ZJobPoolSetDelegate>("ZJobPoolSet"),
     row<ZThreadPoolSet, ZThreadPoolSetDelegate>("ZThreadPoolSet"),
     row<ZDbus, ZDbusDelegate>("ZDbus"),
+    row<ZDbusLayer, ZDbusLayerDelegate>("ZDbusLayer"),
+    row<ZDbusOutcome, ZDbusOutcomeDelegate>("ZDbusOutcome"),
+    row<ZDbusAsync, ZDbusAsyncDelegate>("ZDbusAsync"),
+    row<ZLease, ZLeaseDelegate>("ZLease"),
     row<ZContext, ZContextDelegate>("ZContext"),
     row<ZScheduler, ZSchedulerDelegate>("ZScheduler"),
 };
 
 const Contract furtherContracts[] = {
     row<ZDbusSubscriber>("ZDbusSubscriber"),
+    row<ZDbusReceiver>("ZDbusReceiver"),
     row<ZSchedule>("ZSchedule"),
 };
 
@@ -151,6 +160,10 @@ const QList<Component> &components()
                                                    zDefaultThreadPoolSetTypeName, {"ZEmitter* zEmitter"}),
         row<ZDefaultDbus, ZDbus>("ZDefaultDbus", "ZDbus", zDefaultDbusTypeName,
                                  {"ZLogger* zLogger", "ZEmitter* zEmitter"}),
+        row<ZDefaultDbusOutcome, ZDbusOutcome>("ZDefaultDbusOutcome", "ZDbusOutcome", zDefaultDbusOutcomeTypeName,
+                                               {"ZDbus* zDbus", "ZEmitter* zEmitter"}),
+        row<ZDefaultDbusAsync, ZDbusAsync>("ZDefaultDbusAsync", "ZDbusAsync", zDefaultDbusAsyncTypeName,
+                                           {"ZDbusOutcome* zDbusOutcome", "ZLogger* zLogger", "ZEmitter* zEmitter"}),
         row<ZDefaultContext, ZContext>("ZDefaultContext", "ZContext", zDefaultContextTypeName, {"ZEmitter* zEmitter"}),
         row<ZDefaultScheduler, ZScheduler>(
             "ZDefaultScheduler", "ZScheduler", zDefaultSchedulerTypeName,
@@ -212,6 +225,12 @@ const Consumption consumptions[] = {
                                                                                                   "zEmitter"),
     keepsNothing<ZDefaultDbus, ZLoggerDelegate, &ZDefaultDbus::getSetZLogger>("bus", "zLogger"),
     keepsNothing<ZDefaultDbus, ZEmitterDelegate, &ZDefaultDbus::getSetZEmitter>("bus", "zEmitter"),
+    keepsTheFirst<ZDefaultDbusOutcome, ZDbusDelegate, &ZDefaultDbusOutcome::getSetZDbus>("outcomes", "zDbus"),
+    keepsNothing<ZDefaultDbusOutcome, ZEmitterDelegate, &ZDefaultDbusOutcome::getSetZEmitter>("outcomes", "zEmitter"),
+    keepsTheFirst<ZDefaultDbusAsync, ZDbusOutcomeDelegate, &ZDefaultDbusAsync::getSetZDbusOutcome>("calls",
+                                                                                                   "zDbusOutcome"),
+    keepsNothing<ZDefaultDbusAsync, ZLoggerDelegate, &ZDefaultDbusAsync::getSetZLogger>("calls", "zLogger"),
+    keepsNothing<ZDefaultDbusAsync, ZEmitterDelegate, &ZDefaultDbusAsync::getSetZEmitter>("calls", "zEmitter"),
     keepsNothing<ZDefaultContext, ZEmitterDelegate, &ZDefaultContext::getSetZEmitter>("context", "zEmitter"),
     keepsTheFirst<ZDefaultScheduler, ZConfigDelegate, &ZDefaultScheduler::getSetZConfig>("scheduler", "zConfig"),
     keepsNothing<ZDefaultScheduler, ZLoggerDelegate, &ZDefaultScheduler::getSetZLogger>("scheduler", "zLogger"),

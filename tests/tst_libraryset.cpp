@@ -167,8 +167,9 @@ void tst_LibrarySet::interfaceTypesDoNotPointIntoThePluginThatUsedThemFirst()
     settle();
     QVERIFY(!isMapped(folder.filePath(QStringLiteral("libmetatypes.so"))));
 
-    for (const char *name : {"ZConfig*", "ZContext*", "ZDbus*", "ZEmitter*", "ZJobPoolSet*", "ZLoader*", "ZLogger*",
-                             "ZScheduler*", "ZTempFile*", "ZThreadPoolSet*"})
+    for (const char *name :
+         {"ZConfig*", "ZContext*", "ZDbus*", "ZDbusAsync*", "ZDbusLayer*", "ZDbusOutcome*", "ZEmitter*", "ZJobPoolSet*",
+          "ZLease*", "ZLoader*", "ZLogger*", "ZScheduler*", "ZTempFile*", "ZThreadPoolSet*"})
         QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
     useAllMetaTypes();
 }

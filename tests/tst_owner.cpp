@@ -9,6 +9,8 @@
 #include <zdefaultconfig.h>
 #include <zdefaultcontext.h>
 #include <zdefaultdbus.h>
+#include <zdefaultdbusasync.h>
+#include <zdefaultdbusoutcome.h>
 #include <zdefaultemitter.h>
 #include <zdefaultfilesystem.h>
 #include <zdefaultloader.h>
@@ -72,6 +74,8 @@ const Announcing announcingClasses[] = {
     announcing<ZDefaultJobPoolSet, ZJobPoolSetDelegate>("job pools"),
     announcing<ZDefaultThreadPoolSet, ZThreadPoolSetDelegate>("thread pools"),
     announcing<ZDefaultDbus, ZDbusDelegate>("bus"),
+    announcing<ZDefaultDbusOutcome, ZDbusOutcomeDelegate>("outcomes"),
+    announcing<ZDefaultDbusAsync, ZDbusAsyncDelegate>("calls"),
     announcing<ZDefaultContext, ZContextDelegate>("context"),
     announcing<ZDefaultScheduler, ZSchedulerDelegate>("scheduler"),
 };
@@ -158,6 +162,8 @@ void tst_Owner::eachHolder()
     addHolders<ZDefaultJobPoolSet, ZJobPoolSet>("job pools");
     addHolders<ZDefaultThreadPoolSet, ZThreadPoolSet>("thread pools");
     addHolders<ZDefaultDbus, ZDbus>("bus");
+    addHolders<ZDefaultDbusOutcome, ZDbusOutcome>("outcomes");
+    addHolders<ZDefaultDbusAsync, ZDbusAsync>("calls");
     addHolders<ZDefaultContext, ZContext>("context");
     addHolders<ZDefaultScheduler, ZScheduler>("scheduler");
 }

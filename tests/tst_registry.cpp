@@ -5,15 +5,19 @@
 #include <QMetaObject>
 #include <QMetaType>
 
+#include <zdbuslayers.h>
 #include <zdefaultconfig.h>
 #include <zdefaultcontext.h>
 #include <zdefaultdbus.h>
+#include <zdefaultdbusasync.h>
+#include <zdefaultdbusoutcome.h>
 #include <zdefaultemitter.h>
 #include <zdefaultfilesystem.h>
 #include <zdefaultloader.h>
 #include <zdefaultlogger.h>
 #include <zdefaultpoolset.h>
 #include <zdefaultscheduler.h>
+#include <zleasedelegate.h>
 
 #include <algorithm>
 #include <iterator>
@@ -39,6 +43,8 @@ const Component components[] = {
     {"ZDefaultJobPoolSet*", &ZDefaultJobPoolSet::staticMetaObject, QMetaType::type("ZDefaultJobPoolSet*")},
     {"ZDefaultThreadPoolSet*", &ZDefaultThreadPoolSet::staticMetaObject, QMetaType::type("ZDefaultThreadPoolSet*")},
     {"ZDefaultDbus*", &ZDefaultDbus::staticMetaObject, QMetaType::type("ZDefaultDbus*")},
+    {"ZDefaultDbusOutcome*", &ZDefaultDbusOutcome::staticMetaObject, QMetaType::type("ZDefaultDbusOutcome*")},
+    {"ZDefaultDbusAsync*", &ZDefaultDbusAsync::staticMetaObject, QMetaType::type("ZDefaultDbusAsync*")},
     {"ZDefaultContext*", &ZDefaultContext::staticMetaObject, QMetaType::type("ZDefaultContext*")},
     {"ZDefaultScheduler*", &ZDefaultScheduler::staticMetaObject, QMetaType::type("ZDefaultScheduler*")},
 };
@@ -62,6 +68,10 @@ const struct
     {"ZJobPoolSet*", useDelegate<ZJobPoolSetDelegate>},
     {"ZThreadPoolSet*", useDelegate<ZThreadPoolSetDelegate>},
     {"ZDbus*", useDelegate<ZDbusDelegate>},
+    {"ZDbusLayer*", useDelegate<ZDbusLayerDelegate>},
+    {"ZDbusOutcome*", useDelegate<ZDbusOutcomeDelegate>},
+    {"ZDbusAsync*", useDelegate<ZDbusAsyncDelegate>},
+    {"ZLease*", useDelegate<ZLeaseDelegate>},
     {"ZContext*", useDelegate<ZContextDelegate>},
     {"ZScheduler*", useDelegate<ZSchedulerDelegate>},
 };

@@ -35,9 +35,14 @@ const struct
     {"ZJobPoolSet", make<ZJobPoolSet>, use<ZJobPoolSet>},
     {"ZThreadPoolSet", make<ZThreadPoolSet>, use<ZThreadPoolSet>},
     {"ZDbus", make<ZDbus>, use<ZDbus>},
+    {"ZDbusLayer", make<ZDbusLayer>, use<ZDbusLayer>},
+    {"ZDbusOutcome", make<ZDbusOutcome>, use<ZDbusOutcome>},
+    {"ZDbusAsync", make<ZDbusAsync>, use<ZDbusAsync>},
+    {"ZLease", make<ZLease>, use<ZLease>},
     {"ZContext", make<ZContext>, use<ZContext>},
     {"ZScheduler", make<ZScheduler>, use<ZScheduler>},
     {"ZDbusSubscriber", make<ZDbusSubscriber>, use<ZDbusSubscriber>},
+    {"ZDbusReceiver", make<ZDbusReceiver>, use<ZDbusReceiver>},
     {"ZSchedule", make<ZSchedule>, use<ZSchedule>},
 };
 

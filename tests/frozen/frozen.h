@@ -98,6 +98,45 @@ public:
     virtual ~ZDbus() {}
 };
 
+class ZDbusLayer
+{
+public:
+    virtual QString layer0() = 0;
+    virtual bool next0(QSharedPointer<ZReference> &) = 0;
+    virtual bool setNext0(const QSharedPointer<ZReference> &) = 0;
+    virtual ~ZDbusLayer() {}
+};
+
+class ZDbusOutcome
+{
+public:
+    virtual bool call0(const QUrl &, QJsonObject *, QJsonObject *, QJsonObject *) = 0;
+    virtual ~ZDbusOutcome() {}
+};
+
+class ZDbusReceiver
+{
+public:
+    virtual ~ZDbusReceiver() {}
+    virtual void answered(qint64, const QJsonObject &) = 0;
+};
+
+class ZDbusAsync
+{
+public:
+    virtual qint64 begin0(const QUrl &, const QJsonObject &, QWeakPointer<ZDbusReceiver>) = 0;
+    virtual ~ZDbusAsync() {}
+};
+
+class ZLease
+{
+public:
+    virtual bool want0(const QString &, int) = 0;
+    virtual void forget0(const QString &) = 0;
+    virtual bool begin0(const QString &, qint64, QString &) = 0;
+    virtual ~ZLease() {}
+};
+
 class ZDbusSubscriber
 {
 public:

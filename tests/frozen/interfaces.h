@@ -5,10 +5,14 @@
 #include <zconfig.h>
 #include <zcontext.h>
 #include <zdbus.h>
+#include <zdbusasync.h>
+#include <zdbuslayer.h>
+#include <zdbusoutcome.h>
 #include <zdbussubscriber.h>
 #include <zdelegate.h>
 #include <zemitter.h>
 #include <zjobpoolset.h>
+#include <zlease.h>
 #include <zloader.h>
 #include <zlogger.h>
 #include <zschedule.h>

@@ -24,6 +24,7 @@ inline QString text(const QString &value) { return value; }
 inline QString text(const char *value) { return QString::fromLatin1(value); }
 inline QString text(bool value) { return value ? QStringLiteral("true") : QStringLiteral("false"); }
 inline QString text(int value) { return QString::number(value); }
+inline QString text(qint64 value) { return QString::number(value); }
 inline QString text(const QUrl &value) { return value.toString(); }
 inline QString text(const QVariant &value) { return value.toString(); }
 inline QString text(const QRegularExpression &value) { return value.pattern(); }
@@ -373,6 +374,146 @@ struct Operations<ZDbus>
 };
 
 template <>
+class Recorder<ZDbusLayer> : public ZDbusLayer
+{
+public:
+    explicit Recorder(QStringList *calls) : m_calls(calls) {}
+
+    QString layer0() override
+    {
+        m_calls.add("layer0");
+        return QStringLiteral("l");
+    }
+    bool next0(QSharedPointer<ZReference> &next) override
+    {
+        m_calls.add("next0", next);
+        next = shared<ZReference>(32);
+        return true;
+    }
+    bool setNext0(const QSharedPointer<ZReference> &next) override
+    {
+        m_calls.add("setNext0", next);
+        return true;
+    }
+
+private:
+    Calls m_calls;
+};
+
+template <>
+struct Operations<ZDbusLayer>
+{
+    static QStringList use(ZDbusLayer &layer)
+    {
+        auto next = shared<ZReference>(16);
+        const QString name = layer.layer0();
+        const bool isNext = layer.next0(next);
+        return {name, text(isNext), text(next), text(layer.setNext0(shared<ZReference>(48)))};
+    }
+    static QStringList calls() { return {"layer0()", "next0(16)", "setNext0(48)"}; }
+    static QStringList results() { return {"l", "true", "32", "true"}; }
+    static QStringList neutral() { return {"", "false", "16", "false"}; }
+};
+
+template <>
+class Recorder<ZDbusOutcome> : public ZDbusOutcome
+{
+public:
+    explicit Recorder(QStringList *calls) : m_calls(calls) {}
+
+    bool call0(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome) override
+    {
+        m_calls.add("call0", url, in, out, outcome);
+        return true;
+    }
+
+private:
+    Calls m_calls;
+};
+
+template <>
+struct Operations<ZDbusOutcome>
+{
+    static QStringList use(ZDbusOutcome &service)
+    {
+        return {text(service.call0(QUrl(QStringLiteral("z://h/c")), at<QJsonObject>(16), at<QJsonObject>(32),
+                                   at<QJsonObject>(48)))};
+    }
+    static QStringList calls() { return {"call0(z://h/c,16,32,48)"}; }
+    static QStringList results() { return {"true"}; }
+    static QStringList neutral() { return {"false"}; }
+};
+
+template <>
+class Recorder<ZDbusAsync> : public ZDbusAsync
+{
+public:
+    explicit Recorder(QStringList *calls) : m_calls(calls) {}
+
+    qint64 begin0(const QUrl &url, const QJsonObject &request, QWeakPointer<ZDbusReceiver> receiver) override
+    {
+        m_calls.add("begin0", url, request, receiver);
+        return Q_INT64_C(1) << 40;
+    }
+
+private:
+    Calls m_calls;
+};
+
+template <>
+struct Operations<ZDbusAsync>
+{
+    static QStringList use(ZDbusAsync &service)
+    {
+        const auto receiver = shared<ZDbusReceiver>(16);
+        return {
+            text(service.begin0(QUrl(QStringLiteral("z://h/b")), QJsonObject{{QStringLiteral("in"), 1}}, receiver))};
+    }
+    static QStringList calls() { return {"begin0(z://h/b,{\"in\":1},16)"}; }
+    static QStringList results() { return {"1099511627776"}; }
+    static QStringList neutral() { return {"0"}; }
+};
+
+template <>
+class Recorder<ZLease> : public ZLease
+{
+public:
+    explicit Recorder(QStringList *calls) : m_calls(calls) {}
+
+    bool want0(const QString &name, int msecs) override
+    {
+        m_calls.add("want0", name, msecs);
+        return true;
+    }
+    void forget0(const QString &name) override { m_calls.add("forget0", name); }
+    bool begin0(const QString &name, qint64 slot, QString &reason) override
+    {
+        m_calls.add("begin0", name, slot);
+        reason = QStringLiteral("r");
+        return false;
+    }
+
+private:
+    Calls m_calls;
+};
+
+template <>
+struct Operations<ZLease>
+{
+    static QStringList use(ZLease &lease)
+    {
+        QString reason;
+        const bool isWanted = lease.want0(QStringLiteral("w"), 5);
+        const bool mayBegin = lease.begin0(QStringLiteral("b"), Q_INT64_C(1) << 40, reason);
+        lease.forget0(QStringLiteral("f"));
+        return {text(isWanted), text(mayBegin), reason};
+    }
+    static QStringList calls() { return {"want0(w,5)", "begin0(b,1099511627776)", "forget0(f)"}; }
+    static QStringList results() { return {"true", "false", "r"}; }
+    static QStringList neutral() { return {"false", "false", "nobody serves ZLease"}; }
+};
+
+template <>
 class Recorder<ZContext> : public ZContext
 {
 public:
@@ -462,6 +603,30 @@ struct Operations<ZDbusSubscriber>
     }
     static QStringList calls() { return {"invoked(z://h/i,16,32)"}; }
     static QStringList results() { return {"true"}; }
+};
+
+template <>
+class Recorder<ZDbusReceiver> : public ZDbusReceiver
+{
+public:
+    explicit Recorder(QStringList *calls) : m_calls(calls) {}
+
+    void answered(qint64 call, const QJsonObject &answer) override { m_calls.add("answered", call, answer); }
+
+private:
+    Calls m_calls;
+};
+
+template <>
+struct Operations<ZDbusReceiver>
+{
+    static QStringList use(ZDbusReceiver &receiver)
+    {
+        receiver.answered(7, QJsonObject{{QStringLiteral("handled"), true}});
+        return {};
+    }
+    static QStringList calls() { return {"answered(7,{\"handled\":true})"}; }
+    static QStringList results() { return {}; }
 };
 
 template <>

@@ -2,8 +2,12 @@
 #include <zconfig.h>
 #include <zcontext.h>
 #include <zdbus.h>
+#include <zdbusasync.h>
+#include <zdbuslayer.h>
+#include <zdbusoutcome.h>
 #include <zemitter.h>
 #include <zjobpoolset.h>
+#include <zlease.h>
 #include <zloader.h>
 #include <zlogger.h>
 #include <zobject.h>
@@ -23,8 +27,12 @@ public:
         qRegisterMetaType<ZConfig *>();
         qRegisterMetaType<ZContext *>();
         qRegisterMetaType<ZDbus *>();
+        qRegisterMetaType<ZDbusAsync *>();
+        qRegisterMetaType<ZDbusLayer *>();
+        qRegisterMetaType<ZDbusOutcome *>();
         qRegisterMetaType<ZEmitter *>();
         qRegisterMetaType<ZJobPoolSet *>();
+        qRegisterMetaType<ZLease *>();
         qRegisterMetaType<ZLoader *>();
         qRegisterMetaType<ZLogger *>();
         qRegisterMetaType<ZScheduler *>();
