@@ -1,0 +1,280 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "broker.h"
+#include "journalfile.h"
+#include "nodeprocess.h"
+#include "proxy.h"
+#include "testcase.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+
+namespace {
+
+const QString Url = QStringLiteral("//w");
+const QString Key = QStringLiteral("key");
+
+QJsonObject shortly(int msecs = 500) { return {{QStringLiteral("timeout"), msecs}, {QStringLiteral("patience"), 0}}; }
+
+/// The clock of a process, which can be moved.
+class Clock
+{
+public:
+    explicit Clock(NodeProcess *node)
+    {
+        move(0);
+        node->setVariable(QStringLiteral("SHIFTED_CLOCK"), m_folder.filePath(QStringLiteral("shift")));
+        const QString others = QString::fromLocal8Bit(qgetenv("LD_PRELOAD"));
+        node->setVariable(QStringLiteral("LD_PRELOAD"), QStringLiteral(SHIFTED_CLOCK " ") + others);
+    }
+    /// In place: the process has it mapped.
+    void move(qint64 seconds) const
+    {
+        QFile file(m_folder.filePath(QStringLiteral("shift")));
+        if (!file.open(QIODevice::ReadWrite) ||
+            file.write(reinterpret_cast<const char *>(&seconds), sizeof seconds) < 8)
+            qFatal("cannot move the clock");
+    }
+
+private:
+    const Folder m_folder;
+};
+
+double skewOf(NodeProcess &node, const QString &host)
+{
+    const QJsonArray hosts = at(node.report(), "hosts").toArray();
+    for (const auto &each : hosts) {
+        if (at(each, "name").toString() == host)
+            return at(each, "skew ms").toDouble();
+    }
+    return 0;
+}
+
+} // namespace
+
+/// Processes that stop where they are, clocks that are wrong, networks in pieces, and more calls than can be answered.
+class tst_NatsChaos : public TestCase
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void callsThatTimedOutAreNotRunWhenTheProviderGoesOn();
+    void callsGoOnWhenTheBrokerGoesOn();
+    void clocksMayDiffer_data();
+    void clocksMayDiffer();
+    void aClockMayMove();
+    void aPartitionIsWaitedForAndMended();
+    void overloadIsRefusedAndNobodyIsSlow();
+    void hostsComeAndGo();
+    void whoExitsWhileItConnectsEnds();
+};
+
+void tst_NatsChaos::callsThatTimedOutAreNotRunWhenTheProviderGoesOn()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    const JournalFile journal;
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly()));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QVERIFY(provider.bind(Url, journal.option()));
+    QVERIFY(caller.handles(Url));
+    const int before = provider.calls(Url);
+    provider.signal(SIGSTOP);
+    QElapsedTimer stopped;
+    stopped.start();
+    QStringList timedOut;
+    while (stopped.elapsed() < 3000) {
+        QList<int> ids;
+        for (int i = 0; i < 4; ++i) {
+            timedOut << QStringLiteral("late-%1").arg(timedOut.size());
+            ids << caller.begin(QStringLiteral("outcome"),
+                                {{QStringLiteral("url"), Url},
+                                 {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), timedOut.last()}}}});
+        }
+        for (int id : qAsConst(ids)) {
+            const QJsonObject answer = caller.answer(id);
+            QCOMPARE(at(answer, "outcome", "code").toInt(), 504);
+            QVERIFY(at(answer, "ms").toInt() >= 450);
+        }
+    }
+    provider.signal(SIGCONT);
+    const QJsonObject answer = caller.call(Url, {{QStringLiteral("id"), QStringLiteral("in time")}});
+    QVERIFY2(at(answer, "handled").toBool(), qPrintable(at(answer, "outcome", "reason").toString()));
+    QCOMPARE(journal.lines(), QStringList{QStringLiteral("in time")});
+    QCOMPARE(provider.calls(Url), before + 1);
+    QTRY_VERIFY(at(provider.report(), "calls", "in", "refused").toInt() >= timedOut.size()); // they were all there
+}
+
+void tst_NatsChaos::callsGoOnWhenTheBrokerGoesOn()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    const JournalFile journal;
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly()));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QVERIFY(provider.bind(Url, journal.option()));
+    QVERIFY(caller.handles(Url));
+    broker.stop();
+    QElapsedTimer stopped;
+    stopped.start();
+    while (stopped.elapsed() < 3000) {
+        const QJsonObject answer = caller.call(Url, {{QStringLiteral("id"), QStringLiteral("late")}});
+        QVERIFY(!at(answer, "handled").toBool());
+        QVERIFY(at(answer, "ms").toInt() < 2000);
+    }
+    QVERIFY(provider.handles(Url)); // in its own process
+    broker.resume();
+    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 20000);
+    QCOMPARE(journal.lines(), QStringList());
+    broker.stop(); // and who ends meanwhile does so in time
+    const qint64 took = provider.quit();
+    QVERIFY2(took >= 0 && took < 5000, qPrintable(QString::number(took)));
+    broker.resume();
+}
+
+void tst_NatsChaos::clocksMayDiffer_data()
+{
+    QTest::addColumn<int>("seconds");
+    QTest::newRow("an hour ahead") << 3600;
+    QTest::newRow("an hour behind") << -3600;
+    QTest::newRow("two seconds ahead") << 2;
+}
+
+void tst_NatsChaos::clocksMayDiffer()
+{
+    QFETCH(int, seconds);
+    Broker broker;
+    QVERIFY(broker.start());
+    NodeProcess right(QStringLiteral("right"), sectionFor(broker.url(), shortly(5000)));
+    NodeProcess wrong(QStringLiteral("wrong"), sectionFor(broker.url(), shortly(5000)));
+    right.setMask(0xff & ~8);
+    const Clock clock(&wrong);
+    clock.move(seconds);
+    QVERIFY(right.startConnected());
+    QVERIFY(wrong.startConnected());
+    QVERIFY(right.bind(QStringLiteral("//right")));
+    QVERIFY(wrong.bind(QStringLiteral("//wrong")));
+    for (int i = 0; i < 5; ++i) {
+        QCOMPARE(right.code(QStringLiteral("//wrong")), 200);
+        QCOMPARE(wrong.code(QStringLiteral("//right")), 200);
+    }
+    const double skew = skewOf(right, QStringLiteral("wrong"));
+    QVERIFY2(qAbs(skew - seconds * 1000.0) < 900, qPrintable(QString::number(skew)));
+    QVERIFY2(right.log().filter(QStringLiteral("clock")).filter(QStringLiteral("wrong")).size() == 1,
+             qPrintable(right.log().join(QLatin1Char('\n')))); // said, once
+}
+
+void tst_NatsChaos::aClockMayMove()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    NodeProcess right(QStringLiteral("right"), sectionFor(broker.url(), shortly(5000)));
+    NodeProcess wrong(QStringLiteral("wrong"), sectionFor(broker.url(), shortly(5000)));
+    const Clock clock(&wrong);
+    QVERIFY(right.startConnected());
+    QVERIFY(wrong.startConnected());
+    QVERIFY(right.bind(QStringLiteral("//right")));
+    QVERIFY(wrong.bind(QStringLiteral("//wrong")));
+    for (int seconds : {0, 3600, -3600, 0}) {
+        clock.move(seconds);
+        for (int i = 0; i < 3; ++i) {
+            QCOMPARE(right.code(QStringLiteral("//wrong")), 200);
+            QCOMPARE(wrong.code(QStringLiteral("//right")), 200);
+        }
+    }
+}
+
+void tst_NatsChaos::aPartitionIsWaitedForAndMended()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    Proxy network(broker.port());
+    const JournalFile journal;
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly()));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(network.url()));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QVERIFY(provider.bind(Url, journal.option()));
+    QVERIFY(caller.handles(Url));
+    network.cut();
+    for (int i = 0; i < 3; ++i) {
+        const QJsonObject answer = caller.call(Url, {{QStringLiteral("id"), QStringLiteral("late")}});
+        QCOMPARE(at(answer, "outcome", "code").toInt(), 504);
+    }
+    QTest::qWait(1000); // all of them are past their time for certain
+    network.mend();
+    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 20000);
+    QCOMPARE(journal.lines(), QStringList());
+}
+
+void tst_NatsChaos::overloadIsRefusedAndNobodyIsSlow()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    const JournalFile journal;
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly(1000)));
+    NodeProcess provider(QStringLiteral("provider"),
+                         sectionFor(broker.url(), {{QStringLiteral("workers"), 2}, {QStringLiteral("queue"), 8}}));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QJsonObject options = journal.option();
+    options.insert(QStringLiteral("kind"), QStringLiteral("slow"));
+    options.insert(QStringLiteral("ms"), 20);
+    QVERIFY(provider.bind(Url, options));
+    caller.ask(QStringLiteral("load"), {{QStringLiteral("url"), Url}, {QStringLiteral("threads"), 32}, {Key, Url}});
+    QTRY_VERIFY_WITH_TIMEOUT(at(provider.report(), "calls", "in", "refused").toInt() > 200, 60000);
+    QVERIFY(at(provider.report(), "queue", "running").toInt() <= 2);
+    const QJsonObject report = caller.ask(QStringLiteral("unload"), {{Key, Url}});
+    QVERIFY(at(report, "handled").toInt() > 0);
+    const QJsonArray failed = at(report, "failed").toArray();
+    for (const auto &failure : failed)
+        QCOMPARE(at(failure, "reason").toString(), QStringLiteral("busy"));
+    QCOMPARE(journal.twice(), QStringList());
+    QCOMPARE(journal.size(), at(report, "handled").toInt());
+    QVERIFY2(!broker.log().contains(QLatin1String("Slow Consumer")), qPrintable(broker.log()));
+    QVERIFY(at(caller.call(Url), "handled").toBool()); // it is itself again
+}
+
+/// In short; NATS_CYCLES says how often.
+void tst_NatsChaos::hostsComeAndGo()
+{
+    bool isGiven = false;
+    const int given = qEnvironmentVariableIntValue("NATS_CYCLES", &isGiven);
+    Broker broker;
+    QVERIFY(broker.start());
+    NodeProcess stays(QStringLiteral("stays"), sectionFor(broker.url()));
+    QVERIFY(stays.startConnected());
+    QVERIFY(stays.bind(Url));
+    for (int i = 0; i < (isGiven ? given : 50); ++i) {
+        NodeProcess comes(QStringLiteral("comes"), sectionFor(broker.url()));
+        QVERIFY(comes.startConnected());
+        QVERIFY(comes.bind(QStringLiteral("//comes")));
+        QVERIFY(comes.handles(Url));
+        QVERIFY(stays.handles(QStringLiteral("//comes")));
+        if (i % 2) // in the middle of calls
+            comes.ask(QStringLiteral("load"),
+                      {{QStringLiteral("url"), Url}, {QStringLiteral("threads"), 2}, {Key, Url}});
+        const qint64 took = comes.quit();
+        QVERIFY2(took >= 0 && took < 10000, qPrintable(QStringLiteral("cycle %1: %2").arg(i).arg(took)));
+    }
+}
+
+void tst_NatsChaos::whoExitsWhileItConnectsEnds()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    broker.stop();
+    for (int i = 0; i < 3; ++i) {
+        NodeProcess comes(QStringLiteral("comes"), sectionFor(broker.url()));
+        QVERIFY(comes.start());
+        const qint64 took = comes.quit();
+        QVERIFY2(took >= 0 && took < 5000, qPrintable(QString::number(took)));
+    }
+    broker.resume();
+}
+
+QTEST_GUILESS_MAIN(tst_NatsChaos)
+#include "tst_natschaos.moc"

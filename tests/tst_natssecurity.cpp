@@ -1,0 +1,348 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "broker.h"
+#include "certificates.h"
+#include "nodeprocess.h"
+#include "rawclient.h"
+#include "testcase.h"
+
+#include <QFile>
+
+#include <memory>
+
+namespace {
+
+const QString Url = QStringLiteral("//w");
+constexpr int Owner = int(QFile::ReadOwner | QFile::WriteOwner);
+
+/// What the guide tells operators: who may answer for which hosts, and nothing else.
+QString permissions(const char *user, const char *password, const char *host)
+{
+    return QStringLiteral("{ user: %1, password: %2, permissions: {\n"
+                          "  publish: { allow: [\"z1.default.call.>\", \"z1.default.at.>\", \"z1.default.list\",\n"
+                          "    \"$SRV.>\", \"_INBOX_*.>\"], deny: [\"z1.default.call.secret.>\"] },\n"
+                          "  subscribe: [\"z1.default.call.%3.>\", \"z1.default.at.%1.%3.>\", \"z1.default.list\",\n"
+                          "    \"$SRV.>\", \"_INBOX_%1.>\"] } }")
+        .arg(QLatin1String(user), QLatin1String(password), QLatin1String(host));
+}
+
+QString users(const QStringList &each)
+{
+    return QStringLiteral("authorization { users: [\n%1\n] }\n").arg(each.join(QLatin1String(",\n")));
+}
+
+QString anyone(const char *user, const char *password)
+{
+    return QStringLiteral("{ user: %1, password: %2 }").arg(QLatin1String(user), QLatin1String(password));
+}
+
+/// A file with a secret, of this mode.
+class Secret
+{
+public:
+    explicit Secret(const QByteArray &text, int mode = Owner)
+    {
+        write(text);
+        QFile::setPermissions(path(), QFile::Permissions(mode));
+    }
+    void write(const QByteArray &text) const { m_folder.write(QStringLiteral("secret"), text); }
+    QString path() const { return m_folder.filePath(QStringLiteral("secret")); }
+
+private:
+    const Folder m_folder;
+};
+
+QJsonObject userWith(const char *user, const Secret &password)
+{
+    return {{QStringLiteral("user"), QLatin1String(user)}, {QStringLiteral("password-file"), password.path()}};
+}
+
+} // namespace
+
+/// Who may connect, and what they may do then.
+class tst_NatsSecurity : public TestCase
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void offLoopbackTlsIsAsked();
+    void theRightAuthorityIsTrusted();
+    void anotherAuthorityIsNot();
+    void theNameOfTheServerIsChecked_data();
+    void theNameOfTheServerIsChecked();
+    void clientsMayHaveToHaveACertificate();
+    void aKeyThatOthersReadIsNotUsed();
+
+    void aPasswordThatOthersReadIsNotUsed_data();
+    void aPasswordThatOthersReadIsNotUsed();
+    void tokensAndPasswordsComeFromFiles_data();
+    void tokensAndPasswordsComeFromFiles();
+    void wrongPasswordsAreTriedUntilTheyAreRight();
+    void credentialsMayBeWithdrawnAndGivenAgain();
+    void noSecretIsTold();
+
+    void aProcessAnswersForItsOwnHostsAlone();
+    void whatIsDeniedFailsAtOnce();
+    void answersGoToAnInboxOfOnesOwn();
+
+private:
+    /// Whether a host with this section comes to be connected. Its log is in `m_log`.
+    bool connects(const QString &server, const QJsonObject &more, int msecs = 20000);
+
+    Certificates m_certificates;
+    QStringList m_log;
+};
+
+bool tst_NatsSecurity::connects(const QString &server, const QJsonObject &more, int msecs)
+{
+    NodeProcess node(QStringLiteral("node"), sectionFor(server, more));
+    node.setMask(0xff & ~8);
+    const bool isConnected = node.start() && QTest::qWaitFor([&] { return node.isConnected(); }, msecs);
+    m_log = node.log();
+    m_log << at(node.report(), "connection", "error").toString();
+    return isConnected && node.quit() >= 0;
+}
+
+void tst_NatsSecurity::offLoopbackTlsIsAsked()
+{
+    QVERIFY(!connects(QStringLiteral("nats://192.0.2.1:4222"), {}, 1000));
+    const QString log = m_log.join(QLatin1Char('\n'));
+    QVERIFY2(log.contains(QLatin1String("192.0.2.1")) && log.contains(QLatin1String("tls"), Qt::CaseInsensitive),
+             qPrintable(log));
+}
+
+void tst_NatsSecurity::theRightAuthorityIsTrusted()
+{
+    QVERIFY(m_certificates.isValid());
+    Broker broker(m_certificates.tls());
+    QVERIFY(broker.start());
+    const QJsonObject tls{{QStringLiteral("ca"), m_certificates.file(QStringLiteral("ca.crt"))}};
+    const QString server = QStringLiteral("tls://127.0.0.1:%1").arg(broker.port());
+    QVERIFY2(connects(server, {{QStringLiteral("tls"), tls}}), qPrintable(m_log.join(QLatin1Char('\n'))));
+}
+
+void tst_NatsSecurity::anotherAuthorityIsNot()
+{
+    const Certificates others;
+    Broker broker(m_certificates.tls());
+    QVERIFY(broker.start());
+    const QJsonObject tls{{QStringLiteral("ca"), others.file(QStringLiteral("ca.crt"))}};
+    const QString server = QStringLiteral("tls://127.0.0.1:%1").arg(broker.port());
+    QVERIFY(!connects(server, {{QStringLiteral("tls"), tls}}, 3000));
+    QVERIFY2(m_log.join(QLatin1Char(' ')).contains(QLatin1String("certificate"), Qt::CaseInsensitive) ||
+                 m_log.join(QLatin1Char(' ')).contains(QLatin1String("SSL")),
+             qPrintable(m_log.join(QLatin1Char('\n'))));
+}
+
+void tst_NatsSecurity::theNameOfTheServerIsChecked_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("connected");
+    QTest::newRow("right") << "broker.test" << true;
+    QTest::newRow("wrong") << "other.test" << false;
+}
+
+void tst_NatsSecurity::theNameOfTheServerIsChecked()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, connected);
+    Broker broker(m_certificates.tls());
+    QVERIFY(broker.start());
+    const QJsonObject tls{{QStringLiteral("ca"), m_certificates.file(QStringLiteral("ca.crt"))},
+                          {QStringLiteral("name"), name}};
+    const QString server = QStringLiteral("tls://127.0.0.1:%1").arg(broker.port());
+    QCOMPARE(connects(server, {{QStringLiteral("tls"), tls}}, connected ? 20000 : 3000), connected);
+}
+
+void tst_NatsSecurity::clientsMayHaveToHaveACertificate()
+{
+    Broker broker(m_certificates.tls(true));
+    QVERIFY(broker.start());
+    const QString server = QStringLiteral("tls://127.0.0.1:%1").arg(broker.port());
+    QJsonObject tls{{QStringLiteral("ca"), m_certificates.file(QStringLiteral("ca.crt"))}};
+    QVERIFY(!connects(server, {{QStringLiteral("tls"), tls}}, 3000));
+    tls.insert(QStringLiteral("certificate"), m_certificates.file(QStringLiteral("client.crt")));
+    tls.insert(QStringLiteral("key"), m_certificates.file(QStringLiteral("client.key")));
+    QVERIFY2(connects(server, {{QStringLiteral("tls"), tls}}), qPrintable(m_log.join(QLatin1Char('\n'))));
+}
+
+void tst_NatsSecurity::aKeyThatOthersReadIsNotUsed()
+{
+    Broker broker(m_certificates.tls(true));
+    QVERIFY(broker.start());
+    const Folder folder;
+    const QString key = folder.filePath(QStringLiteral("client.key"));
+    QVERIFY(QFile::copy(m_certificates.file(QStringLiteral("client.key")), key));
+    QVERIFY(QFile::setPermissions(key, QFile::Permissions(Owner) | QFile::ReadGroup | QFile::ReadOther));
+    const QJsonObject tls{{QStringLiteral("ca"), m_certificates.file(QStringLiteral("ca.crt"))},
+                          {QStringLiteral("certificate"), m_certificates.file(QStringLiteral("client.crt"))},
+                          {QStringLiteral("key"), key}};
+    QVERIFY(!connects(QStringLiteral("tls://127.0.0.1:%1").arg(broker.port()), {{QStringLiteral("tls"), tls}}, 2000));
+    QVERIFY2(m_log.join(QLatin1Char('\n')).contains(key), qPrintable(m_log.join(QLatin1Char('\n'))));
+}
+
+void tst_NatsSecurity::aPasswordThatOthersReadIsNotUsed_data()
+{
+    QTest::addColumn<int>("mode");
+    QTest::addColumn<bool>("connected");
+    QTest::newRow("0600") << Owner << true;
+    QTest::newRow("0400") << int(QFile::ReadOwner) << true;
+    QTest::newRow("0644") << (Owner | int(QFile::ReadGroup | QFile::ReadOther)) << false;
+    QTest::newRow("0640") << (Owner | int(QFile::ReadGroup)) << false;
+    QTest::newRow("0602") << (Owner | int(QFile::WriteOther)) << false;
+}
+
+void tst_NatsSecurity::aPasswordThatOthersReadIsNotUsed()
+{
+    QFETCH(int, mode);
+    QFETCH(bool, connected);
+    Broker broker(users({anyone("u", "right")}));
+    QVERIFY(broker.start());
+    const Secret password("right\n", mode);
+    QCOMPARE(connects(broker.url(), userWith("u", password), connected ? 20000 : 1500), connected);
+    const QString log = m_log.join(QLatin1Char('\n'));
+    QVERIFY2(connected || log.contains(password.path()), qPrintable(log));
+}
+
+void tst_NatsSecurity::tokensAndPasswordsComeFromFiles_data()
+{
+    QTest::addColumn<QString>("authorization");
+    QTest::addColumn<bool>("isToken");
+    QTest::newRow("password") << users({anyone("u", "right")}) << false;
+    QTest::newRow("token") << "authorization { token: right }\n" << true;
+}
+
+void tst_NatsSecurity::tokensAndPasswordsComeFromFiles()
+{
+    QFETCH(QString, authorization);
+    QFETCH(bool, isToken);
+    Broker broker(authorization);
+    QVERIFY(broker.start());
+    const Secret secret("right\n");
+    const QJsonObject section =
+        isToken ? QJsonObject{{QStringLiteral("token-file"), secret.path()}} : userWith("u", secret);
+    QVERIFY2(connects(broker.url(), section), qPrintable(m_log.join(QLatin1Char('\n'))));
+    QVERIFY(!connects(broker.url(), {}, 1500));
+}
+
+void tst_NatsSecurity::wrongPasswordsAreTriedUntilTheyAreRight()
+{
+    Broker broker(users({anyone("u", "right")}));
+    QVERIFY(broker.start());
+    const Secret password("wrong\n");
+    NodeProcess node(QStringLiteral("node"), sectionFor(broker.url(), userWith("u", password)));
+    QVERIFY(node.start());
+    QTest::qWait(5000); // more than two refusals, after which the client gives up by itself
+    QVERIFY(!node.isConnected());
+    QCOMPARE(node.code(Url), 507);
+    password.write("right\n");
+    QTRY_VERIFY_WITH_TIMEOUT(node.isConnected(), 30000);
+    QVERIFY(node.quit() >= 0);
+}
+
+void tst_NatsSecurity::credentialsMayBeWithdrawnAndGivenAgain()
+{
+    const QString right = users({anyone("u", "right"), anyone("v", "other")});
+    Broker broker(right);
+    QVERIFY(broker.start());
+    const Secret password("right");
+    const Secret other("other");
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), userWith("u", password)));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url(), userWith("v", other)));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QVERIFY(provider.bind(Url));
+    QVERIFY(caller.handles(Url));
+    QVERIFY(broker.reload(users({anyone("v", "other")})));
+    QTRY_VERIFY_WITH_TIMEOUT(!caller.isConnected(), 20000);
+    QVERIFY(!caller.handles(Url));
+    QTest::qWait(3000); // it is refused several times
+    QVERIFY(!caller.isConnected());
+    QVERIFY(broker.reload(right));
+    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 30000);
+}
+
+void tst_NatsSecurity::noSecretIsTold()
+{
+    Broker broker(users({anyone("u", "right")}));
+    QVERIFY(broker.start());
+    const Secret password("hush-hush");
+    QVERIFY(!connects(broker.url(), userWith("u", password), 2000));
+    QVERIFY(!m_log.isEmpty());
+    QVERIFY2(!m_log.join(QLatin1Char('\n')).contains(QLatin1String("hush-hush")),
+             qPrintable(m_log.join(QLatin1Char('\n'))));
+}
+
+void tst_NatsSecurity::aProcessAnswersForItsOwnHostsAlone()
+{
+    Broker broker(users({permissions("one", "1", "a"), permissions("two", "2", "b")}));
+    QVERIFY(broker.start());
+    const Secret first("1");
+    const Secret second("2");
+    NodeProcess one(QStringLiteral("one"), sectionFor(broker.url(), userWith("one", first)));
+    NodeProcess two(QStringLiteral("two"), sectionFor(broker.url(), userWith("two", second)));
+    QVERIFY(one.startConnected());
+    QVERIFY(two.startConnected());
+    QVERIFY(one.bind(QStringLiteral("//a")));
+    QVERIFY(two.bind(QStringLiteral("//b")));
+    QVERIFY(two.bind(QStringLiteral("//a"))); // it would like to answer for it
+    for (int i = 0; i < 20; ++i)
+        QCOMPARE(at(one.call(QStringLiteral("//b")), "out", "name").toString(), QStringLiteral("two"));
+    QVERIFY(one.ask(QStringLiteral("unbind"), {{QStringLiteral("url"), QStringLiteral("//a")}}).size() > 0);
+    QVERIFY(!one.handles(QStringLiteral("//a"))); // and nobody else answers
+    QCOMPARE(two.calls(QStringLiteral("//a")), 0);
+    QVERIFY(two.isConnected());
+    QVERIFY(one.handles(QStringLiteral("//two@b")));
+}
+
+void tst_NatsSecurity::whatIsDeniedFailsAtOnce()
+{
+    Broker broker(users({permissions("one", "1", "a"), anyone("all", "0")}));
+    QVERIFY(broker.start());
+    const Secret first("1");
+    const Secret zero("0");
+    QJsonObject section = userWith("one", first);
+    section.insert(QStringLiteral("timeout"), 5000);
+    NodeProcess one(QStringLiteral("one"), sectionFor(broker.url(), section));
+    NodeProcess all(QStringLiteral("all"), sectionFor(broker.url(), userWith("all", zero)));
+    QVERIFY(one.startConnected());
+    QVERIFY(all.startConnected());
+    QVERIFY(all.bind(QStringLiteral("//secret/x")));
+    for (int i = 0; i < 3; ++i) {
+        const QJsonObject answer = one.call(QStringLiteral("//secret/x"));
+        QVERIFY(!at(answer, "handled").toBool());
+        QCOMPARE(at(answer, "outcome", "code").toInt(), 401);
+        QCOMPARE(at(answer, "outcome", "reason").toString(), QStringLiteral("denied"));
+        QCOMPARE(at(answer, "outcome", "called"), QJsonValue(false));
+        QVERIFY2(at(answer, "ms").toInt() < 500, qPrintable(QString::number(at(answer, "ms").toInt())));
+    }
+    QTRY_VERIFY(one.hasLogged(QStringLiteral("(!) //secret/x denied")));
+    QCOMPARE(all.calls(QStringLiteral("//secret/x")), 0);
+}
+
+void tst_NatsSecurity::answersGoToAnInboxOfOnesOwn()
+{
+    Broker broker(users({anyone("one", "1")}));
+    QVERIFY(broker.start());
+    const Secret first("1");
+    RawClient client(broker.url(), QStringLiteral("one"), QStringLiteral("1"));
+    QVERIFY(client.isConnected());
+    QVERIFY(client.subscribe("z1.default.call.w._", "z"));
+    const auto inboxWith = [&](const QJsonObject &more) {
+        QJsonObject section = userWith("one", first);
+        for (auto entry = more.begin(); entry != more.end(); ++entry)
+            section.insert(entry.key(), entry.value());
+        NodeProcess one(QStringLiteral("one"), sectionFor(broker.url(), section));
+        if (!one.startConnected())
+            return QByteArray();
+        const int id = one.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), Url}});
+        const RawMessage request = client.next();
+        client.publish(request.reply, "{}");
+        client.flush();
+        return at(one.answer(id), "handled").toBool() ? request.reply : QByteArray();
+    };
+    QVERIFY(inboxWith({}).startsWith("_INBOX_one."));
+    QVERIFY(inboxWith({{QStringLiteral("inbox"), QStringLiteral("mine")}}).startsWith("mine."));
+}
+
+QTEST_GUILESS_MAIN(tst_NatsSecurity)
+#include "tst_natssecurity.moc"
