@@ -1,0 +1,334 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "broker.h"
+#include "journalfile.h"
+#include "nodeprocess.h"
+#include "proxy.h"
+#include "testcase.h"
+
+#include <QElapsedTimer>
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+const QString Lease = QStringLiteral("nightly");
+const QString Key = QStringLiteral("key");
+constexpr int LeaseMs = 600;
+constexpr int SlotMs = 50;
+constexpr int Takeover = 2 * LeaseMs;
+
+QJsonObject wish(int msecs = LeaseMs) { return {{QStringLiteral("lease"), Lease}, {QStringLiteral("ms"), msecs}}; }
+
+struct Begun
+{
+    QString slot, name;
+    qint64 at;
+};
+
+QVector<Begun> begunIn(const JournalFile &journal)
+{
+    QVector<Begun> all;
+    const QStringList lines = journal.lines();
+    for (const QString &line : lines) {
+        const QStringList words = line.split(QLatin1Char(' '));
+        all.append({words.value(0), words.value(1), words.value(3).toLongLong()});
+    }
+    return all;
+}
+
+/// The slots that were begun more than once.
+QStringList begunTwice(const JournalFile &journal)
+{
+    QHash<QString, QString> names;
+    QStringList twice;
+    const QVector<Begun> all = begunIn(journal);
+    for (const Begun &each : all) {
+        if (names.contains(each.slot))
+            twice << QStringLiteral("%1 by %2 and %3").arg(each.slot, names.value(each.slot), each.name);
+        names.insert(each.slot, each.name);
+    }
+    return twice;
+}
+
+} // namespace
+
+/// What is to be done once, in three processes: by whoever has the lease.
+class tst_NatsLease : public TestCase
+{
+    Q_OBJECT
+
+protected Q_SLOTS:
+    void init() override;
+
+private Q_SLOTS:
+    void oneOfThreeBegins();
+    void aSlotIsBegunOnce();
+    void withoutTheLeaseNothingBegins();
+    void whoeverForgetsGivesItAway();
+    void wantedTwiceItIsForgottenTwice();
+    void theReportTellsOfLeases();
+    void theHolderIsKilledAgainAndAgain();
+    void theHolderStopsAndGoesOn();
+    void theHolderIsCutOff();
+    void theBrokerIsKilledAndComesBack();
+    void slotsOutliveTheBroker();
+    void withoutABrokerNothingBegins();
+
+private:
+    NodeProcess &start(int index, const QString &server = QString());
+    bool begins(NodeProcess &node, qint64 slot);
+    /// Has it do the work of all slots, as far as it may.
+    void work(NodeProcess &node);
+    /// The one that began last, once so many slots are begun; null if that does not come.
+    NodeProcess *holderAfter(int count);
+
+    std::unique_ptr<Folder> m_store;
+    std::unique_ptr<Broker> m_broker;
+    std::unique_ptr<JournalFile> m_journal;
+    std::vector<std::unique_ptr<NodeProcess>> m_nodes;
+    qint64 m_slot = 0;
+};
+
+void tst_NatsLease::init()
+{
+    TestCase::init();
+    m_nodes.clear();
+    m_nodes.resize(3);
+    m_broker.reset();
+    m_store = std::make_unique<Folder>();
+    m_broker = std::make_unique<Broker>(Broker::jetStream(m_store->path()));
+    m_journal = std::make_unique<JournalFile>();
+    m_slot = 0;
+    QVERIFY(m_broker->start());
+}
+
+NodeProcess &tst_NatsLease::start(int index, const QString &server)
+{
+    auto &node = m_nodes[static_cast<std::size_t>(index)];
+    node = std::make_unique<NodeProcess>(QStringLiteral("n%1").arg(index),
+                                         sectionFor(server.isEmpty() ? m_broker->url() : server));
+    node->setMask(0xff & ~8);
+    node->startConnected();
+    node->ask(QStringLiteral("want"), wish());
+    return *node;
+}
+
+bool tst_NatsLease::begins(NodeProcess &node, qint64 slot)
+{
+    return at(node.ask(QStringLiteral("begin"), {{QStringLiteral("lease"), Lease}, {QStringLiteral("slot"), slot}}),
+              "begun")
+        .toBool();
+}
+
+void tst_NatsLease::work(NodeProcess &node)
+{
+    node.ask(QStringLiteral("work"), {{QStringLiteral("lease"), Lease},
+                                      {QStringLiteral("slot"), SlotMs},
+                                      {QStringLiteral("tries"), 2},
+                                      {QStringLiteral("file"), m_journal->path()},
+                                      {QStringLiteral("name"), node.name()},
+                                      {Key, Lease}});
+}
+
+NodeProcess *tst_NatsLease::holderAfter(int count)
+{
+    const int goal = m_journal->size() + count;
+    if (!QTest::qWaitFor([&] { return m_journal->size() >= goal; }, 20000))
+        return nullptr;
+    const QString name = begunIn(*m_journal).constLast().name;
+    for (const auto &node : m_nodes) {
+        if (node && node->name() == name)
+            return node.get();
+    }
+    return nullptr;
+}
+
+void tst_NatsLease::oneOfThreeBegins()
+{
+    for (int i = 0; i < 3; ++i)
+        start(i);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        begins(*m_nodes[0], ++m_slot) || begins(*m_nodes[1], m_slot) || begins(*m_nodes[2], m_slot), 10000);
+    for (int round = 0; round < 20; ++round) {
+        ++m_slot;
+        int begun = 0;
+        for (const auto &node : m_nodes)
+            begun += begins(*node, m_slot);
+        QCOMPARE(begun, 1);
+    }
+}
+
+void tst_NatsLease::aSlotIsBegunOnce()
+{
+    NodeProcess &node = start(0);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 10000);
+    QVERIFY(!begins(node, m_slot));
+    QVERIFY(!begins(node, m_slot - 1));
+    QVERIFY(begins(node, m_slot + 5));
+    QVERIFY(!begins(node, m_slot + 4)); // a later one has begun
+    const QJsonObject answer =
+        node.ask(QStringLiteral("begin"), {{QStringLiteral("lease"), Lease}, {QStringLiteral("slot"), m_slot}});
+    QVERIFY(!at(answer, "reason").toString().isEmpty());
+    // Slots may be as large as times are.
+    QVERIFY(begins(node, 1800000000000));
+    QVERIFY(!begins(node, 1800000000000));
+}
+
+void tst_NatsLease::withoutTheLeaseNothingBegins()
+{
+    NodeProcess &node = start(0);
+    const QJsonObject answer = node.ask(
+        QStringLiteral("begin"), {{QStringLiteral("lease"), QStringLiteral("another")}, {QStringLiteral("slot"), 1}});
+    QCOMPARE(at(answer, "begun"), QJsonValue(false));
+    QVERIFY(!at(answer, "reason").toString().isEmpty());
+}
+
+void tst_NatsLease::whoeverForgetsGivesItAway()
+{
+    NodeProcess &first = start(0);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(first, ++m_slot), 10000);
+    NodeProcess &second = start(1);
+    QVERIFY(!begins(second, ++m_slot));
+    first.ask(QStringLiteral("forget"), {{QStringLiteral("lease"), Lease}});
+    QElapsedTimer timer;
+    timer.start();
+    QTRY_VERIFY_WITH_TIMEOUT(begins(second, ++m_slot), 10000);
+    QVERIFY2(timer.elapsed() < Takeover, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(!begins(first, ++m_slot));
+    first.ask(QStringLiteral("want"), wish());
+    QVERIFY(second.quit() >= 0); // which gives it away, too
+    timer.start();
+    QTRY_VERIFY_WITH_TIMEOUT(begins(first, ++m_slot), 10000);
+    QVERIFY2(timer.elapsed() < Takeover, qPrintable(QString::number(timer.elapsed())));
+}
+
+void tst_NatsLease::wantedTwiceItIsForgottenTwice()
+{
+    NodeProcess &node = start(0);
+    node.ask(QStringLiteral("want"), wish());
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 10000);
+    node.ask(QStringLiteral("forget"), {{QStringLiteral("lease"), Lease}});
+    QVERIFY(begins(node, ++m_slot));
+    node.ask(QStringLiteral("forget"), {{QStringLiteral("lease"), Lease}});
+    QTRY_VERIFY_WITH_TIMEOUT(!begins(node, ++m_slot), 5000);
+}
+
+void tst_NatsLease::theReportTellsOfLeases()
+{
+    NodeProcess &first = start(0);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(first, ++m_slot), 10000);
+    NodeProcess &second = start(1);
+    const auto lease = [](NodeProcess &node) { return at(node.report(), "leases").toArray().at(0).toObject(); };
+    QTRY_COMPARE(at(lease(second), "state").toString(), QStringLiteral("other"));
+    QCOMPARE(at(lease(second), "holder").toString(), QStringLiteral("n0"));
+    QCOMPARE(at(lease(first), "state").toString(), QStringLiteral("held"));
+    QCOMPARE(at(lease(first), "name").toString(), Lease);
+    QCOMPARE(qint64(at(lease(first), "slot").toDouble()), m_slot);
+    QVERIFY(at(lease(first), "age ms").toInt() < LeaseMs);
+}
+
+/// In short; NATS_KILLS says how often.
+void tst_NatsLease::theHolderIsKilledAgainAndAgain()
+{
+    bool isGiven = false;
+    const int given = qEnvironmentVariableIntValue("NATS_KILLS", &isGiven);
+    for (int i = 0; i < 3; ++i)
+        work(start(i));
+    qint64 longest = 0;
+    for (int i = 0; i < (isGiven ? given : 10); ++i) {
+        NodeProcess *const holder = holderAfter(10);
+        QVERIFY2(holder, "nobody begins any more");
+        const int index = holder->name().mid(1).toInt();
+        holder->kill();
+        const QVector<Begun> before = begunIn(*m_journal);
+        QTRY_VERIFY_WITH_TIMEOUT(begunIn(*m_journal).size() > before.size(), 20000);
+        longest = qMax(longest, begunIn(*m_journal).at(before.size()).at - before.constLast().at);
+        work(start(index));
+    }
+    QCOMPARE(begunTwice(*m_journal), QStringList());
+    QVERIFY2(longest <= Takeover + SlotMs, qPrintable(QStringLiteral("taken over after %1 ms").arg(longest)));
+}
+
+void tst_NatsLease::theHolderStopsAndGoesOn()
+{
+    for (int i = 0; i < 3; ++i)
+        work(start(i));
+    for (int i = 0; i < 3; ++i) {
+        NodeProcess *const holder = holderAfter(10);
+        QVERIFY(holder);
+        holder->signal(SIGSTOP);
+        const int before = m_journal->size();
+        QTRY_VERIFY_WITH_TIMEOUT(m_journal->size() > before + 5, 20000); // another one
+        holder->signal(SIGCONT);
+        QVERIFY(holderAfter(10));
+    }
+    QCOMPARE(begunTwice(*m_journal), QStringList());
+}
+
+void tst_NatsLease::theHolderIsCutOff()
+{
+    Proxy network(m_broker->port());
+    NodeProcess &holder = start(0, network.url());
+    QTRY_VERIFY_WITH_TIMEOUT(begins(holder, ++m_slot), 10000);
+    NodeProcess &other = start(1);
+    work(holder);
+    work(other);
+    QCOMPARE(holderAfter(10), &holder);
+    network.cut();
+    QTRY_VERIFY_WITH_TIMEOUT(begunIn(*m_journal).constLast().name == other.name(), 20000);
+    // What was asked while it was cut off ends within half of the lease's time.
+    const QJsonObject answer = holder.ask(QStringLiteral("begin"),
+                                          {{QStringLiteral("lease"), Lease}, {QStringLiteral("slot"), qint64(1900000000000)}});
+    QCOMPARE(at(answer, "begun"), QJsonValue(false));
+    QVERIFY2(at(answer, "ms").toInt() < LeaseMs, qPrintable(QString::number(at(answer, "ms").toInt())));
+    QVERIFY(holderAfter(10));
+    network.mend();
+    QVERIFY(holderAfter(30));
+    QCOMPARE(begunTwice(*m_journal), QStringList());
+}
+
+void tst_NatsLease::theBrokerIsKilledAndComesBack()
+{
+    for (int i = 0; i < 3; ++i)
+        work(start(i));
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(holderAfter(10));
+        m_broker->kill();
+        QTest::qWait(i * LeaseMs); // shorter and longer than the lease
+        QVERIFY(m_broker->start());
+    }
+    QVERIFY(holderAfter(20));
+    QCOMPARE(begunTwice(*m_journal), QStringList());
+}
+
+void tst_NatsLease::slotsOutliveTheBroker()
+{
+    NodeProcess &first = start(0);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(first, ++m_slot), 10000);
+    QVERIFY(begins(first, 1000));
+    first.kill();
+    m_broker->terminate();
+    QVERIFY(m_broker->start());
+    NodeProcess &second = start(1);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(second, 1001), 10000);
+    QVERIFY(!begins(second, 1000));
+    QVERIFY(!begins(second, 999));
+}
+
+void tst_NatsLease::withoutABrokerNothingBegins()
+{
+    NodeProcess &node = start(0);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 10000);
+    m_broker->kill();
+    QTRY_VERIFY_WITH_TIMEOUT(!begins(node, ++m_slot), 5000);
+    QTest::qWait(LeaseMs);
+    const QJsonObject answer =
+        node.ask(QStringLiteral("begin"), {{QStringLiteral("lease"), Lease}, {QStringLiteral("slot"), 5000}});
+    QCOMPARE(at(answer, "begun"), QJsonValue(false));
+    QVERIFY(!at(answer, "reason").toString().isEmpty());
+    QVERIFY(at(answer, "ms").toInt() < LeaseMs);
+}
+
+QTEST_GUILESS_MAIN(tst_NatsLease)
+#include "tst_natslease.moc"
