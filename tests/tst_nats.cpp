@@ -355,7 +355,7 @@ void tst_Nats::endpointsThatComeLaterAreReached()
     QVERIFY(m_near->handles(QStringLiteral("//w/x")));
     QCOMPARE(m_far->calls(QStringLiteral("//w/x")), 1); // and no more the one of the bare host
     m_far->ask(QStringLiteral("unbind"), {{QStringLiteral("url"), QStringLiteral("//w/x")}});
-    QTRY_VERIFY_WITH_TIMEOUT(m_near->handles(QStringLiteral("//w/x")), 10000);
+    QVERIFY(QTest::qWaitFor([this] { return m_near->handles(QStringLiteral("//w/x")); }, 10000));
     QCOMPARE(m_far->calls(QStringLiteral("//w")), 2);
 }
 
@@ -379,7 +379,7 @@ void tst_Nats::theHostItselfIsServedOnlyWhereItIsNamedInFull()
     for (const char *url : {"//zhost", "//zscheduler"})
         QVERIFY(m_far->bind(QLatin1String(url))); // which serves "*"
     QCOMPARE(m_near->code(QStringLiteral("//zhost/printd")), 503);
-    QCOMPARE(m_near->code(QStringLiteral("//zscheduler/shutdown")), 503);
+    QVERIFY(!m_near->handles(QStringLiteral("//far@zscheduler/shutdown"))); // which each has itself
     QVERIFY(!m_near->handles(QStringLiteral("//far@zhost/printd")));
     NodeProcess &third =
         node(QStringLiteral("third"), {{QStringLiteral("serve"), QJsonArray{QStringLiteral("zhost")}}});
@@ -387,6 +387,7 @@ void tst_Nats::theHostItselfIsServedOnlyWhereItIsNamedInFull()
     QCOMPARE(at(m_near->call(QStringLiteral("//third@zhost/printd")), "out", "name").toString(),
              QStringLiteral("third"));
     QCOMPARE(m_far->calls(QStringLiteral("//zhost")), 0);
+    QCOMPARE(m_far->calls(QStringLiteral("//zscheduler")), 0);
     QVERIFY(!m_near->handles(QStringLiteral("//third@nats/printd"))); // for its own process alone
 }
 
@@ -548,7 +549,7 @@ void tst_Nats::hostsAreListed()
         QVERIFY(!at(host, "id").toString().isEmpty());
     }
     names.sort();
-    QCOMPARE(names, QStringList({"far", "near"}));
+    QVERIFY2(names == QStringList{"far"}, qPrintable(names.join(QLatin1Char(' ')))); // the others
 }
 
 void tst_Nats::natsToolsListTheHosts()
@@ -583,7 +584,7 @@ void tst_Nats::withoutASectionNothingPasses()
     QCOMPARE(alone.code(QStringLiteral("//w")), 503);
     QVERIFY(alone.bind(QStringLiteral("//w")));
     QCOMPARE(alone.code(QStringLiteral("//w")), 200);
-    QVERIFY2(alone.hasLogged(QStringLiteral("znats: no section \"nats\": the bus stays within this process")),
+    QVERIFY2(alone.hasLogged(QStringLiteral("no section \"nats\": the bus stays within this process")),
              qPrintable(alone.log().join(QLatin1Char('\n'))));
     QVERIFY(alone.quit() >= 0);
 }

@@ -31,6 +31,7 @@ bool NodeProcess::start()
     QJsonObject configuration{
         {QStringLiteral("logger"),
          QJsonObject{{QStringLiteral("debug"), 1},
+                     {QStringLiteral("info"), 1},
                      {QStringLiteral("warning"), 1},
                      {QStringLiteral("log"), QJsonObject{{QStringLiteral("zdefault"), m_mask}}}}},
         {QStringLiteral("loader"),
