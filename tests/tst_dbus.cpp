@@ -296,7 +296,7 @@ void tst_Dbus::anAddressIsTheHostAndThePath_data()
 
     QTest::newRow("host and path") << url("//w/x") << "//w/x";
     QTest::newRow("empty path") << url("//w") << "//w";
-    QTest::newRow("all there is") << url("scheme://User:Pass@W:80/x?q=1#f") << "//w/x";
+    QTest::newRow("all there is") << url("scheme://user:Pass@W:80/x?q=1#f") << "//w/x";
     QTest::newRow("scheme") << url("scheme://w/x") << "//w/x";
     QTest::newRow("scheme of files") << url("file://w/x") << "//w/x";
     QTest::newRow("user") << url("//user@w/x") << "//w/x";

@@ -19,9 +19,10 @@ QString permissions(const char *user, const char *password, const char *host)
 {
     return QStringLiteral("{ user: \"%1\", password: \"%2\", permissions: {\n"
                           "  publish: { allow: [\"z1.default.call.>\", \"z1.default.at.>\", \"z1.default.list\",\n"
-                          "    \"$SRV.>\", \"_INBOX_*.>\"], deny: [\"z1.default.call.secret.>\"] },\n"
-                          "  subscribe: [\"z1.default.call.%3.>\", \"z1.default.at.%1.%3.>\", \"z1.default.list\",\n"
-                          "    \"$SRV.>\", \"_INBOX_%1.>\"] } }")
+                          "    \"$SRV.>\"], deny: [\"z1.default.call.secret.>\"] },\n"
+                          "  subscribe: [\"z1.default.call.%3.>\", \"z1.default.at.%1.>\", \"z1.default.list\",\n"
+                          "    \"$SRV.>\", \"_INBOX_%1.>\"],\n"
+                          "  allow_responses: { max: 100, expires: \"1m\" } } }")
         .arg(QLatin1String(user), QLatin1String(password), QLatin1String(host));
 }
 

@@ -7,6 +7,7 @@
 
 #include <QMutexLocker>
 #include <QScopeGuard>
+#include <QScopedValueRollback>
 #include <QStringList>
 #include <QVector>
 
@@ -28,6 +29,21 @@ QString keyOf(const QString &host, const QString &path = QString())
 }
 
 QString keyOf(const QString &host, const QUrl &url) { return keyOf(host, url.path(QUrl::FullyDecoded)); }
+
+/// A call of `reach0` on this thread, and whether it has reached an endpoint.
+struct Reach
+{
+    const ZDefaultDbus *bus;
+    bool isReached = false;
+};
+
+thread_local Reach *reach = nullptr; // the innermost; null if there is none
+
+void noteReached(const ZDefaultDbus *bus)
+{
+    if (reach && reach->bus == bus)
+        reach->isReached = true;
+}
 
 void tellGone(const ZNamedLogger &log, const QString &key)
 {
@@ -79,9 +95,29 @@ bool ZDefaultDbus::invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out)
         m_log.log(Called, [&] { return QStringLiteral("(>) %1").arg(url.toString()); });
     const QString host = hostOf(url);
     if (host.isEmpty())
-        return invokeAll(url, in, out);
+        return invokeAll([](const QString &) { return true; }, url, in, out) == Handled;
     const QSharedPointer<ZDbusSubscriber> subscriber = take(host, url);
-    return subscriber && subscriber->invoked(url, in, out);
+    if (!subscriber)
+        return false;
+    noteReached(this);
+    return subscriber->invoked(url, in, out);
+}
+
+ZDbusReach::Reached ZDefaultDbus::reach0(const QUrl &url, QJsonObject *in, QJsonObject *out)
+{
+    Reach mine{this};
+    const QScopedValueRollback<Reach *> innermost(reach, &mine);
+    if (invoke0(url, in, out))
+        return Handled;
+    return mine.isReached ? Refused : Nobody;
+}
+
+ZDbusReach::Reached ZDefaultDbus::reachAll0(const QRegularExpression &re, const QUrl &url, QJsonObject *in,
+                                            QJsonObject *out)
+{
+    if (!re.isValid())
+        return Nobody;
+    return invokeAll([&](const QString &key) { return re.match(key).hasMatch(); }, url, in, out);
 }
 
 ZLogger *ZDefaultDbus::getSetZLogger(ZLogger *logger)
@@ -93,15 +129,22 @@ ZLogger *ZDefaultDbus::getSetZLogger(ZLogger *logger)
 
 ZEmitter *ZDefaultDbus::getSetZEmitter(ZEmitter *emitter) { return zAnnounce<ZDbusDelegate>(this, emitter); }
 
-bool ZDefaultDbus::invokeAll(const QUrl &url, QJsonObject *in, QJsonObject *out)
+template <class Wanted>
+ZDbusReach::Reached ZDefaultDbus::invokeAll(Wanted isWanted, const QUrl &url, QJsonObject *in, QJsonObject *out)
 {
-    bool handled = false;
+    Reached reached = Nobody;
     forEachAlive([&](const QString &key, ZDbusSubscriber &subscriber) {
+        if (!isWanted(key))
+            return;
         if (!url.hasFragment())
             m_log.log(Called, [&] { return QStringLiteral("(>) %1 (%2)").arg(url.toString(), key); });
-        handled |= subscriber.invoked(url, in, out);
+        noteReached(this);
+        if (subscriber.invoked(url, in, out))
+            reached = Handled;
+        else if (reached == Nobody)
+            reached = Refused;
     });
-    return handled;
+    return reached;
 }
 
 /// The subscriber to call: the one bound to just this address, else the one bound to the bare host.
@@ -169,4 +212,15 @@ QList<QUrl> ZDbusDelegate::findAll0(const QRegularExpression &re) { return forwa
 bool ZDbusDelegate::invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out)
 {
     return forward(&ZDbus::invoke0, false, url, in, out);
+}
+
+ZDbusReach::Reached ZDbusReachDelegate::reach0(const QUrl &url, QJsonObject *in, QJsonObject *out)
+{
+    return call(&ZDbusReach::reach0, Unsupported, url, in, out);
+}
+
+ZDbusReach::Reached ZDbusReachDelegate::reachAll0(const QRegularExpression &re, const QUrl &url, QJsonObject *in,
+                                                  QJsonObject *out)
+{
+    return call(&ZDbusReach::reachAll0, Unsupported, re, url, in, out);
 }

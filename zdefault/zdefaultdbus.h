@@ -2,8 +2,10 @@
 #pragma once
 
 #include "zdbus.h"
+#include "zdbusreach.h"
 #include "zdbussubscriber.h"
 #include "zdelegate.h"
+#include "zdelegateof.h"
 #include "zemitter.h"
 #include "zlogger.h"
 #include "znamedlogger.h"
@@ -28,10 +30,10 @@ ZDEFAULT_EXPORT const char *zDefaultDbusTypeName();
  *            are written under the lock too: a logger that uses the bus for them never returns.
  * Failure:   false, or an empty list.
  */
-class ZDEFAULT_EXPORT ZDefaultDbus : public QObject, public ZDbus, public ZOwned
+class ZDEFAULT_EXPORT ZDefaultDbus : public QObject, public ZDbus, public ZOwned, public ZDbusReach
 {
     Q_OBJECT
-    Q_INTERFACES(ZDbus)
+    Q_INTERFACES(ZDbus ZDbusReach)
     Q_PROPERTY(ZLogger *zLogger READ getSetZLogger WRITE getSetZLogger)
     Q_PROPERTY(ZEmitter *zEmitter READ getSetZEmitter WRITE getSetZEmitter)
 
@@ -44,6 +46,9 @@ public:
     bool find0(const QUrl &url) override;
     QList<QUrl> findAll0(const QRegularExpression &re) override;
     bool invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
+    /// By way of `invoke0`, which a derived class may have changed.
+    Reached reach0(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
+    Reached reachAll0(const QRegularExpression &re, const QUrl &url, QJsonObject *in, QJsonObject *out) override;
 
     /// Logs through `logger` from now on. Call it while nobody else uses the bus. Returns its argument.
     ZLogger *getSetZLogger(ZLogger *logger = nullptr);
@@ -53,7 +58,8 @@ public:
 private:
     using Endpoints = QHash<QString, QWeakPointer<ZDbusSubscriber>>;
 
-    bool invokeAll(const QUrl &url, QJsonObject *in, QJsonObject *out);
+    template <class Wanted>
+    Reached invokeAll(Wanted isWanted, const QUrl &url, QJsonObject *in, QJsonObject *out);
     QSharedPointer<ZDbusSubscriber> take(const QString &host, const QUrl &url);
     Endpoints::iterator forget(Endpoints::iterator endpoint);
     template <class Call>
@@ -75,4 +81,14 @@ public:
     bool find0(const QUrl &url) override;
     QList<QUrl> findAll0(const QRegularExpression &re) override;
     bool invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
+};
+
+/// The delegate of a `ZDbusReach`. Otherwise as `ZDelegate`.
+class ZDEFAULT_EXPORT ZDbusReachDelegate : public ZDelegateOf<ZDbusReach>
+{
+public:
+    using ZDelegateOf::ZDelegateOf;
+
+    Reached reach0(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
+    Reached reachAll0(const QRegularExpression &re, const QUrl &url, QJsonObject *in, QJsonObject *out) override;
 };

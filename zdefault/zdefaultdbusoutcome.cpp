@@ -2,6 +2,7 @@
 #include "zdefaultdbusoutcome.h"
 
 #include "zdbusoutcomes.h"
+#include "zdefaultdbus.h"
 #include "ztypename.h"
 #include "zwiring.h"
 
@@ -13,17 +14,15 @@ ZDefaultDbusOutcome::ZDefaultDbusOutcome() = default;
 
 bool ZDefaultDbusOutcome::call0(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome)
 {
-    const bool isHandled = m_dbus && m_dbus->invoke0(url, in, out);
+    const ZDbusReach::Reached reached = reach(url, in, out);
+    const bool isHandled = reached == ZDbusReach::Handled;
     if (!outcome)
         return isHandled;
-    const bool isForAll = url.host(QUrl::FullyDecoded).isEmpty();
     if (isHandled)
         *outcome = zHandled();
-    else if (m_dbus && isBound(url))
-        *outcome = zFailed(404, QStringLiteral("refused"), true);
     else
-        *outcome = zNobody();
-    if (isForAll && !isHandled)
+        *outcome = reached == ZDbusReach::Refused ? zFailed(404, QStringLiteral("refused"), true) : zNobody();
+    if (!isHandled && url.host(QUrl::FullyDecoded).isEmpty())
         outcome->remove(QStringLiteral("called"));
     return isHandled;
 }
@@ -37,6 +36,22 @@ ZDbus *ZDefaultDbusOutcome::getSetZDbus(ZDbus *dbus)
 ZEmitter *ZDefaultDbusOutcome::getSetZEmitter(ZEmitter *emitter)
 {
     return zAnnounce<ZDbusOutcomeDelegate>(this, emitter);
+}
+
+ZDbusReach::Reached ZDefaultDbusOutcome::reach(const QUrl &url, QJsonObject *in, QJsonObject *out) const
+{
+    if (!m_dbus)
+        return ZDbusReach::Nobody;
+    if (auto *const delegate = dynamic_cast<ZDelegate *>(m_dbus)) {
+        ZDbusReachDelegate bus(nullptr);
+        bus.replace(*delegate);
+        const ZDbusReach::Reached reached = bus.reach0(url, in, out);
+        if (reached != ZDbusReach::Unsupported)
+            return reached;
+    }
+    if (m_dbus->invoke0(url, in, out))
+        return ZDbusReach::Handled;
+    return isBound(url) ? ZDbusReach::Refused : ZDbusReach::Nobody;
 }
 
 /// Whether a call of `url` leads to an endpoint; if it is one of all, whether there is any.

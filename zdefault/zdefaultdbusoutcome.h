@@ -3,6 +3,7 @@
 
 #include "zdbus.h"
 #include "zdbusoutcome.h"
+#include "zdbusreach.h"
 #include "zdelegateof.h"
 #include "zemitter.h"
 #include "zowned.h"
@@ -38,6 +39,7 @@ public:
     ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr);
 
 private:
+    ZDbusReach::Reached reach(const QUrl &url, QJsonObject *in, QJsonObject *out) const;
     bool isBound(const QUrl &url) const;
 
     ZDbus *m_dbus = nullptr;

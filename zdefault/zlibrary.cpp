@@ -8,6 +8,7 @@
 #include "zdbus.h"
 #include "zdbusasync.h"
 #include "zdbuslayer.h"
+#include "zdbusreach.h"
 #include "zdbusoutcome.h"
 #include "zdefaultloader.h"
 #include "zemitter.h"
@@ -47,6 +48,7 @@ void registerInterfaceTypes()
     qRegisterMetaType<ZThreadPoolSet *>();
     qRegisterMetaType<ZDbus *>();
     qRegisterMetaType<ZDbusLayer *>();
+    qRegisterMetaType<ZDbusReach *>();
     qRegisterMetaType<ZDbusOutcome *>();
     qRegisterMetaType<ZDbusAsync *>();
     qRegisterMetaType<ZLease *>();

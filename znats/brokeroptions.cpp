@@ -10,16 +10,17 @@
 
 namespace {
 
-constexpr int ConnectMs = 2000;
+constexpr int ConnectMs = 800;   // for each broker: the end waits for it
+constexpr int WriteMs = 1000;    // a broker that hangs must not hold up those who send
 constexpr int ReconnectMs = 100; // between two attempts at the same broker
 constexpr int JitterMs = 100;
 constexpr int PingMs = 5000;
 constexpr int PingsUnanswered = 2;
 
-bool setServers(natsOptions *options, const NatsSettings &settings)
+bool setServers(natsOptions *options, const QStringList &urls)
 {
     QList<QByteArray> servers;
-    for (const QString &server : settings.servers)
+    for (const QString &server : urls)
         servers.append(server.toUtf8());
     std::vector<const char *> pointers;
     for (const QByteArray &server : qAsConst(servers))
@@ -72,7 +73,7 @@ bool setTls(natsOptions *options, const NatsSettings &settings, QString *problem
 
 } // namespace
 
-NatsOptions brokerOptions(const NatsSettings &settings, QString *problem)
+NatsOptions brokerOptions(const NatsSettings &settings, const QStringList &further, QString *problem)
 {
     natsOptions *made = nullptr;
     if (natsOptions_Create(&made) != NATS_OK) {
@@ -80,14 +81,19 @@ NatsOptions brokerOptions(const NatsSettings &settings, QString *problem)
         return {};
     }
     NatsOptions options(made);
-    const bool isSet = setServers(made, settings) && setSecrets(made, settings, problem) &&
-                       setTls(made, settings, problem) && natsOptions_SetName(made, settings.name.toUtf8()) == NATS_OK;
+    const bool isSet = setServers(made, settings.servers + further) && setSecrets(made, settings, problem) &&
+                       setTls(made, settings, problem) &&
+                       natsOptions_SetName(made, settings.name.toUtf8()) == NATS_OK &&
+                       // of the answers to what the client library asks itself, for leases
+                       natsOptions_SetCustomInboxPrefix(made, settings.inbox.toUtf8()) == NATS_OK;
     if (!isSet) {
         if (problem->isEmpty())
             *problem = QStringLiteral("the client library does not take these settings");
         return {};
     }
     natsOptions_SetTimeout(made, ConnectMs);
+    natsOptions_SetWriteDeadline(made, WriteMs);
+    natsOptions_SetFailRequestsOnDisconnect(made, true);
     natsOptions_SetNoEcho(made, true);
     natsOptions_SetSendAsap(made, true);
     natsOptions_UseGlobalMessageDelivery(made, true);

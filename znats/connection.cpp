@@ -6,6 +6,7 @@
 #include <QMutexLocker>
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace {
@@ -19,6 +20,22 @@ constexpr int FlushMs = 500;
 QByteArray deniedSubject(const QString &text) { return text.section(QLatin1Char('"'), 1, 1).toUtf8(); }
 
 bool isToPublish(const QString &text) { return text.contains(QLatin1String("publish"), Qt::CaseInsensitive); }
+
+/// All that it knows: a broker tells of the others of its cluster.
+QStringList serversOf(const std::shared_ptr<Link> &link)
+{
+    QStringList servers;
+    char **urls = nullptr;
+    int count = 0;
+    if (link && natsConnection_GetDiscoveredServers(link->handle(), &urls, &count) == NATS_OK) {
+        for (int i = 0; i < count; ++i) {
+            servers.append(QString::fromUtf8(urls[i]));
+            std::free(urls[i]);
+        }
+        std::free(urls);
+    }
+    return servers;
+}
 
 QString serverOf(const Link &link)
 {
@@ -48,6 +65,10 @@ void Connection::open(Watcher watcher, int msecs)
 
 void Connection::listen(const QByteArray &subject, bool isShared, MessageHandler handler)
 {
+    if (subject.size() > MostSubjectBytes) {
+        m_log.warn(QStringLiteral("not listened to, for it is too long: %1…").arg(QString::fromUtf8(subject.left(80))));
+        return;
+    }
     const Listening listening{subject, isShared, std::make_shared<const MessageHandler>(std::move(handler))};
     std::shared_ptr<Link> link;
     {
@@ -189,10 +210,9 @@ void Connection::keep()
         const int number = m_number + 1;
         locker.unlock();
         const std::shared_ptr<Link> link = make(number);
-        if (link)
-            moveTo(link, number);
+        const bool isMoved = link && moveTo(link, number);
         locker.relock();
-        if (!link && !m_isEnding) {
+        if (!isMoved && !m_isEnding) {
             m_isAnotherWanted = true;
             m_changed.wait(&m_mutex, AgainMs);
         }
@@ -202,7 +222,7 @@ void Connection::keep()
 std::shared_ptr<Link> Connection::make(int number)
 {
     QString problem;
-    const NatsOptions options = brokerOptions(m_settings, &problem);
+    const NatsOptions options = brokerOptions(m_settings, serversOf(link()), &problem);
     if (!options) {
         noteFailed(number, NATS_ERR, problem);
         return {};
@@ -215,8 +235,8 @@ std::shared_ptr<Link> Connection::make(int number)
     return {};
 }
 
-/// Has `link` take the place of the one before it.
-void Connection::moveTo(const std::shared_ptr<Link> &link, int number)
+/// Has `link` take the place of the one before it; not if it is lost already.
+bool Connection::moveTo(const std::shared_ptr<Link> &link, int number)
 {
     QHash<QByteArray, Listening> listenings;
     std::shared_ptr<Link> before;
@@ -225,10 +245,13 @@ void Connection::moveTo(const std::shared_ptr<Link> &link, int number)
         listenings = m_listenings;
         before = m_link;
     }
+    if (!link->isConnected()) {
+        letGo(link, QDeadlineTimer(MoveMs));
+        return false;
+    }
     for (const Listening &listening : qAsConst(listenings))
         link->listen(listening);
-    if (before && link->isConnected())
-        link->flush(FlushMs);
+    link->flush(FlushMs);
     bool isEnding = false;
     {
         const QMutexLocker locker(&m_mutex);
@@ -237,8 +260,8 @@ void Connection::moveTo(const std::shared_ptr<Link> &link, int number)
             m_link = link;
             m_number = number;
             m_isConnected = link->isConnected();
-            if (!m_isConnected)
-                m_error = QStringLiteral("no broker has answered yet");
+            m_isAnotherWanted =
+                natsConnection_IsClosed(link->handle());              // which nobody has heard, for it was not ours yet
             for (const Listening &listening : qAsConst(m_listenings)) // those that have come meanwhile
                 link->listen(listening);
             for (const Listening &listening : qAsConst(listenings)) {
@@ -251,6 +274,7 @@ void Connection::moveTo(const std::shared_ptr<Link> &link, int number)
         }
     }
     letGo(isEnding ? link : before, QDeadlineTimer(MoveMs));
+    return true;
 }
 
 bool Connection::letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline)
@@ -287,8 +311,10 @@ void Connection::noteConnected(int number)
 {
     {
         const QMutexLocker locker(&m_mutex);
-        if (number == m_number)
+        if (number == m_number) {
             m_isConnected = !m_isEnding;
+            m_isAnotherWanted = false; // by itself, it has found a broker that stays
+        }
         m_error.clear();
         m_since = QDateTime::currentDateTime();
         ++m_connections;
@@ -322,13 +348,13 @@ void Connection::noteFailed(int number, natsStatus status, const QString &text)
     {
         const QMutexLocker locker(&m_mutex);
         isNews = number >= m_number && m_error != text;
-        if (denied.isEmpty()) {
+        if (denied.isEmpty() && !m_isConnected) {
             m_error = text;
             m_changed.wakeAll();
         }
     }
     if (!denied.isEmpty())
-        m_watcher.denied(denied);
+        m_watcher.denied(denied, isToPublish(text));
     if (isNews && !(status == NATS_NOT_PERMITTED && isToPublish(text))) // of which the call tells
         m_log.warn(text);
 }

@@ -32,14 +32,19 @@ public:
     struct Watcher
     {
         std::function<void(int link)> lost; ///< what was sent by this link may not be answered
-        std::function<void(const QByteArray &subject)> denied;
+        /// The broker lets this process not publish, or not listen, to a subject.
+        std::function<void(const QByteArray &subject, bool isToPublish)> denied;
     };
+
+    /// A broker closes the connection at a longer one: its lines have 4096 bytes, and two subjects.
+    static constexpr int MostSubjectBytes = 3000;
 
     Connection(NatsSettings settings, Log log);
     ~Connection();
 
     /// Begins to connect, and waits a while for that.
     void open(Watcher watcher, int msecs);
+    /// Does nothing, with a warning, if the subject is too long.
     void listen(const QByteArray &subject, bool isShared, MessageHandler handler);
     void unlisten(const QByteArray &subject);
     /// Waits until the broker knows all that is listened to; not if there is none.
@@ -66,7 +71,7 @@ private:
     Q_DISABLE_COPY(Connection)
     void keep();
     std::shared_ptr<Link> make(int number);
-    void moveTo(const std::shared_ptr<Link> &link, int number);
+    bool moveTo(const std::shared_ptr<Link> &link, int number);
     bool letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline);
     Link::Events eventsOf(int number);
     void noteConnected(int number);

@@ -1,20 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engine.h"
 
+#include "pin.h"
+
+#include <algorithm>
+
 namespace {
 
-constexpr int ConnectMs = 1000;
+constexpr int ConnectMs = 500;
 constexpr int FlushMs = 500;
 constexpr int EndMs = 2000;
+constexpr int PauseMs = 100; // until it is looked whether it has to hurry
 
 } // namespace
 
 Engine::Engine(const NatsSettings &theSettings, const Log &theLog)
-    : settings(theSettings), log(theLog), below(QSharedPointer<QObject>()), connection(settings, log),
-      requests(connection, settings.inbox), workers(settings.workers, settings.queue),
-      remote(settings, log, connection, requests, hosts), provider(settings, log, connection, workers, below),
+    : settings(theSettings), log(theLog), below(QSharedPointer<QObject>()), belowReach(nullptr),
+      connection(settings, log), requests(connection, settings.inbox), workers(settings.workers, settings.queue),
+      remote(settings, log, connection, requests, hosts),
+      provider(settings, log, connection, workers, below, belowReach),
       inventory(settings, connection, requests, provider), leases(settings, log, connection)
 {}
+
+void Engine::setBelow(const QSharedPointer<ZReference> &bus)
+{
+    below.replace(bus);
+    belowReach.replace(bus);
+}
 
 void Engine::open()
 {
@@ -22,27 +34,61 @@ void Engine::open()
     provider.open();
     inventory.open();
     provider.sweep();
-    connection.open(
-        {[this](int link) { requests.fail(link); }, [this](const QByteArray &subject) { requests.fail(subject); }},
-        ConnectMs);
+    connection.open({[this](int link) { requests.fail(link); },
+                     [this](const QByteArray &subject, bool isToPublish) { requests.deny(subject, isToPublish); }},
+                    ConnectMs);
     flush();
 }
 
 void Engine::flush() { connection.flush(FlushMs); }
 
-bool Engine::end()
+void Engine::end()
+{
+    const QDeadlineTimer deadline(EndMs);
+    end([deadline] { return deadline; });
+}
+
+void Engine::endWhenDone()
+{
+    end([this] { return deadlineOfAll(); });
+}
+
+void Engine::hurry()
+{
+    const QMutexLocker locker(&m_mutex);
+    m_latest = QDeadlineTimer(EndMs);
+}
+
+void Engine::leaveBehind()
+{
+    if (m_isClean)
+        return;
+    pinThisPlugin();
+    new std::shared_ptr<Engine>(shared_from_this());
+    log.warn(QStringLiteral("a call has not ended: this plugin stays in memory"));
+}
+
+void Engine::end(const std::function<QDeadlineTimer()> &deadline)
 {
     if (m_isEnded)
-        return m_isClean;
+        return;
     m_isEnded = true;
-    const QDeadlineTimer deadline(EndMs);
-    const bool areLeasesBack = leases.end(deadline);
-    connection.drain(requests.subject(), deadline);
-    const bool isAnswered = workers.waitDone(deadline); // calls on the way may still ask others
+    const bool areLeasesBack = leases.end(QDeadlineTimer(EndMs));
+    connection.drain(requests.subject(), QDeadlineTimer(EndMs));
+    bool isAnswered = workers.waitDone(QDeadlineTimer(0)); // calls on the way may still ask others
+    while (!isAnswered && !deadline().hasExpired())
+        isAnswered = workers.waitDone(QDeadlineTimer(std::min<qint64>(PauseMs, deadline().remainingTime())));
     requests.end();
     flush();
-    m_isClean = connection.close(deadline) && isAnswered && areLeasesBack;
-    return m_isClean;
+    m_isClean = connection.close(QDeadlineTimer(EndMs)) && isAnswered && areLeasesBack;
+}
+
+/// When the last of those who have asked waits no longer.
+QDeadlineTimer Engine::deadlineOfAll() const
+{
+    const QDeadlineTimer latest = provider.latest();
+    const QMutexLocker locker(&m_mutex);
+    return m_latest < latest ? m_latest : latest;
 }
 
 Failure Engine::call(const QUrl &url, QJsonObject *in, QJsonObject *out, QString *host)

@@ -13,24 +13,34 @@
 
 #include <zdefaultdbus.h>
 
+#include <functional>
+#include <memory>
+
 /**
  * All that reaches other processes, over the bus `below`.
  *
- * Ownership: if `end` answers false, it must never be destroyed, and its code has to stay in memory.
- * Thread:    any; opened and ended on one.
+ * Ownership: shared; to be ended, and left behind, before the last share goes.
+ * Thread:    any; opened and ended on one at a time.
  * Failure:   as its parts.
  */
-class Engine
+class Engine : public std::enable_shared_from_this<Engine>
 {
 public:
     Engine(const NatsSettings &settings, const Log &log);
 
+    void setBelow(const QSharedPointer<ZReference> &bus);
     /// Connects, and serves what is bound.
     void open();
     void flush();
-    /// Ends, within two seconds: what others have asked is answered, what is asked by this process fails. Does nothing
-    /// the second time. False if something still runs.
-    bool end();
+    /// Ends within two seconds: what others have asked is answered, what this process asks fails. Does nothing the
+    /// second time.
+    void end();
+    /// The same, but waits as long as those who have asked do. On any thread.
+    void endWhenDone();
+    /// Has `endWhenDone` wait for two more seconds at most. On any thread.
+    void hurry();
+    /// Keeps itself, and its code, for good if something of it still runs. Call it when it has ended.
+    void leaveBehind();
 
     Failure call(const QUrl &url, QJsonObject *in, QJsonObject *out, QString *host);
     QJsonObject describe() const;
@@ -38,6 +48,7 @@ public:
     const NatsSettings settings;
     const Log log;
     ZDbusDelegate below;
+    ZDbusReachDelegate belowReach; // of the same bus
     Connection connection;
     Requests requests;
     Workers workers;
@@ -48,7 +59,12 @@ public:
     Leases leases;
 
 private:
-    Tally m_calls; // of this process to others
+    void end(const std::function<QDeadlineTimer()> &deadline);
+    QDeadlineTimer deadlineOfAll() const;
+
+    Tally m_calls;                                    // of this process to others
+    mutable QMutex m_mutex;                           // guards m_latest
+    QDeadlineTimer m_latest{QDeadlineTimer::Forever}; // set when it has to hurry
     bool m_isEnded = false;
     bool m_isClean = true;
 };

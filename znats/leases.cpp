@@ -10,7 +10,13 @@
 namespace {
 
 constexpr int LeastMs = 100;
-constexpr int IdleMs = 60000; // until the keeper looks again, if there is nothing to keep
+constexpr int MostMs = 24 * 3600 * 1000;
+constexpr int MostCharacters = 128;  // of a name, which is part of a subject
+constexpr int MostPatienceMs = 1000; // with the broker
+constexpr int IdleMs = 60000;        // until the keeper looks again, if there is nothing to keep
+
+/// A whole piece of work, which asks twice, takes half of the lease's time at most.
+int patience(int msecs) { return std::min(msecs / 4, MostPatienceMs); }
 
 } // namespace
 
@@ -21,7 +27,7 @@ public:
     Lease(const NatsSettings &settings, const Log &log, Connection &connection, const QString &name, int msecs,
           const QString &id)
         : m_log(log), m_name(name), m_msecs(msecs), m_id(id), m_host(settings.name),
-          m_book(settings, connection, name, msecs / 4)
+          m_book(settings, connection, name, patience(msecs))
     {}
 
     int wants = 0; // guarded by the mutex of all leases
@@ -51,7 +57,7 @@ public:
 
     bool begin(qint64 slot, QString *reason)
     {
-        if (!m_turn.tryLock(m_msecs / 4)) {
+        if (!m_turn.tryLock(patience(m_msecs))) {
             *reason = QStringLiteral("the lease %1 is not known to be ours").arg(m_name);
             return false;
         }
@@ -176,7 +182,7 @@ Leases::~Leases() = default;
 
 bool Leases::want(const QString &name, int msecs)
 {
-    if (name.isEmpty() || msecs < LeastMs)
+    if (name.isEmpty() || name.size() > MostCharacters || msecs < LeastMs || msecs > MostMs)
         return false;
     const QMutexLocker locker(&m_mutex);
     if (m_isEnding)

@@ -37,11 +37,10 @@ natsStatus Link::open(natsOptions *options)
     natsOptions_SetClosedCB(options, &Link::closed, this);
     natsOptions_SetLameDuckModeCB(options, &Link::lame, this);
     natsOptions_SetErrorHandler(options, &Link::failed, this);
-    natsOptions_SetRetryOnFailedConnect(options, true, &Link::connected, this);
     const natsStatus status = natsConnection_Connect(&m_connection, options);
     if (status == NATS_OK)
         m_events.connected();
-    return m_connection ? NATS_OK : status;
+    return status;
 }
 
 bool Link::isConnected() const { return natsConnection_Status(m_connection) == NATS_CONN_STATUS_CONNECTED; }
@@ -93,15 +92,19 @@ void Link::drainAll(const QByteArray &exceptSubject)
 
 bool Link::waitDrained(const QDeadlineTimer &deadline)
 {
-    QVector<natsSubscription *> draining;
+    QVector<natsSubscription *> draining; // nobody else destroys them meanwhile
     {
         const QMutexLocker locker(&m_mutex);
-        draining = m_draining;
+        draining.swap(m_draining);
     }
-    return std::all_of(draining.cbegin(), draining.cend(), [&](natsSubscription *subscription) {
-        return natsSubscription_WaitForDrainCompletion(subscription, std::max<qint64>(deadline.remainingTime(), 1)) !=
-               NATS_TIMEOUT;
-    });
+    bool isDrained = true;
+    for (natsSubscription *subscription : qAsConst(draining)) {
+        const qint64 left = std::max<qint64>(deadline.remainingTime(), 1);
+        isDrained &= natsSubscription_WaitForDrainCompletion(subscription, left) != NATS_TIMEOUT;
+    }
+    const QMutexLocker locker(&m_mutex);
+    m_draining += draining;
+    return isDrained;
 }
 
 bool Link::flush(int msecs) { return natsConnection_FlushTimeout(m_connection, std::max(msecs, 1)) == NATS_OK; }

@@ -49,8 +49,7 @@ public:
     explicit Link(Events events);
     ~Link();
 
-    /// Connects, which may take as long as `options` say. It may be that it is not connected when this returns, and
-    /// goes on trying.
+    /// Connects, which may take as long as `options` say for each broker.
     natsStatus open(natsOptions *options);
     bool isConnected() const;
     natsConnection *handle() const { return m_connection; }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "natsbus.h"
 
+#include "afterlife.h"
 #include "engine.h"
 #include "pin.h"
 
@@ -86,7 +87,11 @@ struct NatsBus::Place
 
 NatsBus::NatsBus() = default;
 
-NatsBus::~NatsBus() { end(); }
+NatsBus::~NatsBus()
+{
+    if (m_engine && !m_isQuitting)
+        Afterlife::begin(m_engine, *this);
+}
 
 ZEmitter *NatsBus::getSetZEmitter(ZEmitter *emitter)
 {
@@ -115,7 +120,7 @@ bool NatsBus::start(ZEmitter &emitter)
     pinClientLibrary();
     const Place place = Place::in(m_dbus);
     m_engine = std::make_shared<Engine>(settings, log);
-    m_engine->below.replace(place.below);
+    m_engine->setBelow(place.below);
     QJsonObject before;
     if (m_engine->below.invoke0(QUrl(QStringLiteral("//nats/printd#")), nullptr, &before))
         m_engine->leases.inherit(before.value(QStringLiteral("leases")).toArray());
@@ -134,7 +139,7 @@ bool NatsBus::start(ZEmitter &emitter)
     m_engine->provider.sweep(); // what was bound meanwhile
     m_engine->flush();
     startTimer(SweepMs);
-    connect(qApp, &QCoreApplication::aboutToQuit, this, &NatsBus::end);
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &NatsBus::quit);
     return true;
 }
 
@@ -183,18 +188,29 @@ bool NatsBus::invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) { retu
 
 bool NatsBus::call0(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome)
 {
-    ZDbus &below = m_engine->below;
     if (!isElsewhere(url)) {
         if (url.host().isEmpty())
             return callAll(url, in, out, outcome);
-        if (below.invoke0(url, in, out))
+        const ZDbusReach::Reached reached = reachHere(url, in, out);
+        if (reached == ZDbusReach::Handled)
             return tell(outcome, {});
-        if (below.find0(url) || below.find0(bareOf(url)))
-            return tell(outcome, Failure::Refused); // it is ours, and has refused
+        if (reached == ZDbusReach::Refused)
+            return tell(outcome, Failure::Refused); // it is ours, and goes no further
     }
     QString host;
     const Failure failure = m_engine->call(url, in, out, &host);
     return tell(outcome, failure, host);
+}
+
+ZDbusReach::Reached NatsBus::reachHere(const QUrl &url, QJsonObject *in, QJsonObject *out)
+{
+    const ZDbusReach::Reached reached = m_engine->belowReach.reach0(url, in, out);
+    if (reached != ZDbusReach::Unsupported)
+        return reached;
+    ZDbus &below = m_engine->below;
+    if (below.invoke0(url, in, out))
+        return ZDbusReach::Handled;
+    return below.find0(url) || below.find0(bareOf(url)) ? ZDbusReach::Refused : ZDbusReach::Nobody;
 }
 
 bool NatsBus::callAll(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome)
@@ -203,13 +219,13 @@ bool NatsBus::callAll(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonO
     std::optional<QJsonObject> before;
     if (isAsked && in)
         before = *in;
-    bool isHandled = m_engine->below.invoke0(url, in, out);
+    const ZDbusReach::Reached reached = reachHere(url, in, out);
+    bool isHandled = reached == ZDbusReach::Handled;
     if (isAsked)
         isHandled |= m_engine->remote.callAll(url, before ? &*before : nullptr, out);
     if (isHandled)
         return tell(outcome, {});
-    const bool isAnyBound = outcome && !m_engine->below.findAll0(QRegularExpression(QStringLiteral("."))).isEmpty();
-    tell(outcome, isAnyBound ? Failure::Refused : Failure::Nobody);
+    tell(outcome, reached == ZDbusReach::Refused ? Failure::Refused : Failure::Nobody);
     if (outcome)
         outcome->remove(QStringLiteral("called"));
     return false;
@@ -232,7 +248,7 @@ bool NatsBus::next0(QSharedPointer<ZReference> &next)
 
 bool NatsBus::setNext0(const QSharedPointer<ZReference> &next)
 {
-    m_engine->below.replace(next);
+    m_engine->setBelow(next);
     m_engine->provider.sweep();
     return true;
 }
@@ -262,12 +278,9 @@ bool NatsBus::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
 
 void NatsBus::timerEvent(QTimerEvent *) { m_engine->provider.sweep(); }
 
-void NatsBus::end()
+void NatsBus::quit()
 {
-    if (!m_engine || m_engine->end())
-        return;
-    // Its threads may use it, and this code, for as long as the process lives.
-    pinThisPlugin();
-    new std::shared_ptr<Engine>(m_engine);
-    m_engine->log.warn(QStringLiteral("a call has not ended: this plugin stays in memory"));
+    m_isQuitting = true;
+    m_engine->end();
+    m_engine->leaveBehind();
 }

@@ -5,6 +5,7 @@
 #include <zdbus.h>
 #include <zdbuslayer.h>
 #include <zdbusoutcome.h>
+#include <zdbusreach.h>
 #include <zdbussubscriber.h>
 #include <zemitter.h>
 #include <zlease.h>
@@ -67,12 +68,14 @@ protected:
 private:
     struct Place;
     bool start(ZEmitter &emitter);
+    ZDbusReach::Reached reachHere(const QUrl &url, QJsonObject *in, QJsonObject *out);
     bool callAll(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome);
     bool isElsewhere(const QUrl &url) const;
-    void end();
+    void quit();
 
     ZConfig *m_config = nullptr;
     ZLogger *m_logger = nullptr;
     ZDbus *m_dbus = nullptr;
     std::shared_ptr<Engine> m_engine; // null without settings
+    bool m_isQuitting = false;
 };

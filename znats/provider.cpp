@@ -16,13 +16,7 @@
 namespace {
 
 constexpr int UrlsInAnAnswer = 1000;
-
-QUrl bareOf(const QUrl &url)
-{
-    QUrl bare;
-    bare.setHost(url.host(QUrl::FullyDecoded), QUrl::DecodedMode);
-    return bare;
-}
+constexpr int UnknownMs = 60000; // for which an asker that does not say is taken to wait
 
 /// What our clock said when we have refused the same request before; nothing if we have not.
 std::optional<qint64> echoIn(const NatsMessage &message, const QString &name)
@@ -55,9 +49,10 @@ struct Provider::Call
     }
 };
 
-Provider::Provider(const NatsSettings &settings, const Log &log, Connection &connection, Workers &workers, ZDbus &below)
+Provider::Provider(const NatsSettings &settings, const Log &log, Connection &connection, Workers &workers, ZDbus &below,
+                   ZDbusReach &belowReach)
     : m_settings(settings), m_log(log), m_subjects(settings.domain), m_connection(connection), m_workers(workers),
-      m_below(below)
+      m_below(below), m_belowReach(belowReach)
 {}
 
 void Provider::open()
@@ -117,6 +112,20 @@ QList<QUrl> Provider::served() const
     return m_served.values();
 }
 
+QDeadlineTimer Provider::latest() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_latest;
+}
+
+void Provider::noteDeadline(const Call &call)
+{
+    const QDeadlineTimer deadline = call.leftMs ? call.deadline() : QDeadlineTimer(UnknownMs);
+    const QMutexLocker locker(&m_mutex);
+    if (m_latest < deadline)
+        m_latest = deadline;
+}
+
 /// Has `answerer` answer what arrives, by one of the workers.
 MessageHandler Provider::queueing(Answerer answerer)
 {
@@ -133,6 +142,7 @@ MessageHandler Provider::queueing(Answerer answerer)
             }
             call->leftMs = leftMs.toLongLong() - ageMs;
         }
+        noteDeadline(*call);
         call->hops = std::max(headerOf(call->message, Header::Hops).toInt(), 1);
         if (!m_workers.start([this, call, answerer] { (this->*answerer)(*call); }))
             refuse(*call, Failure::Busy);
@@ -159,43 +169,54 @@ void Provider::answerList(Call &call)
         answer(call, QJsonDocument(some).toJson(QJsonDocument::Compact));
 }
 
-/// All endpoints of this process hear it, those that are not served, too: the settings ask for that.
+/// The endpoints that are served hear it.
 void Provider::answerBroadcast(Call &call)
 {
     const QUrl url = QUrl::fromEncoded(headerOf(call.message, Header::Url));
     std::optional<Body> body = Body::decode(bodyOf(call.message));
-    Failure failure;
     Tally::Call counted(m_tally);
+    Failure failure;
     if (!body)
         failure = Failure::NotJson;
     else if (call.isLate())
         failure = Failure::TooLate;
+    else if (call.hops > m_settings.hops)
+        failure = Failure::Loop;
     else if (!url.host().isEmpty())
         failure = Failure::NotServed;
     else
-        failure = invoke(url, call, &*body);
-    if (failure.code == Failure::Gone)
-        failure = Failure::Refused;
-    counted.end(failure);
-    if (failure)
-        refuse(call, failure);
-    else
-        answer(call, body->encode());
+        failure = invoke(call, &*body, [&](QJsonObject *in, QJsonObject *out) {
+            return m_belowReach.reachAll0(allServed(), url, in, out);
+        });
+    end(call, counted, failure, body);
+}
+
+/// Matches the addresses of the endpoints that are served.
+QRegularExpression Provider::allServed() const
+{
+    QStringList addresses;
+    const QList<QUrl> urls = m_below.findAll0(QRegularExpression(QStringLiteral(".*")));
+    for (const QUrl &url : urls) {
+        if (isServed(url))
+            addresses.append(QRegularExpression::escape(QStringLiteral("//") + url.host(QUrl::FullyDecoded) +
+                                                        url.path(QUrl::FullyDecoded)));
+    }
+    return QRegularExpression(QStringLiteral("\\A(?:%1)\\z").arg(addresses.join(QLatin1Char('|'))));
 }
 
 void Provider::answerCall(Call &call)
 {
-    const QByteArray place = m_subjects.placeIn(subjectOf(call.message));
+    const QByteArray subject = subjectOf(call.message);
     const QByteArray encoded = headerOf(call.message, Header::Url);
-    const QUrl url = encoded.isEmpty() ? Subjects::urlAt(place) : QUrl::fromEncoded(encoded);
+    const QUrl url = encoded.isEmpty() ? m_subjects.urlIn(subject) : QUrl::fromEncoded(encoded);
     // The broker knows who may use which subject. So the URL must not be another one than the subject says.
-    const bool isSame = !place.isEmpty() && (place == Subjects::placeOf(url) || place == Subjects::barePlaceOf(url));
-    if (isSame && isServed(url) && headerOf(call.message, Header::Operation) == "find")
+    const bool isAllowed = m_subjects.isFor(url, subject) && isServed(url);
+    if (isAllowed && headerOf(call.message, Header::Operation) == "find")
         return answerFind(url, call);
     Tally::Call counted(m_tally);
     Failure failure;
     std::optional<Body> body;
-    if (!isSame || !isServed(url))
+    if (!isAllowed)
         failure = Failure::NotServed;
     else if (call.isLate())
         failure = Failure::TooLate;
@@ -204,37 +225,49 @@ void Provider::answerCall(Call &call)
     else if (!(body = Body::decode(bodyOf(call.message))))
         failure = Failure::NotJson;
     else
-        failure = invoke(url, call, &*body);
-    if (!failure) {
-        const natsStatus status = send(call, body->encode(), {});
-        if (status == NATS_MAX_PAYLOAD)
-            failure = Failure(Failure::TooLarge, QStringLiteral("the answer is too large"));
-    }
-    counted.end(failure);
-    if (failure)
-        refuse(call, failure);
+        failure = invoke(call, &*body, [&](QJsonObject *in, QJsonObject *out) { return reach(url, in, out); });
+    end(call, counted, failure, body);
     if (failure.code == Failure::Gone)
         sweep();
 }
 
-/// Calls the endpoint. What it answers is in `body` then, with "in" only if that was changed.
-Failure Provider::invoke(const QUrl &url, Call &call, Body *body)
+/// Answers what came of it.
+void Provider::end(const Call &call, Tally::Call &counted, Failure failure, const std::optional<Body> &body)
+{
+    if (!failure && send(call, body->encode(), {}) == NATS_MAX_PAYLOAD)
+        failure = Failure(Failure::TooLarge, QStringLiteral("the answer is too large"));
+    counted.end(failure);
+    if (failure)
+        refuse(call, failure);
+}
+
+/// Makes the call, by `reach`. What it answers is in `body` then, with "in" only if that was changed.
+Failure Provider::invoke(const Call &call, Body *body, const Reach &reach)
 {
     const std::optional<QJsonObject> before = body->in;
     const ServedCall served(call.hops, call.deadline(), &m_workers);
-    bool isHandled = false;
+    ZDbusReach::Reached reached = ZDbusReach::Unsupported;
     try {
-        isHandled = m_below.invoke0(url, body->in ? &*body->in : nullptr, body->out ? &*body->out : nullptr);
+        reached = reach(body->in ? &*body->in : nullptr, body->out ? &*body->out : nullptr);
     } catch (const abi::__forced_unwind &) {
         throw; // the thread is being terminated
     } catch (...) {
         return Failure::Thrown;
     }
-    if (!isHandled)
-        return isHeld(url) ? Failure::Refused : Failure::Gone;
+    if (reached != ZDbusReach::Handled)
+        return reached == ZDbusReach::Refused ? Failure::Refused : Failure::Gone;
     if (body->in == before)
         body->in.reset();
     return {};
+}
+
+ZDbusReach::Reached Provider::reach(const QUrl &url, QJsonObject *in, QJsonObject *out)
+{
+    const ZDbusReach::Reached reached = m_belowReach.reach0(url, in, out);
+    if (reached != ZDbusReach::Unsupported)
+        return reached;
+    // Whether anybody was called is not known then: so nobody may call again.
+    return m_below.invoke0(url, in, out) ? ZDbusReach::Handled : ZDbusReach::Refused;
 }
 
 void Provider::answerFind(const QUrl &url, Call &call)
@@ -246,8 +279,6 @@ void Provider::answerFind(const QUrl &url, Call &call)
         sweep();
     }
 }
-
-bool Provider::isHeld(const QUrl &url) const { return m_below.find0(url) || m_below.find0(bareOf(url)); }
 
 void Provider::answer(const Call &call, const QByteArray &body) { send(call, body, {}); }
 

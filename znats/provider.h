@@ -15,6 +15,7 @@
 #include <QUrl>
 
 #include <zdbus.h>
+#include <zdbusreach.h>
 
 #include <functional>
 #include <optional>
@@ -30,8 +31,9 @@ struct Body;
 class Provider
 {
 public:
-    /// `below` has the endpoints.
-    Provider(const NatsSettings &settings, const Log &log, Connection &connection, Workers &workers, ZDbus &below);
+    /// `below` has the endpoints; so has `belowReach`, if that bus can tell whether it has called one.
+    Provider(const NatsSettings &settings, const Log &log, Connection &connection, Workers &workers, ZDbus &below,
+             ZDbusReach &belowReach);
 
     void open();
     /// `url` is bound from now on.
@@ -40,17 +42,23 @@ public:
     void sweep();
     QList<QUrl> served() const;
     const Tally &tally() const { return m_tally; }
+    /// Until when the last of those who have asked waits.
+    QDeadlineTimer latest() const;
 
 private:
     struct Call;
     using Answerer = void (Provider::*)(Call &);
     MessageHandler queueing(Answerer answerer);
+    void noteDeadline(const Call &call);
     void answerList(Call &call);
     void answerBroadcast(Call &call);
     void answerCall(Call &call);
-    Failure invoke(const QUrl &url, Call &call, Body *body);
+    using Reach = std::function<ZDbusReach::Reached(QJsonObject *in, QJsonObject *out)>;
+    Failure invoke(const Call &call, Body *body, const Reach &reach);
+    ZDbusReach::Reached reach(const QUrl &url, QJsonObject *in, QJsonObject *out);
+    void end(const Call &call, Tally::Call &counted, Failure failure, const std::optional<Body> &body);
+    QRegularExpression allServed() const;
     void answerFind(const QUrl &url, Call &call);
-    bool isHeld(const QUrl &url) const;
     void answer(const Call &call, const QByteArray &body);
     void refuse(const Call &call, const Failure &failure);
     natsStatus send(const Call &call, const QByteArray &body, const Failure &failure);
@@ -62,8 +70,10 @@ private:
     Connection &m_connection;
     Workers &m_workers;
     ZDbus &m_below;
+    ZDbusReach &m_belowReach;
     Clocks m_clocks;
     Tally m_tally;
-    mutable QMutex m_mutex;           // guards m_served
+    mutable QMutex m_mutex; // guards the following
+    QDeadlineTimer m_latest;
     QHash<QByteArray, QUrl> m_served; // by subject
 };

@@ -26,6 +26,9 @@ Failure failureOf(natsStatus status)
     case NATS_MAX_PAYLOAD:
     case NATS_LINE_TOO_LONG:
         return Failure::TooLarge;
+    case NATS_TIMEOUT: // some of it is sent
+    case NATS_IO_ERROR:
+        return Failure::Lost;
     default:
         return Failure::NotConnected;
     }
@@ -138,15 +141,18 @@ void Requests::fail(int link)
     }
 }
 
-void Requests::fail(const QByteArray &deniedSubject)
+void Requests::deny(const QByteArray &denied, bool isToPublish)
 {
     const QMutexLocker locker(&m_mutex);
-    m_isInboxDenied |= deniedSubject == subject();
+    m_isInboxDenied |= !isToPublish && denied == subject();
     for (Waiter *waiter : qAsConst(m_waiters)) {
-        if (m_isInboxDenied || waiter->subject == deniedSubject) {
+        if (isToPublish && waiter->subject == denied) {
             waiter->failure = Failure::Denied;
-            waiter->changed.wakeAll();
+        } else if (m_isInboxDenied && waiter->link != 0) { // it was sent, but nobody will hear the answer
+            waiter->failure = Failure::Denied;
+            waiter->failure.called = Failure::Unknown;
         }
+        waiter->changed.wakeAll();
     }
 }
 
@@ -172,6 +178,8 @@ void Requests::arrived(NatsMessage message)
 
 Failure Requests::send(const Request &request, Waiter &waiter, const QByteArray &token)
 {
+    if (request.subject.size() > Connection::MostSubjectBytes)
+        return Failure::TooLarge;
     natsMsg *made = nullptr;
     if (natsMsg_Create(&made, request.subject, m_inbox + token, request.body, request.body.size()) != NATS_OK)
         return Failure::TooLarge;

@@ -51,7 +51,7 @@ public:
 
     /// What was sent by this link fails now.
     void fail(int link);
-    void fail(const QByteArray &deniedSubject);
+    void deny(const QByteArray &subject, bool isToPublish);
     /// All that wait fail now, and whatever comes.
     void end();
 

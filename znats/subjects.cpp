@@ -105,13 +105,29 @@ QByteArray Subjects::broadcast() const { return m_prefix + "all"; }
 
 QByteArray Subjects::list() const { return m_prefix + "list"; }
 
-QByteArray Subjects::placeIn(const QByteArray &subject) const
+QUrl Subjects::urlIn(const QByteArray &subject) const
 {
     if (!subject.startsWith(m_prefix))
         return {};
     const QByteArray rest = subject.mid(m_prefix.size());
     if (rest.startsWith("call."))
-        return rest.mid(5);
+        return urlAt(rest.mid(5));
     const int end = rest.startsWith("at.") ? rest.indexOf('.', 3) : -1;
-    return end < 0 ? QByteArray() : rest.mid(end + 1);
+    QString name;
+    if (end < 0 || !unescape(rest.mid(3, end - 3), &name))
+        return {};
+    QUrl url = urlAt(rest.mid(end + 1));
+    if (!url.isEmpty())
+        url.setUserName(name, QUrl::DecodedMode);
+    return url;
+}
+
+bool Subjects::isFor(const QUrl &url, const QByteArray &subject) const
+{
+    const QString name = url.userName(QUrl::FullyDecoded);
+    for (const QByteArray &place : {placeOf(url), barePlaceOf(url)}) {
+        if (!place.isEmpty() && subject == (name.isEmpty() ? call(place) : at(name, place)))
+            return true;
+    }
+    return false;
 }

@@ -31,8 +31,10 @@ public:
     QByteArray broadcast() const;
     QByteArray list() const;
 
-    /// The place that a call or a question by name is for; empty if `subject` is for neither.
-    QByteArray placeIn(const QByteArray &subject) const;
+    /// The URL that a call under this subject is for; empty if it is no call's.
+    QUrl urlIn(const QByteArray &subject) const;
+    /// Whether a call of `url` may have this subject: its own, or that of its bare host.
+    bool isFor(const QUrl &url, const QByteArray &subject) const;
 
 private:
     const QByteArray m_prefix;

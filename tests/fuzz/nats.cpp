@@ -44,9 +44,13 @@ void checkUrl(const QUrl &url)
     if (QString::fromUtf8(key.toUtf8()) == key && url.path(QUrl::FullyDecoded).startsWith(QLatin1Char('/')))
         promise(keyOf(back) == key, "two URLs with one place are one endpoint", url.toString());
     const Subjects subjects(QStringLiteral("a.b"));
-    promise(subjects.placeIn(subjects.call(place)) == place, "the place is found in the subject", url.toString());
-    promise(subjects.placeIn(subjects.at(QStringLiteral("n.1"), place)) == place, "the place is found behind a name",
-            url.toString());
+    promise(subjects.urlIn(subjects.call(place)) == back, "the URL is found in the subject", url.toString());
+    promise(subjects.isFor(back, subjects.call(place)), "a call has the subject of its URL", url.toString());
+    QUrl named = back;
+    named.setUserName(QStringLiteral("n.1"));
+    const QByteArray byName = subjects.at(QStringLiteral("n.1"), place);
+    promise(subjects.urlIn(byName) == named, "the URL is found behind a name", url.toString());
+    promise(subjects.isFor(named, byName) && !subjects.isFor(back, byName), "a name is part of a call", url.toString());
 }
 
 void checkBody(const QByteArray &bytes)

@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 
+#include <zscheduler.h>
 #include <zwiring.h>
 
 namespace {
@@ -22,10 +23,11 @@ Broker &broker()
 QJsonObject configuration()
 {
     const QString folder = QFileInfo(QStringLiteral(ZNATS)).path();
-    return {{QStringLiteral("logger"), QJsonObject{{QStringLiteral("warning"), 1}}},
+    return {{QStringLiteral("logger"), QJsonObject{{QStringLiteral("info"), 0}, {QStringLiteral("warning"), 1}}},
             {QStringLiteral("loader"), QJsonObject{{QStringLiteral("deployed"), folder},
                                                    {QStringLiteral("load-list"), QJsonArray{QStringLiteral("znats")}}}},
-            {QStringLiteral("nats"), QJsonObject{{QStringLiteral("servers"), QJsonArray{broker().url()}},
+            {QStringLiteral("nats"), QJsonObject{{QStringLiteral("name"), QStringLiteral("user")},
+                                                 {QStringLiteral("servers"), QJsonArray{broker().url()}},
                                                  {QStringLiteral("serve"), QJsonArray{QStringLiteral("*")}}}}};
 }
 
@@ -56,6 +58,16 @@ private:
     ZLogger *const m_logger;
 };
 
+/// In place of the host's own, which would be bound on the bus.
+class NoScheduler : public QObject, public ZScheduler
+{
+    Q_OBJECT
+    Q_INTERFACES(ZScheduler)
+
+public:
+    bool schedule0(QSharedPointer<ZScheduledActivity>) override { return false; }
+};
+
 } // namespace
 
 const char *const LayeredDbus::TypeName = [] {
@@ -63,7 +75,7 @@ const char *const LayeredDbus::TypeName = [] {
     return "LayeredDbus*";
 }();
 
-LayeredDbus::LayeredDbus() : m_below(new ZDefaultDbus), m_host(configuration(), {m_below})
+LayeredDbus::LayeredDbus() : m_below(new ZDefaultDbus), m_host(configuration(), {m_below, new NoScheduler})
 {
     m_host.begin();
     if (!bus()->find0(QUrl(QStringLiteral("//nats"))))
@@ -97,3 +109,5 @@ ZLogger *LayeredDbus::getSetZLogger(ZLogger *logger)
 }
 
 ZEmitter *LayeredDbus::getSetZEmitter(ZEmitter *emitter) { return zAnnounce<ZDbusDelegate>(this, emitter); }
+
+#include "layereddbus.moc"

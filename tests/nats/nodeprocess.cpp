@@ -142,9 +142,10 @@ bool NodeProcess::hasLogged(const QString &text) const { return m_log.join(QLati
 void NodeProcess::read()
 {
     m_unread += m_process.readAllStandardOutput();
-    for (int end = m_unread.indexOf('\n'); end >= 0; end = m_unread.indexOf('\n')) {
-        const QJsonObject line = QJsonDocument::fromJson(m_unread.left(end)).object();
-        m_unread.remove(0, end + 1);
+    int begin = 0;
+    for (int end = m_unread.indexOf('\n'); end >= 0; end = m_unread.indexOf('\n', begin)) {
+        const QJsonObject line = QJsonDocument::fromJson(m_unread.mid(begin, end - begin)).object();
+        begin = end + 1;
         if (line.contains(QStringLiteral("log")))
             m_log << at(line, "log").toString();
         else if (line.contains(QStringLiteral("event")))
@@ -152,6 +153,7 @@ void NodeProcess::read()
         else
             m_answers.insert(at(line, "id").toInt(), line);
     }
+    m_unread.remove(0, begin);
 }
 
 template <class Condition>

@@ -58,7 +58,7 @@ void Proxy::serve()
             QThread::msleep(PauseMs);
             continue;
         }
-        if (poll(ends.data(), static_cast<nfds_t>(ends.size()), PauseMs) <= 0)
+        if (poll(ends.data(), static_cast<nfds_t>(ends.size()), PauseMs) <= 0 || m_isCut)
             continue;
         for (int i = ends.size() - 2; i > 0; i -= 2) {
             const bool isOver = (ends[i].revents && !pass(ends[i].fd, ends[i + 1].fd)) ||
