@@ -10,8 +10,9 @@
 /**
  * Is told what came of a call that it has begun with `ZDbusAsync`.
  *
- * Thread:  if it is a `QObject`, the thread in which it lives, by its event loop; else any.
- * Failure: exceptions are logged.
+ * Ownership: its user's; it is held weakly while its calls are under way.
+ * Thread:    if it is a `QObject`, the thread in which it lives, by its event loop; else any.
+ * Failure:   exceptions are logged.
  */
 class ZDbusReceiver
 {

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "folder.h"
 #include "journal.h"
 #include "testcase.h"
 
 #include <QCoreApplication>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QMutex>
 #include <QPointer>
@@ -189,6 +191,36 @@ private:
     const QSharedPointer<Endpoint> m_endpoint;
 };
 
+/// A host with the plugin "asker", and an endpoint at "//clock".
+class PluginHost
+{
+public:
+    explicit PluginHost(Endpoint::Work work) : m_clock(QSharedPointer<Endpoint>::create(std::move(work)))
+    {
+        m_folder.drop(QStringLiteral("asker"));
+        m_host.emplace(QJsonObject{{QStringLiteral("loader"), QJsonObject{{QStringLiteral("deployed"), m_folder.path()},
+                                                                          {QStringLiteral("load-list"),
+                                                                           QJsonArray{{QStringLiteral("asker")}}}}}});
+        m_host->begin();
+        m_host->services().dbus->bind0(QUrl(QStringLiteral("//clock")), m_clock);
+    }
+
+    /// What is answered; empty if the call was not handled.
+    QJsonObject call(const char *url) const
+    {
+        QJsonObject out;
+        return m_host->services().dbus->invoke0(QUrl(QLatin1String(url)), nullptr, &out) ? out : QJsonObject();
+    }
+
+private:
+    const QSharedPointer<Endpoint> m_clock;
+    const Folder m_folder;
+    std::optional<ZHost> m_host;
+
+public:
+    const QString file = m_folder.filePath(QStringLiteral("libasker.so"));
+};
+
 /// Holds calls until it is opened, and counts those that have come.
 struct Dam
 {
@@ -253,6 +285,8 @@ private Q_SLOTS:
     void mayEndWithinItsOwnCall();
     void goesOnWhileTheBusIsExchanged();
     void finishesItsCallsWhenItIsExchanged();
+    void servesPlugins();
+    void letsAPluginGoThatWaitsForAnAnswer();
     void leadsNowhereWithoutAComponent();
 };
 
@@ -816,6 +850,34 @@ void tst_DbusAsync::finishesItsCallsWhenItIsExchanged()
     dam.open.release(MostRunning + 1);
     QVERIFY(to->come.tryAcquire(MostRunning + 1, LongTime));
     QCOMPARE(host.stop(), QStringList());
+}
+
+void tst_DbusAsync::servesPlugins()
+{
+    const PluginHost host([](const QUrl &, QJsonObject *, QJsonObject *out) {
+        out->insert(QStringLiteral("time"), 12);
+        return true;
+    });
+    const QJsonObject expected{
+        {QStringLiteral("handled"), true},
+        {QStringLiteral("out"), QJsonObject{{QStringLiteral("time"), 12}}},
+        {QStringLiteral("outcome"), QJsonObject{{QStringLiteral("code"), 200}, {QStringLiteral("called"), true}}}};
+    QCOMPARE(host.call("//asker/wait"), expected);
+    host.call("//asker/begin");
+    QTRY_COMPARE_WITH_TIMEOUT(host.call("//asker"), expected, LongTime);
+}
+
+void tst_DbusAsync::letsAPluginGoThatWaitsForAnAnswer()
+{
+    Dam dam;
+    const PluginHost host(dam.work());
+    for (int i = 0; i < 20; ++i)
+        host.call("//asker/begin");
+    QVERIFY(dam.come.tryAcquire(MostRunning, LongTime)); // and some wait, with a URL of the plugin's
+    host.call("//asker/release");
+    QTRY_VERIFY_WITH_TIMEOUT(!isMapped(host.file), LongTime);
+    dam.open.release(20);
+    QVERIFY(dam.come.tryAcquire(20 - MostRunning, LongTime));
 }
 
 void tst_DbusAsync::leadsNowhereWithoutAComponent()

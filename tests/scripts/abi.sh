@@ -6,7 +6,7 @@ set -euo pipefail
 source=$(realpath "$1") library=$2
 kept=$source/tests/abi/interfaces-1.txt
 
-headers=("$source"/include/*.h "$source"/zdefault/{zcodecalias,zdefault*,zhost,zlibraryset,zorderlyemitter,zservices}.h)
+headers=("$source"/include/*.h "$source"/zdefault/{zcodecalias,zdbuslayers,zdefault*,zhost,zleasedelegate,zlibraryset,zorderlyemitter,zservices}.h)
 
 slots() { # of the classes that are all virtual, in order
     awk '/^class [A-Z]/ { class = $0; sub(/^class (ZDEFAULT_EXPORT )?/, "", class) }
