@@ -45,11 +45,12 @@ QStringList tst_DoorContract::requests() const
 
 void tst_DoorContract::initTestCase()
 {
-    m_host.loadList = QStringList{QStringLiteral("libecho"), QStringLiteral("libgreeter")};
+    m_host.loadList = QStringList{QStringLiteral("libecho"), QStringLiteral("libgreeter"), QStringLiteral("libafar")};
     QJsonObject often = entry("//echo/often");
     often.insert(QStringLiteral("every"), 1000); // else it may be running when it is to be run
     m_host.schedule = QJsonArray{often, entry("//echo/once", false)};
     QVERIFY(m_host.deployed.drop(QStringLiteral("echo")));
+    QVERIFY(m_host.deployed.drop(QStringLiteral("afar")));
     QVERIFY(m_host.deployed.write(QStringLiteral("libgreeter.so"),
                                   contentOf(pluginFile(QStringLiteral("greeter"))) + "another"));
     m_host.start();
@@ -100,9 +101,10 @@ void tst_DoorContract::isKept_data()
             << QString::fromLatin1(request) << QByteArray(path) << QByteArray(body) << status;
     };
     add("GET /v1/report", "/v1/report");
-    for (const char *part : {"/v1/report/host", "/v1/report/plugins", "/v1/report/services", "/v1/report/endpoints",
-                             "/v1/report/schedule", "/v1/report/threads", "/v1/report/configuration",
-                             "/v1/report/events", "/healthz", "/readyz", "/metrics", "/openapi.json", "/v1/log", "/"})
+    for (const char *part :
+         {"/v1/report/host", "/v1/report/plugins", "/v1/report/services", "/v1/report/endpoints", "/v1/report/schedule",
+          "/v1/report/threads", "/v1/report/configuration", "/v1/report/events", "/v1/report/bus", "/healthz",
+          "/readyz", "/metrics", "/openapi.json", "/v1/log", "/"})
         add(qPrintable(QStringLiteral("GET ") + QLatin1String(part)), part);
     add("GET /page/{name}", "/page/page.css");
     add("GET /page/{name}", "/page/none", 404);

@@ -3,6 +3,7 @@
 #include "metrics.h"
 #include "routes.h"
 
+#include "../host.h"
 #include "../known/known.h"
 #include "../known/logring.h"
 #include "../known/reports.h"
@@ -36,15 +37,37 @@ QByteArray typeOf(const QString &file)
 
 } // namespace
 
+/// What is known of the bus past this process; undefined if no plugin takes it there.
+QJsonValue Routes::bus() const
+{
+    {
+        const QReadLocker locker(&m_lock);
+        if (!m_host || !m_known->endpoints.isThere(QStringLiteral("//nats")))
+            return QJsonValue::Undefined;
+        m_busQuestion.begin(m_host->localBus());
+    }
+    return m_busQuestion.answer(); // it may take a while
+}
+
 Reply Routes::report(const Question &) const
 {
+    const QJsonValue bus = this->bus();
     const QReadLocker locker(&m_lock);
-    return Reply::of(Reports(*m_known, m_host).all());
+    QJsonObject report = Reports(*m_known, m_host).all();
+    report.insert(QStringLiteral("bus"), bus); // which does nothing if it is undefined
+    return Reply::of(report);
 }
 
 Reply Routes::reportPart(const Question &question) const
 {
     const QString name = question.parts.first();
+    if (name == QLatin1String("bus")) {
+        const QJsonValue bus = this->bus();
+        return bus.isUndefined()
+                   ? Reply::failure(
+                         404, QStringLiteral("no plugin takes the bus past this process: nobody has bound //nats"))
+                   : Reply::of(bus);
+    }
     const QReadLocker locker(&m_lock);
     const QJsonValue part = Reports(*m_known, m_host).part(name);
     return part.isUndefined() ? Reply::failure(404, QStringLiteral("the report has no part \"%1\"").arg(name))
@@ -85,8 +108,10 @@ Reply Routes::ready(const Question &) const
 
 Reply Routes::metrics(const Question &) const
 {
+    const QJsonObject bus = this->bus().toObject();
     const QReadLocker locker(&m_lock);
-    return {200, metricsText(Reports(*m_known, m_host), m_calls.counts()), "text/plain; version=0.0.4; charset=utf-8"};
+    return {200, metricsText(Reports(*m_known, m_host), m_calls.counts(), bus),
+            "text/plain; version=0.0.4; charset=utf-8"};
 }
 
 /// The page and its files, which are built into the program.

@@ -29,6 +29,7 @@ struct BusCalls::State
 struct BusCalls::Call
 {
     QString name;
+    Whose whose;
     std::optional<Result> result;
 };
 
@@ -36,7 +37,8 @@ void BusCalls::State::end(const std::shared_ptr<Call> &call, const Result &resul
 {
     const QMutexLocker locker(&mutex);
     running.removeOne(call->name);
-    counts.failures += result.end == Result::Failed ? 1 : 0;
+    if (result.end == Result::Failed && call->whose == Users)
+        ++counts.failures;
     call->result = result;
     ended.wakeAll();
 }
@@ -90,17 +92,18 @@ void BusCalls::run(const std::shared_ptr<State> &state, const std::shared_ptr<Ca
     state->end(call, result);
 }
 
-std::shared_ptr<BusCalls::Call> BusCalls::begin(const QString &name, const Deed &deed)
+std::shared_ptr<BusCalls::Call> BusCalls::begin(const QString &name, const Deed &deed, Whose whose)
 {
     const std::shared_ptr<State> state = m_state;
-    const auto call = std::make_shared<Call>(Call{name, {}});
+    const auto call = std::make_shared<Call>(Call{name, whose, {}});
     const QMutexLocker locker(&state->mutex);
     if (state->isEnding || !m_starter.joinable() || state->running.size() >= MaxCalls)
         return {};
     state->toStart.emplace_back(call, deed);
     state->wanted.wakeOne();
     state->running.append(name);
-    ++state->counts.calls;
+    if (whose == Users)
+        ++state->counts.calls;
     return call;
 }
 

@@ -28,8 +28,13 @@ public:
     /// Returns why it has failed; null if it has not.
     using Deed = std::function<QString(QJsonObject *out)>;
     struct Call;
+    enum Whose
+    {
+        Users,
+        Own ///< It is not counted.
+    };
     /// Begins a call; null if there are too many.
-    std::shared_ptr<Call> begin(const QString &name, const Deed &deed);
+    std::shared_ptr<Call> begin(const QString &name, const Deed &deed, Whose whose = Users);
 
     struct Result
     {

@@ -103,9 +103,48 @@ void addSchedule(Families *families, const QJsonArray &schedule)
     addAll("zhost_schedule_last_seconds", "How long the last call took.", MetricType::Gauge, "lastMs", 0.001);
 }
 
+/// Of the bus past this process.
+void addBus(Families *families, const QJsonObject &bus)
+{
+    constexpr auto gauge = MetricType::Gauge, counter = MetricType::Counter;
+    const auto part = [&](const char *key) { return bus.value(QLatin1String(key)).toObject(); };
+    const QJsonObject connection = part("connection");
+    families->add("zhost_bus_connected", "Whether the bus reaches other processes.", gauge,
+                  connection.value(QStringLiteral("state")) == QLatin1String("connected"));
+    if (!bus.value(QStringLiteral("error")).toString().isEmpty())
+        return; // a counter that falls to 0 would count as one that begins anew
+    families->add("zhost_bus_reconnects_total", "How often the connection was made anew.", counter,
+                  numberIn(connection, "reconnects"));
+    families->add("zhost_bus_round_trip_seconds", "To the broker and back.", gauge,
+                  numberIn(connection, "rttMs") / 1000);
+    const auto addCalls = [&](const char *name, const char *help, MetricType type, const char *key) {
+        families->begin(name, help, type);
+        for (const char *const direction : {"out", "in"})
+            families->add({{"direction", direction}}, numberIn(part(direction), key));
+    };
+    addCalls("zhost_bus_calls_total", "Calls to other processes, and from them.", counter, "calls");
+    addCalls("zhost_bus_call_failures_total", "Those that were not handled.", counter, "failures");
+    addCalls("zhost_bus_calls_under_way", "Those that have not come back.", gauge, "underWay");
+    families->begin("zhost_bus_failures_total", "Calls to other processes that failed, by the reason.", counter);
+    const QJsonArray reasons = bus.value(QStringLiteral("reasons")).toArray();
+    for (const auto &reason : reasons)
+        families->add({{"reason", textIn(reason.toObject(), "reason")}}, numberIn(reason.toObject(), "failures"));
+    families->begin("zhost_bus_latency_seconds", "How long the last calls took.", gauge);
+    for (const char *const direction : {"out", "in"}) {
+        for (const auto &[quantile, key] : {std::pair{"0.5", "p50Ms"}, std::pair{"0.99", "p99Ms"}})
+            families->add({{"direction", direction}, {"quantile", quantile}}, numberIn(part(direction), key) / 1000);
+    }
+    families->begin("zhost_bus_queue", "Calls from other processes that wait for a thread, or have one.", gauge);
+    for (const char *const state : {"waiting", "running"})
+        families->add({{"state", state}}, numberIn(part("queue"), state));
+    families->add("zhost_bus_queue_most", "How many calls may wait.", gauge, numberIn(part("queue"), "most"));
+    families->add("zhost_bus_hosts", "Other processes that were seen lately.", gauge,
+                  bus.value(QStringLiteral("hosts")).toArray().size());
+}
+
 } // namespace
 
-QByteArray metricsText(const Reports &reports, const BusCalls::Counts &calls)
+QByteArray metricsText(const Reports &reports, const BusCalls::Counts &calls, const QJsonObject &bus)
 {
     Families families;
     addHost(&families, reports.host());
@@ -116,5 +155,7 @@ QByteArray metricsText(const Reports &reports, const BusCalls::Counts &calls)
                  double(calls.calls));
     families.add("zhost_door_call_failures_total", "Those that nobody handled, or that have thrown.",
                  MetricType::Counter, double(calls.failures));
+    if (!bus.isEmpty())
+        addBus(&families, bus);
     return families.text();
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "buscalls.h"
+#include "busquestion.h"
 #include "reply.h"
 
 #include <QMap>
@@ -62,6 +63,8 @@ private:
     Reply withEntry(const Question &question,
                     const std::function<Reply(Host &, const QSharedPointer<TimetableActivity> &)> &deed) const;
 
+    QJsonValue bus() const;
+
     Reply report(const Question &question) const;
     Reply reportPart(const Question &question) const;
     Reply call(const Question &question) const;
@@ -82,6 +85,7 @@ private:
     const Known *const m_known;
     std::vector<Route> m_routes;
     mutable BusCalls m_calls;
+    mutable BusQuestion m_busQuestion{&m_calls};
     mutable QReadWriteLock m_lock; // guards m_host
     Host *m_host = nullptr;
 };

@@ -51,6 +51,12 @@ QJsonArray EndpointBook::describe() const
     return result;
 }
 
+bool EndpointBook::isThere(const QString &address) const
+{
+    const QMutexLocker locker(&m_mutex);
+    return !m_endpoints.value(address).subscriber.isNull();
+}
+
 QVector<QPair<QUrl, QSharedPointer<ZDbusSubscriber>>> EndpointBook::endpoints(const QString &file) const
 {
     QVector<QPair<QUrl, QSharedPointer<ZDbusSubscriber>>> result; // let go of after the lock

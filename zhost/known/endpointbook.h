@@ -26,6 +26,8 @@ public:
     void bound(const QUrl &url, const QWeakPointer<ZDbusSubscriber> &subscriber);
 
     QJsonArray describe() const;
+    /// Whether an endpoint is bound at `address`, and is alive.
+    bool isThere(const QString &address) const;
     /// The endpoints of `file` that are alive, also those in whose place another one has been bound. The returned
     /// pointers keep them alive.
     QVector<QPair<QUrl, QSharedPointer<ZDbusSubscriber>>> endpoints(const QString &file) const;
