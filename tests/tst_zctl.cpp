@@ -10,6 +10,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QScopeGuard>
@@ -53,6 +54,11 @@ private Q_SLOTS:
     void printsTheAnswerAsItIsForPrograms();
     void printsTheAnswerForPeople_data();
     void printsTheAnswerForPeople();
+    void listsTheHostsThatTheBusReaches();
+    void saysWhyItListsNoHosts_data();
+    void saysWhyItListsNoHosts();
+    void statusTellsOfTheBus_data();
+    void statusTellsOfTheBus();
     void saysSoWhereThereIsNothing_data();
     void saysSoWhereThereIsNothing();
     void saysSoWhereNothingHasFailed();
@@ -234,7 +240,7 @@ void tst_Zctl::tellsWhatItIs_data()
                              << "^zctl \\d+\\.\\d+\\.\\d+\\n$";
     for (const char *const command :
          {"status", "plugins \\[NAME\\]", "services", "endpoints", "schedule", "threads", "log \\[-f\\] \\[-n LINES\\]",
-          "call URL \\[--in JSON\\]", "run N", "cancel N", "restart N", "rollback NAME", "release NAME",
+          "hosts", "call URL \\[--in JSON\\]", "run N", "cancel N", "restart N", "rollback NAME", "release NAME",
           "log-level CATEGORY MASK", "reload", "stop", "top"})
         QTest::addRow("help tells of %s", command) << "--help" << QStringLiteral("\n  %1  +[A-Z]").arg(command);
 }
@@ -666,6 +672,80 @@ void tst_Zctl::printsTheAnswerForPeople()
     const Result result = run(arguments);
     QCOMPARE(result.err, QString());
     QTEST(QString(result.out).replace(QRegularExpression("\\d{4} days ago"), "NNNN days ago"), "text");
+}
+
+void tst_Zctl::listsTheHostsThatTheBusReaches()
+{
+    FakeHost host(socket());
+    const QByteArray out = R"({"handled": true, "reason": "", "out": {"hosts": [
+        {"name": "node7", "id": "b", "version": "1.0.0", "urls": ["//clock", "//report"], "ms": 0.25, "started": ""},
+        {"name": "no\u001bde6", "id": "a", "version": "1.0.0", "urls": [], "ms": 25, "started": "2020-01-01T00:00:00Z"},
+        3]}})";
+    host.answer("POST /v1/call", out);
+    const Result result = run({"hosts"});
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(QString(result.out).replace(QRegularExpression("\\d{4} days ago"), "NNNN days ago"),
+             QString("HOST       VERSION  SINCE          ANSWERED IN  SERVES\n"
+                     "no\\x1bde6  1.0.0    NNNN days ago        25 ms\n"
+                     "node7      1.0.0                       0.25 ms  //clock, //report\n"));
+    QVERIFY2(host.asked().last().startsWith("POST /v1/call?"), qPrintable(host.asked().last()));
+    QVERIFY2(host.asked().last().contains("nats"), qPrintable(host.asked().last()));
+    QCOMPARE(QJsonDocument::fromJson(run({"hosts", "--json"}).out.toUtf8()), QJsonDocument::fromJson(out));
+}
+
+void tst_Zctl::saysWhyItListsNoHosts_data()
+{
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("exitCode");
+    QTest::newRow("none") << QByteArray(R"({"handled": true, "reason": "", "out": {"hosts": []}})")
+                          << "no host answers: those that serve nothing do not\n"
+                          << 0;
+    QTest::newRow("no plugin") << QByteArray(R"({"handled": false, "reason": "nobody handled //nats/hosts"})")
+                               << "zctl: the bus of this host reaches no other process: no plugin has bound //nats\n"
+                               << 1;
+    QTest::newRow("an exception") << QByteArray(R"({"handled": false, "reason": "//nats/hosts has thrown: x"})")
+                                  << "zctl: //nats/hosts has thrown: x\n"
+                                  << 1;
+}
+
+void tst_Zctl::saysWhyItListsNoHosts()
+{
+    QFETCH(QByteArray, answer);
+    FakeHost host(socket());
+    host.answer("POST /v1/call", answer);
+    const Result result = run({"hosts"});
+    QTEST(result.out + result.err, "text");
+    QTEST(result.exitCode, "exitCode");
+}
+
+void tst_Zctl::statusTellsOfTheBus_data()
+{
+    QTest::addColumn<QByteArray>("bus");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("connected") << QByteArray(R"({"error": "", "name": "node6", "hosts": [{}],
+        "connection": {"state": "connected", "server": "nats://a"},
+        "out": {"calls": 120, "failures": 4, "p50Ms": 0.5, "p99Ms": 20}, "in": {"calls": 0}})")
+                               << "bus            connected to nats://a, as node6, 1 host seen\n"
+                                  "calls out      4 of 120 failed, half within 0.5 ms, 99 % within 20 ms\n";
+    QTest::newRow("not connected")
+        << QByteArray(R"({"error": "", "connection": {"state": "connecting", "error": "no servers"}})")
+        << "the bus reaches no other process: connecting, no servers\n";
+    QTest::newRow("not known")
+        << QByteArray(R"({"error": "//nats/printd has not come back yet", "connection": {"state": "unknown"}})")
+        << "what the bus does is not known: //nats/printd has not come back yet\n";
+}
+
+void tst_Zctl::statusTellsOfTheBus()
+{
+    QFETCH(QByteArray, bus);
+    QFETCH(QString, text);
+    FakeHost host(socket());
+    host.answer("GET /v1/report", QByteArray("{\"host\": ") + hostReport + ", \"plugins\": [], \"bus\": " + bus + "}");
+    const Result result = run({"status"});
+    QCOMPARE(result.exitCode, 0); // it is healthy all the same
+    QVERIFY2(result.out.contains(text), qPrintable(result.out));
 }
 
 void tst_Zctl::saysSoWhereThereIsNothing_data()

@@ -46,6 +46,7 @@ const std::vector<Command> &commands()
         {"schedule", "", 0, 0, "List the timetable: what has run, and runs next.", showSchedule},
         {"threads", "", 0, 0, "List the threads.", showThreads},
         {"log", "[-f] [-n LINES]", 0, 0, "Print the last lines of the log; with -f those that come.", showLog},
+        {"hosts", "", 0, 0, "List the hosts that the bus reaches, and what they serve.", showHosts},
         {"call", "URL [--in JSON]", 1, 1, "Call the bus, and print the answer.", callBus, checkUrl},
         {"run", "N", 1, 1, "Make the call of the entry N of the timetable now.", runEntry, checkIndex},
         {"cancel", "N", 1, 1, "End the entry N.", cancelEntry, checkIndex},

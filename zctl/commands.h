@@ -47,6 +47,8 @@ ExitCode showServices(const Request &request);
 ExitCode showEndpoints(const Request &request);
 ExitCode showSchedule(const Request &request);
 ExitCode showThreads(const Request &request);
+// hosts.cpp
+ExitCode showHosts(const Request &request);
 // status.cpp
 ExitCode showStatus(const Request &request);
 // log.cpp

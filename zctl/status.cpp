@@ -80,7 +80,44 @@ QJsonArray inMemory(const QJsonObject &report)
     return result;
 }
 
-Table describeHost(const QJsonObject &host)
+QJsonObject busOf(const QJsonObject &report) { return report.value(QLatin1String("bus")).toObject(); }
+
+/// Why the bus reaches no other process; empty if it does, or is not to.
+QString failureOfBus(const QJsonObject &bus)
+{
+    if (bus.isEmpty())
+        return {};
+    if (const QString error = textOf(bus, "error"); !error.isEmpty())
+        return QStringLiteral("what the bus does is not known: %1").arg(error);
+    const QJsonObject connection = bus.value(QLatin1String("connection")).toObject();
+    const QString state = textOf(connection, "state");
+    const QString error = textOf(connection, "error");
+    if (state == QLatin1String("connected"))
+        return {};
+    return QStringLiteral("the bus reaches no other process: ") +
+           (error.isEmpty() ? state : QStringLiteral("%1, %2").arg(state, error));
+}
+
+Table::Cell describeConnection(const QJsonObject &bus)
+{
+    const QJsonObject connection = bus.value(QLatin1String("connection")).toObject();
+    const QString state = textOf(connection, "state");
+    if (state != QLatin1String("connected"))
+        return {state, Terminal::Bad};
+    return {QStringLiteral("connected to %1, as %2, %3 seen")
+                .arg(textOf(connection, "server"), textOf(bus, "name"),
+                     countText(bus.value(QLatin1String("hosts")).toArray().size(), "host"))};
+}
+
+QString describeCalls(const QJsonObject &calls)
+{
+    return QStringLiteral("%1 of %2 failed, half within %3, 99 % within %4")
+        .arg(QString::number(numberOf(calls, "failures")), QString::number(numberOf(calls, "calls")),
+             latencyText(calls.value(QLatin1String("p50Ms")).toDouble()),
+             latencyText(calls.value(QLatin1String("p99Ms")).toDouble()));
+}
+
+Table describeHost(const QJsonObject &host, const QJsonObject &bus)
 {
     Table table({{}, {}});
     const QString since = textOf(host, "since");
@@ -90,6 +127,14 @@ Table describeHost(const QJsonObject &host)
     table.add({QStringLiteral("since"), QStringLiteral("%1, %2").arg(clockText(since), whenText(since))});
     table.add({QStringLiteral("event loop"), describeLoop(host)});
     table.add({QStringLiteral("size"), describeSize(host)});
+    if (bus.isEmpty())
+        return table;
+    table.add({QStringLiteral("bus"), describeConnection(bus)});
+    for (const char *const direction : {"out", "in"}) {
+        const QJsonObject calls = bus.value(QLatin1String(direction)).toObject();
+        if (numberOf(calls, "calls") > 0)
+            table.add({QStringLiteral("calls %1").arg(QLatin1String(direction)), describeCalls(calls)});
+    }
     return table;
 }
 
@@ -97,7 +142,7 @@ QStringList describe(const QJsonObject &report, const Terminal &terminal)
 {
     const Table::Cell head = headline(report);
     QStringList lines{terminal.paint(printable(head.text), head.colour)};
-    lines += describeHost(hostOf(report)).lines(terminal.endless());
+    lines += describeHost(hostOf(report), busOf(report)).lines(terminal.endless());
     if (!report.contains(QLatin1String("plugins")))
         return lines + QStringList{QString(), QStringLiteral("the host tells no more at the moment")};
     const Table plugins = pluginTable(inMemory(report));
@@ -149,6 +194,7 @@ QStringList failures(const QJsonObject &report)
         for (const QJsonValue &value : values)
             result.append(failureOf(value.toObject()));
     }
+    result.append(failureOfBus(busOf(report)));
     result.removeAll(QString());
     return refusals(report) + result;
 }

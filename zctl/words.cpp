@@ -38,6 +38,11 @@ QString durationText(double ms)
     return roundedDown(ms / Day, "days");
 }
 
+QString latencyText(double ms)
+{
+    return ms > 0 && ms < 10 ? QStringLiteral("%1 ms").arg(ms, 0, 'g', 2) : durationText(ms);
+}
+
 QString whenText(const QString &time)
 {
     const QDateTime then = read(time);

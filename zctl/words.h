@@ -15,6 +15,8 @@ QString whenText(const QString &time);
 QString clockText(const QString &time);
 /// "12 ms", "1.5 s", "3 min", "5 h", "3 days".
 QString durationText(double ms);
+/// "0.25 ms", and above 10 ms as `durationText`.
+QString latencyText(double ms);
 /// "38 MiB".
 QString bytesText(double bytes);
 /// The texts of a list, one after the other.

@@ -60,6 +60,17 @@ class Glance(PageTest):
         self.browser.await_text("attention", "//nobody/there, failed ")
         self.assertIn("//nobody/there", self.browser.text("facts"))
 
+    def test_tells_of_the_bus_past_the_process_once_a_plugin_takes_it_there(self):
+        self.assertTrue(self.browser.run("return document.getElementById('bus').hidden"))
+        self.host.put(self.host.hot_deploy, self.plugins / "libafar.so")
+        self.browser.await_text("bus-facts", "connected to nats://127.0.0.1:4222")
+        facts = self.browser.text("bus-facts")
+        for expected in ("node6, in the domain shop", "120 calls, 4 failed, 1 under way; 0.5 ms in the middle",
+                         "nobody 3, too late 1", "8 of 8 threads busy, 5 waiting", "report: this process has it"):
+            self.assertIn(expected, facts)
+        self.assertIn("4 ms behind", self.browser.row("bus-hosts", "node7"))
+        self.assertEqual(self.browser.text("bus-count"), "1 host seen")
+
     def test_shows_the_log_as_it_comes_and_as_it_is_filtered(self):
         self.host.call("//exhibit/say", text="a line for the reader")
         await_(lambda: self.logged("a line for the reader"), "the line")

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What an operator should look at, worst first, out of all that is reported.
 
+import {busTrouble} from './bus.js';
 import {byId, keyedList, make, makeButton, setAttribute, setText} from './dom.js';
 import {failureWords, isFailing} from './schedule.js';
 import {isOlder, leftNull, nameOf, versions} from './versions.js';
@@ -9,7 +10,7 @@ import {number} from './words.js';
 const Most = 12;
 
 /** `{kind, text, file}` each; `file` is that of the plugin which it is about. */
-function findings({host, plugins, services, endpoints, schedule, events}) {
+function findings({host, plugins, services, endpoints, schedule, events, bus}) {
     const files = versions(plugins);
     return [
         ...[host].filter(({healthy, loop}) => !healthy && !loop.hangs).map(({reason}) =>
@@ -23,6 +24,7 @@ function findings({host, plugins, services, endpoints, schedule, events}) {
         ...refusals(events, files).map(([file, reason]) => bad(`${file} was refused${because(reason)}`)),
         ...schedule.filter(isFailing).map((entry) =>
             bad(`Entry ${entry.index}, ${entry.url}, ${failureWords(entry)}${because(entry.ended)}`)),
+        ...[busTrouble({bus})].filter(Boolean).map((text) => bad(text)),
         ...files.filter(({state}) => state === 'on probation').map((file) =>
             warning(`${nameOf(file)} is on probation`, file)),
         ...files.filter(({left}) => left).map((file) =>

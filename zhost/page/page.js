@@ -2,6 +2,7 @@
 // Asks the host for its report again and again, and has each part of the page show it.
 
 import {makeAttention} from './attention.js';
+import {makeBus} from './bus.js';
 import {makeCall} from './call.js';
 import {confirm, notify, wantToken} from './dialogs.js';
 import {byId} from './dom.js';
@@ -44,7 +45,7 @@ const call = makeCall(refresh);
 const log = makeLog();
 const parts = [
     headline, plugins, makeAttention(plugins.open), makeSchedule(refresh), makeEvents(), makeServices(),
-    makeEndpoints(call.fill), makeThreads(), makeConfiguration(),
+    makeEndpoints(call.fill), makeBus(), makeThreads(), makeConfiguration(),
 ];
 
 let last = null; // the report that is shown
