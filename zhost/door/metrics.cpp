@@ -115,8 +115,9 @@ void addBus(Families *families, const QJsonObject &bus)
         return; // a counter that falls to 0 would count as one that begins anew
     families->add("zhost_bus_reconnects_total", "How often the connection was made anew.", counter,
                   numberIn(connection, "reconnects"));
-    families->add("zhost_bus_round_trip_seconds", "To the broker and back.", gauge,
-                  numberIn(connection, "rttMs") / 1000);
+    if (numberIn(connection, "rttMs") > 0) // it may not be told
+        families->add("zhost_bus_round_trip_seconds", "To the broker and back.", gauge,
+                      numberIn(connection, "rttMs") / 1000);
     const auto addCalls = [&](const char *name, const char *help, MetricType type, const char *key) {
         families->begin(name, help, type);
         for (const char *const direction : {"out", "in"})
