@@ -19,5 +19,5 @@ grep -Eq '^ +0  run twice$' "$folder/said" || fail "it says nothing of calls tha
 for name in one two three; do
     ! grep -qE 'left running|ended by force' "$folder/cluster/$name/log" || fail "host $name has not ended well"
 done
-! grep -lsa "$folder" /proc/[0-9]*/cmdline | grep -v "/$$/" || fail "a process is left"
+! grep -lsa "[${folder:0:1}]${folder:1}/cluster" /proc/[0-9]*/cmdline || fail "a process is left"
 echo ok
