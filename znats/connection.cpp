@@ -59,17 +59,17 @@ void Connection::open(Watcher watcher, int msecs)
     m_keeper->start();
     const QDeadlineTimer deadline(msecs);
     QMutexLocker locker(&m_mutex);
-    while (!m_isConnected && m_error.isNull() && m_changed.wait(&m_mutex, deadline)) {
+    while (!m_isReady && m_error.isNull() && m_changed.wait(&m_mutex, deadline)) {
     }
 }
 
-void Connection::listen(const QByteArray &subject, bool isShared, MessageHandler handler)
+void Connection::listen(const QByteArray &subject, Listening::Kind kind, MessageHandler handler)
 {
     if (subject.size() > MostSubjectBytes) {
         m_log.warn(QStringLiteral("not listened to, for it is too long: %1…").arg(QString::fromUtf8(subject.left(80))));
         return;
     }
-    const Listening listening{subject, isShared, std::make_shared<const MessageHandler>(std::move(handler))};
+    const Listening listening{subject, kind, std::make_shared<const MessageHandler>(std::move(handler))};
     std::shared_ptr<Link> link;
     {
         const QMutexLocker locker(&m_mutex);
@@ -144,7 +144,7 @@ int Connection::number() const
     return m_number;
 }
 
-void Connection::drain(const QByteArray &exceptSubject, const QDeadlineTimer &deadline)
+void Connection::drain(const QDeadlineTimer &deadline)
 {
     std::shared_ptr<Link> link;
     {
@@ -155,7 +155,7 @@ void Connection::drain(const QByteArray &exceptSubject, const QDeadlineTimer &de
         m_changed.wakeAll();
     }
     if (link) {
-        link->drainAll(exceptSubject);
+        link->drainRequests();
         link->waitDrained(deadline);
     }
 }
@@ -238,43 +238,61 @@ std::shared_ptr<Link> Connection::make(int number)
 /// Has `link` take the place of the one before it; not if it is lost already.
 bool Connection::moveTo(const std::shared_ptr<Link> &link, int number)
 {
-    QHash<QByteArray, Listening> listenings;
+    listen(*link, [](Listening::Kind kind) { return kind == Listening::Answers; }); // before anything is asked by it
     std::shared_ptr<Link> before;
+    bool isTaken = false;
     {
         const QMutexLocker locker(&m_mutex);
-        listenings = m_listenings;
-        before = m_link;
+        isTaken = !m_isEnding && link->isConnected();
+        if (isTaken) {
+            before = std::exchange(m_link, link);
+            m_number = number;
+            m_isConnected = true;
+            m_changed.wakeAll();
+        }
     }
-    if (!link->isConnected()) {
+    if (!isTaken) {
         letGo(link, QDeadlineTimer(MoveMs));
         return false;
     }
-    for (const Listening &listening : qAsConst(listenings))
-        link->listen(listening);
+    listen(*link, [](Listening::Kind) { return true; });
     link->flush(FlushMs);
-    bool isEnding = false;
+    {
+        QMutexLocker locker(&m_mutex);
+        m_isReady = true;
+        m_isConnected = link->isConnected(); // nobody has told before it was ours
+        m_isAnotherWanted = natsConnection_IsClosed(link->handle());
+        m_changed.wakeAll();
+        if (before && !m_isEnding)
+            m_changed.wait(&m_mutex, SpreadMs);
+    }
+    letGo(before, QDeadlineTimer(MoveMs));
+    return true;
+}
+
+/// Has `link` listen to what is listened to now.
+template <class Wanted>
+void Connection::listen(Link &link, Wanted isWanted)
+{
+    QHash<QByteArray, Listening> listenings;
     {
         const QMutexLocker locker(&m_mutex);
-        isEnding = m_isEnding;
-        if (!isEnding) {
-            m_link = link;
-            m_number = number;
-            m_isConnected = link->isConnected();
-            m_isAnotherWanted =
-                natsConnection_IsClosed(link->handle());              // which nobody has heard, for it was not ours yet
-            for (const Listening &listening : qAsConst(m_listenings)) // those that have come meanwhile
-                link->listen(listening);
-            for (const Listening &listening : qAsConst(listenings)) {
-                if (!m_listenings.contains(listening.subject))
-                    link->drain(listening.subject);
-            }
-            m_changed.wakeAll();
-            if (before && m_isConnected)
-                m_changed.wait(&m_mutex, SpreadMs);
+        listenings = m_listenings;
+    }
+    for (const Listening &listening : qAsConst(listenings)) {
+        if (isWanted(listening.kind))
+            link.listen(listening);
+    }
+    QList<QByteArray> given;
+    {
+        const QMutexLocker locker(&m_mutex);
+        for (const Listening &listening : qAsConst(listenings)) {
+            if (!m_listenings.contains(listening.subject))
+                given.append(listening.subject);
         }
     }
-    letGo(isEnding ? link : before, QDeadlineTimer(MoveMs));
-    return true;
+    for (const QByteArray &subject : qAsConst(given)) // up meanwhile
+        link.drain(subject);
 }
 
 bool Connection::letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline)
@@ -362,7 +380,7 @@ void Connection::noteFailed(int number, natsStatus status, const QString &text)
 void Connection::wantAnother(int number)
 {
     const QMutexLocker locker(&m_mutex);
-    if (number == m_number) {
+    if (number >= m_number) { // greater: it is just to take the place of that one
         m_isAnotherWanted = true;
         m_changed.wakeAll();
     }

@@ -45,7 +45,7 @@ public:
     /// Begins to connect, and waits a while for that.
     void open(Watcher watcher, int msecs);
     /// Does nothing, with a warning, if the subject is too long.
-    void listen(const QByteArray &subject, bool isShared, MessageHandler handler);
+    void listen(const QByteArray &subject, Listening::Kind kind, MessageHandler handler);
     void unlisten(const QByteArray &subject);
     /// Waits until the broker knows all that is listened to; not if there is none.
     void flush(int msecs);
@@ -60,8 +60,8 @@ public:
     /// The number of the link by which is sent now.
     int number() const;
 
-    /// Listens to nothing else than `exceptSubject` any more, once what is on its way has arrived.
-    void drain(const QByteArray &exceptSubject, const QDeadlineTimer &deadline);
+    /// Listens to answers only, once what else is on its way has arrived.
+    void drain(const QDeadlineTimer &deadline);
     /// False if something of it may still run: then it must not be destroyed.
     bool close(const QDeadlineTimer &deadline);
 
@@ -73,6 +73,8 @@ private:
     std::shared_ptr<Link> make(int number);
     bool moveTo(const std::shared_ptr<Link> &link, int number);
     bool letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline);
+    template <class Wanted>
+    void listen(Link &link, Wanted isWanted);
     Link::Events eventsOf(int number);
     void noteConnected(int number);
     void noteLost(int number);
@@ -92,6 +94,7 @@ private:
     bool m_isEnding = false;
     bool m_isAnotherWanted = true;
     bool m_isConnected = false;
+    bool m_isReady = false;  // all is listened to, for the first time
     bool m_isAllLeft = true; // no link was left behind that may still call
     QElapsedTimer m_lost;    // when the last connection was
     int m_connections = 0;

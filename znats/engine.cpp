@@ -9,7 +9,9 @@ namespace {
 
 constexpr int ConnectMs = 500;
 constexpr int FlushMs = 500;
-constexpr int EndMs = 2000;
+constexpr int EndMs = 1500;  // for calls on the way, and half a second for the rest
+constexpr int SoonMs = 1000; // for the broker to hear that we end
+constexpr int LastMs = 500;
 constexpr int PauseMs = 100; // until it is looked whether it has to hurry
 
 } // namespace
@@ -73,14 +75,17 @@ void Engine::end(const std::function<QDeadlineTimer()> &deadline)
     if (m_isEnded)
         return;
     m_isEnded = true;
-    const bool areLeasesBack = leases.end(QDeadlineTimer(EndMs));
-    connection.drain(requests.subject(), QDeadlineTimer(EndMs));
+    const QDeadlineTimer soon(SoonMs);
+    const bool areLeasesBack = leases.end(soon);
+    connection.drain(soon);
     bool isAnswered = workers.waitDone(QDeadlineTimer(0)); // calls on the way may still ask others
     while (!isAnswered && !deadline().hasExpired())
         isAnswered = workers.waitDone(QDeadlineTimer(std::min<qint64>(PauseMs, deadline().remainingTime())));
     requests.end();
+    const QDeadlineTimer last(LastMs);
+    isAnswered = isAnswered || workers.waitDone(last); // those that have asked others wait no longer
     flush();
-    m_isClean = connection.close(QDeadlineTimer(EndMs)) && isAnswered && areLeasesBack;
+    m_isClean = connection.close(last) && isAnswered && areLeasesBack;
 }
 
 /// When the last of those who have asked waits no longer.

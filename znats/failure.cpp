@@ -49,6 +49,7 @@ Failure::Failure(Code failure) : code(failure), reason(reasonOf(failure)), calle
 Failure::Called Failure::calledBy(int code)
 {
     switch (code) {
+    case None:
     case Refused:
     case Thrown:
     case Unreadable:
@@ -56,7 +57,18 @@ Failure::Called Failure::calledBy(int code)
     case Lost:
     case NoAnswer:
         return Unknown;
-    default:
+    case NotJson:
+    case Denied:
+    case NotServed:
+    case TooLate:
+    case Gone:
+    case TooLarge:
+    case Busy:
+    case Nobody:
+    case NotConnected:
+    case Loop:
         return No;
+    default: // of a later version than this one
+        return Unknown;
     }
 }

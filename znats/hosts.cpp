@@ -27,9 +27,13 @@ QJsonArray Hosts::describe() const
 {
     const QMutexLocker locker(&m_mutex);
     QJsonArray result;
-    for (auto host = m_hosts.cbegin(); host != m_hosts.cend(); ++host)
+    const QDateTime oldest = QDateTime::currentDateTime().addSecs(-3600);
+    for (auto host = m_hosts.cbegin(); host != m_hosts.cend(); ++host) {
+        if (host->seen < oldest)
+            continue;
         result.append(QJsonObject{{QStringLiteral("name"), host.key()},
                                   {QStringLiteral("seen"), host->seen.toString(Qt::ISODateWithMs)},
                                   {QStringLiteral("skew ms"), double(host->skewMs)}});
+    }
     return result;
 }

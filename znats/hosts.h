@@ -19,6 +19,7 @@ public:
     /// `clockMs` is the time by its clock, since 1970, and `tripMs` how long the way to it and back took. Returns by
     /// how many milliseconds its clock is ahead of ours at least, less than 0 if it is behind.
     qint64 note(const QString &name, qint64 clockMs, qint64 tripMs);
+    /// Those of the last hour.
     QJsonArray describe() const;
 
 private:

@@ -69,7 +69,7 @@ void Inventory::listen(const char *verb, Describer describer)
     const QByteArray all = QByteArray("$SRV.") + verb;
     const QByteArray named = all + '.' + m_service.toUtf8();
     for (const QByteArray &subject : {all, named, named + '.' + m_id.toUtf8()})
-        m_connection.listen(subject, false, handler);
+        m_connection.listen(subject, Listening::Everyone, handler);
 }
 
 QJsonObject Inventory::identity(const char *type) const

@@ -28,8 +28,10 @@ natsStatus LeaseBook::read(LeaseRecord *record, quint64 *revision)
     kvEntry *entry = nullptr;
     if (status == NATS_OK)
         status = kvStore_Get(&entry, m_store, m_key);
-    if (status != NATS_OK)
+    if (status != NATS_OK) {
+        close(); // it may not be there any more
         return status;
+    }
     const QByteArray text(static_cast<const char *>(kvEntry_Value(entry)), kvEntry_ValueLen(entry));
     const QJsonObject object = QJsonDocument::fromJson(text).object();
     *record = {object.value(holderKey).toString(), object.value(hostKey).toString(), object.value(msecsKey).toInt(),

@@ -30,7 +30,8 @@ public:
           m_book(settings, connection, name, patience(msecs))
     {}
 
-    int wants = 0; // guarded by the mutex of all leases
+    int wants = 0;      // guarded by the mutex of all leases
+    QDeadlineTimer due; // when it is to be looked at next; for the keeper only
 
     int msecs() const { return m_msecs; }
 
@@ -49,6 +50,7 @@ public:
             return setHeld(false);
         if (!m_seen.isValid() || revision != m_revision)
             m_seen.start();
+        record.slot = std::max(record.slot, m_record.slot); // a broker without a disk has forgotten it
         note(record, revision);
         if (record.holder == m_id || revision == 0 || record.holder.isEmpty() ||
             m_seen.elapsed() >= std::max(record.msecs, m_msecs))
@@ -276,11 +278,14 @@ void Leases::keep()
         int waitMs = IdleMs;
         const QVector<std::shared_ptr<Lease>> leases = all();
         for (const std::shared_ptr<Lease> &lease : leases) {
-            lease->step();
-            waitMs = std::min(waitMs, lease->msecs() / 3);
+            if (lease->due.hasExpired()) {
+                lease->due.setRemainingTime(lease->msecs() / 3);
+                lease->step();
+            }
+            waitMs = std::min(waitMs, static_cast<int>(lease->due.remainingTime()));
         }
         locker.relock();
-        if (!m_isEnding && !m_isNew)
+        if (!m_isEnding && !m_isNew && waitMs > 0)
             m_changed.wait(&m_mutex, static_cast<unsigned long>(waitMs));
     }
 }

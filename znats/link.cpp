@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "link.h"
 
+#include <QCoreApplication>
 #include <QMutexLocker>
+#include <QUuid>
+#include <QVariant>
 
 #include <algorithm>
 #include <utility>
@@ -9,7 +12,17 @@
 namespace {
 
 constexpr char Group[] = "z";
+constexpr int PauseMs = 20;                // until it is looked whether the connection is lost
 constexpr int MostWaitingBytes = 64 << 20; // those who listen refuse what is too much: this is for the worst case
+
+/// Of this process, whichever versions of the plugin it has, and however many links: one of them gets each message.
+QByteArray processGroup()
+{
+    constexpr char Property[] = "zdefault nats process";
+    if (!qApp->property(Property).isValid())
+        qApp->setProperty(Property, QUuid::createUuid().toByteArray(QUuid::Id128));
+    return qApp->property(Property).toByteArray();
+}
 
 } // namespace
 
@@ -23,8 +36,8 @@ Link::Link(Events events) : m_events(std::move(events)) {}
 
 Link::~Link()
 {
-    for (natsSubscription *subscription : qAsConst(m_open))
-        natsSubscription_Destroy(subscription);
+    for (const Subscription &subscription : qAsConst(m_open))
+        natsSubscription_Destroy(subscription.handle);
     for (natsSubscription *subscription : qAsConst(m_draining))
         natsSubscription_Destroy(subscription);
     natsConnection_Destroy(m_connection);
@@ -52,18 +65,16 @@ bool Link::listen(const Listening &listening)
         return true;
     auto inlet = std::make_unique<Inlet>(Inlet{this, listening.handler});
     natsSubscription *subscription = nullptr;
-    const natsStatus status =
-        listening.isShared
-            ? natsConnection_QueueSubscribe(&subscription, m_connection, listening.subject, Group, &Link::arrived,
-                                            inlet.get())
-            : natsConnection_Subscribe(&subscription, m_connection, listening.subject, &Link::arrived, inlet.get());
-    if (status != NATS_OK)
+    const QByteArray group = listening.kind == Listening::Shared ? QByteArray(Group) : processGroup();
+    if (natsConnection_QueueSubscribe(&subscription, m_connection, listening.subject, group, &Link::arrived,
+                                      inlet.get()) != NATS_OK)
         return false;
     Inlet *const kept = inlet.release();
+    // If this fails, the connection is closed: somebody may use the inlet, and nobody tells when it is free.
     if (natsSubscription_SetOnCompleteCB(subscription, &Link::ended, kept) == NATS_OK)
-        ++m_inlets; // else the connection is closed already, and the inlet may be in use still
+        ++m_inlets;
     natsSubscription_SetPendingLimits(subscription, -1, MostWaitingBytes);
-    m_open.insert(listening.subject, subscription);
+    m_open.insert(listening.subject, {subscription, listening.kind});
     return true;
 }
 
@@ -71,23 +82,35 @@ void Link::drain(const QByteArray &subject)
 {
     const QMutexLocker locker(&m_mutex);
     forgetDrained();
-    if (natsSubscription *subscription = m_open.take(subject)) {
+    if (natsSubscription *subscription = m_open.take(subject).handle) {
         natsSubscription_Drain(subscription);
         m_draining.append(subscription);
     }
 }
 
-void Link::drainAll(const QByteArray &exceptSubject)
+void Link::drainAll()
+{
+    drainIf([](Listening::Kind) { return true; });
+}
+
+void Link::drainRequests()
+{
+    drainIf([](Listening::Kind kind) { return kind != Listening::Answers; });
+}
+
+template <class Wanted>
+void Link::drainIf(Wanted isWanted)
 {
     const QMutexLocker locker(&m_mutex);
-    natsSubscription *const excepted = m_open.take(exceptSubject);
-    for (natsSubscription *subscription : qAsConst(m_open)) {
-        natsSubscription_Drain(subscription);
-        m_draining.append(subscription);
+    for (auto open = m_open.begin(); open != m_open.end();) {
+        if (!isWanted(open->kind)) {
+            ++open;
+            continue;
+        }
+        natsSubscription_Drain(open->handle);
+        m_draining.append(open->handle);
+        open = m_open.erase(open);
     }
-    m_open.clear();
-    if (excepted)
-        m_open.insert(exceptSubject, excepted);
 }
 
 bool Link::waitDrained(const QDeadlineTimer &deadline)
@@ -97,11 +120,14 @@ bool Link::waitDrained(const QDeadlineTimer &deadline)
         const QMutexLocker locker(&m_mutex);
         draining.swap(m_draining);
     }
-    bool isDrained = true;
-    for (natsSubscription *subscription : qAsConst(draining)) {
-        const qint64 left = std::max<qint64>(deadline.remainingTime(), 1);
-        isDrained &= natsSubscription_WaitForDrainCompletion(subscription, left) != NATS_TIMEOUT;
-    }
+    const bool isDrained = std::all_of(draining.cbegin(), draining.cend(), [&](natsSubscription *subscription) {
+        // Without a broker nothing arrives any more, but the client library would wait for one.
+        while (isConnected() && !deadline.hasExpired()) {
+            if (natsSubscription_WaitForDrainCompletion(subscription, PauseMs) != NATS_TIMEOUT)
+                return true;
+        }
+        return false;
+    });
     const QMutexLocker locker(&m_mutex);
     m_draining += draining;
     return isDrained;
@@ -131,10 +157,11 @@ void Link::arrived(natsConnection *, natsSubscription *, natsMsg *message, void 
 
 void Link::ended(void *inlet)
 {
-    const std::unique_ptr<Inlet> mine(static_cast<Inlet *>(inlet));
-    mine->handler.reset();
-    mine->link->m_visitors.note();
-    mine->link->m_ended.release(); // the last that it does here: the link may be gone now
+    auto *const mine = static_cast<Inlet *>(inlet);
+    Link *const link = mine->link;
+    delete mine;
+    link->m_visitors.note();
+    link->m_ended.release(); // the last that is done here: the link may be gone now
 }
 
 void Link::connected(natsConnection *, void *link) { static_cast<Link *>(link)->m_events.connected(); }
@@ -150,11 +177,10 @@ void Link::closed(natsConnection *, void *link)
     static_cast<Link *>(link)->m_isClosed.release();
 }
 
-void Link::failed(natsConnection *connection, natsSubscription *, natsStatus status, void *link)
+void Link::failed(natsConnection *, natsSubscription *, natsStatus status, void *link)
 {
-    const char *text = nullptr;
-    natsConnection_GetLastError(connection, &text);
-    static_cast<Link *>(link)->m_events.failed(status, QString::fromUtf8(text));
+    // Not the connection's last error: there may be another one by now.
+    static_cast<Link *>(link)->m_events.failed(status, QString::fromUtf8(nats_GetLastError(nullptr)));
 }
 
 /// Lets go of what has arrived whole.

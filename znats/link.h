@@ -20,8 +20,15 @@ using MessageHandler = std::function<void(NatsMessage)>;
 /// To what one listens.
 struct Listening
 {
+    enum Kind
+    {
+        Answers,  ///< to what this process has asked; the first that is listened to, and the last
+        Everyone, ///< each process gets each message
+        Shared    ///< one of those that listen gets each message
+    };
+
     QByteArray subject;
-    bool isShared = false; // with the other processes that listen to it: one of them gets each message
+    Kind kind = Everyone;
     std::shared_ptr<const MessageHandler> handler;
 };
 
@@ -57,7 +64,9 @@ public:
     bool listen(const Listening &listening);
     /// Messages that are on their way still arrive.
     void drain(const QByteArray &subject);
-    void drainAll(const QByteArray &exceptSubject = {});
+    void drainAll();
+    /// All but the answers.
+    void drainRequests();
     /// Whether all that was drained has arrived.
     bool waitDrained(const QDeadlineTimer &deadline);
     bool flush(int msecs);
@@ -74,12 +83,19 @@ private:
     static void lame(natsConnection *, void *link);
     static void closed(natsConnection *, void *link);
     static void failed(natsConnection *, natsSubscription *, natsStatus status, void *link);
+    template <class Wanted>
+    void drainIf(Wanted isWanted);
     void forgetDrained();
 
     const Events m_events;
     natsConnection *m_connection = nullptr;
     QMutex m_mutex; // guards all but the semaphores
-    QHash<QByteArray, natsSubscription *> m_open;
+    struct Subscription
+    {
+        natsSubscription *handle;
+        Listening::Kind kind;
+    };
+    QHash<QByteArray, Subscription> m_open;
     QVector<natsSubscription *> m_draining;
     int m_inlets = 0;   // that were ever made
     QSemaphore m_ended; // has one resource for each inlet that has ended

@@ -22,7 +22,8 @@ public:
     void warnOf(const QString &problem) const { m_lines.warn(CallFailed, problem); }
     void failed(const QUrl &url, const QString &reason) const
     {
-        m_lines.log(CallFailed, [&] { return QStringLiteral("(!) %1 %2").arg(url.toString(), reason); });
+        m_lines.log(CallFailed,
+                    [&] { return QStringLiteral("(!) %1 %2").arg(url.toString(QUrl::RemovePassword), reason); });
     }
 
 private:

@@ -109,6 +109,8 @@ bool NatsBus::start(ZEmitter &emitter)
         return false;
     }
     QStringList problems;
+    if (!configuration.value(section).isObject())
+        problems.append(QStringLiteral("nats: must be an object"));
     const NatsSettings settings = NatsSettings::read(configuration.value(section).toObject(), &problems);
     problems += settings.fileProblems();
     for (const QString &problem : qAsConst(problems))
@@ -152,8 +154,8 @@ bool NatsBus::bind0(const QUrl &url, QWeakPointer<ZDbusSubscriber> subscriber)
     m_engine->provider.serve(url);
     if (const QSharedPointer<ZDbusSubscriber> alive = subscriber.toStrongRef()) {
         if (auto *const object = dynamic_cast<QObject *>(alive.data()))
-            connect(
-                object, &QObject::destroyed, this, [this] { m_engine->provider.sweep(); }, Qt::QueuedConnection);
+            connect(object, &QObject::destroyed, this, &NatsBus::sweep,
+                    static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
     }
     m_engine->connection.flush(BindMs);
     return true;
@@ -276,7 +278,13 @@ bool NatsBus::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
     return true;
 }
 
-void NatsBus::timerEvent(QTimerEvent *) { m_engine->provider.sweep(); }
+void NatsBus::timerEvent(QTimerEvent *) { sweep(); }
+
+void NatsBus::sweep()
+{
+    if (!m_isQuitting)
+        m_engine->provider.sweep();
+}
 
 void NatsBus::quit()
 {

@@ -71,6 +71,7 @@ private:
     ZDbusReach::Reached reachHere(const QUrl &url, QJsonObject *in, QJsonObject *out);
     bool callAll(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome);
     bool isElsewhere(const QUrl &url) const;
+    void sweep();
     void quit();
 
     ZConfig *m_config = nullptr;

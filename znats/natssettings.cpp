@@ -18,6 +18,9 @@
 
 namespace {
 
+constexpr int MostCharacters = 64;
+constexpr int MostInboxBytes = 500; // a broker's lines have 4096, and also have the subject of what is asked
+
 constexpr int Hour = 3600 * 1000;
 constexpr int MaxName = 64;
 
@@ -115,6 +118,10 @@ void readUser(SectionReader &reader, NatsSettings *settings)
         reader.problem("inbox", QStringLiteral("must be the beginning of a subject, such as _INBOX"));
         settings->inbox = inboxOf(settings->user);
     }
+    if (settings->inbox.toUtf8().size() > MostInboxBytes) {
+        reader.problem("inbox", QStringLiteral("must have at most 500 bytes, and has the name of the user by default"));
+        settings->inbox = inboxOf({});
+    }
 }
 
 void readTls(SectionReader &reader, NatsSettings *settings)
@@ -163,6 +170,10 @@ NatsSettings NatsSettings::read(const QJsonObject &section, QStringList *problem
         settings.name = ownName();
     }
     settings.domain = reader.text("domain", settings.domain);
+    if (settings.domain.size() > MostCharacters) {
+        reader.problem("domain", QStringLiteral("must have at most 64 characters"));
+        settings.domain = NatsSettings().domain;
+    }
     settings.servers = reader.texts("servers", settings.servers, serverFault);
     if (settings.servers.isEmpty()) {
         if (section.value(QStringLiteral("servers")).toArray().isEmpty())

@@ -16,7 +16,28 @@
 namespace {
 
 constexpr int UrlsInAnAnswer = 1000;
-constexpr int UnknownMs = 60000; // for which an asker that does not say is taken to wait
+constexpr int MostCharacters = 1000; // of a regular expression
+constexpr int MostHops = 1000;
+constexpr qint64 MostLeftMs = 24 * 3600 * 1000;
+constexpr qint64 MostClockMs = qint64(1) << 50; // far in the future
+constexpr int UnknownMs = 60000;                // for which an asker that does not say is taken to wait
+
+/// As the bus has it.
+QString addressOf(const QUrl &url)
+{
+    return QStringLiteral("//") + url.host(QUrl::FullyDecoded) + url.path(QUrl::FullyDecoded);
+}
+
+/// Nothing if there is no such header; `most` if it is no number from 0 to `most`.
+std::optional<qint64> numberIn(const NatsMessage &message, const char *header, qint64 most)
+{
+    const QByteArray text = headerOf(message, header);
+    if (text.isEmpty())
+        return {};
+    bool isNumber = false;
+    const qint64 number = text.toLongLong(&isNumber);
+    return isNumber && number >= 0 && number <= most ? number : most;
+}
 
 /// What our clock said when we have refused the same request before; nothing if we have not.
 std::optional<qint64> echoIn(const NatsMessage &message, const QString &name)
@@ -25,7 +46,7 @@ std::optional<qint64> echoIn(const NatsMessage &message, const QString &name)
     for (const QByteArray &echo : echoes) {
         const QList<QByteArray> parts = echo.split(' ');
         if (parts.size() == 2 && QString::fromUtf8(parts.first()) == name)
-            return parts.last().toLongLong();
+            return qBound(qint64(0), parts.last().toLongLong(), MostClockMs);
     }
     return {};
 }
@@ -58,12 +79,12 @@ Provider::Provider(const NatsSettings &settings, const Log &log, Connection &con
 void Provider::open()
 {
     if (m_settings.broadcastAll)
-        m_connection.listen(m_subjects.broadcast(), false, queueing(&Provider::answerBroadcast));
+        m_connection.listen(m_subjects.broadcast(), Listening::Everyone, queueing(&Provider::answerBroadcast));
     if (m_settings.serve.isEmpty())
         return;
     // Shared: of two processes with one name, only one is to answer.
-    m_connection.listen(m_subjects.allAt(m_settings.name), true, queueing(&Provider::answerCall));
-    m_connection.listen(m_subjects.list(), false, queueing(&Provider::answerList));
+    m_connection.listen(m_subjects.allAt(m_settings.name), Listening::Shared, queueing(&Provider::answerCall));
+    m_connection.listen(m_subjects.list(), Listening::Everyone, queueing(&Provider::answerList));
 }
 
 void Provider::serve(const QUrl &url)
@@ -80,13 +101,13 @@ void Provider::serve(const QUrl &url)
     if (m_served.contains(subject))
         return;
     m_served.insert(subject, Subjects::urlAt(place)); // no part of it is shared with the caller, which may be unloaded
-    m_connection.listen(subject, true, queueing(&Provider::answerCall));
+    m_connection.listen(subject, Listening::Shared, queueing(&Provider::answerCall));
 }
 
 void Provider::sweep()
 {
     QHash<QByteArray, QUrl> bound;
-    const QList<QUrl> urls = m_below.findAll0(QRegularExpression(QStringLiteral(".*")));
+    const QList<QUrl> urls = allBound();
     for (const QUrl &url : urls) {
         serve(url);
         bound.insert(m_subjects.call(Subjects::placeOf(url)), url);
@@ -106,6 +127,17 @@ void Provider::sweep()
     }
 }
 
+/// What it is for was found to be gone.
+void Provider::forget(const QByteArray &subject)
+{
+    {
+        const QMutexLocker locker(&m_mutex);
+        if (!m_served.contains(subject))
+            return;
+    }
+    sweep();
+}
+
 QList<QUrl> Provider::served() const
 {
     const QMutexLocker locker(&m_mutex);
@@ -118,35 +150,38 @@ QDeadlineTimer Provider::latest() const
     return m_latest;
 }
 
-void Provider::noteDeadline(const Call &call)
-{
-    const QDeadlineTimer deadline = call.leftMs ? call.deadline() : QDeadlineTimer(UnknownMs);
-    const QMutexLocker locker(&m_mutex);
-    if (m_latest < deadline)
-        m_latest = deadline;
-}
-
 /// Has `answerer` answer what arrives, by one of the workers.
 MessageHandler Provider::queueing(Answerer answerer)
 {
     return [this, answerer](NatsMessage message) {
         const auto call = std::make_shared<Call>(std::move(message));
-        const QByteArray leftMs = headerOf(call->message, Header::Left);
-        const QByteArray deadlineMs = headerOf(call->message, Header::Deadline);
-        if (!leftMs.isEmpty()) {
-            qint64 ageMs = 0;
-            if (!deadlineMs.isEmpty()) {
-                const QByteArray inbox = replyOf(call->message);
-                ageMs = m_clocks.age(inbox.left(inbox.lastIndexOf('.')), deadlineMs.toLongLong() - leftMs.toLongLong(),
-                                     QDateTime::currentMSecsSinceEpoch(), echoIn(call->message, m_settings.name));
-            }
-            call->leftMs = leftMs.toLongLong() - ageMs;
-        }
-        noteDeadline(*call);
-        call->hops = std::max(headerOf(call->message, Header::Hops).toInt(), 1);
-        if (!m_workers.start([this, call, answerer] { (this->*answerer)(*call); }))
-            refuse(*call, Failure::Busy);
+        readTimes(*call);
+        call->hops = static_cast<int>(
+            numberIn(call->message, Header::Hops, MostHops).value_or(1)); // others than ours may not say it
+        if (m_workers.start([this, call, answerer] { (this->*answerer)(*call); }))
+            return;
+        Tally::Call counted(m_tally);
+        counted.end(Failure::Busy);
+        refuse(*call, Failure::Busy);
     };
+}
+
+void Provider::readTimes(Call &call)
+{
+    const std::optional<qint64> leftMs = numberIn(call.message, Header::Left, MostLeftMs);
+    const std::optional<qint64> deadlineMs = numberIn(call.message, Header::Deadline, MostClockMs);
+    if (leftMs && deadlineMs) {
+        const QByteArray inbox = replyOf(call.message);
+        const qint64 ageMs = m_clocks.age(inbox.left(inbox.lastIndexOf('.')), *deadlineMs - *leftMs,
+                                          QDateTime::currentMSecsSinceEpoch(), echoIn(call.message, m_settings.name));
+        call.leftMs = *leftMs - ageMs;
+    } else {
+        call.leftMs = leftMs;
+    }
+    const QDeadlineTimer deadline = call.leftMs ? call.deadline() : QDeadlineTimer(UnknownMs);
+    const QMutexLocker locker(&m_mutex);
+    if (m_latest < deadline)
+        m_latest = deadline;
 }
 
 void Provider::answerList(Call &call)
@@ -155,10 +190,12 @@ void Provider::answerList(Call &call)
     const QRegularExpression expression(
         question.value(QStringLiteral("re")).toString(),
         QRegularExpression::PatternOptions(question.value(QStringLiteral("options")).toInt()));
-    const QList<QUrl> urls = m_below.findAll0(expression);
+    if (!expression.isValid() || expression.pattern().size() > MostCharacters)
+        return;
+    const QList<QUrl> urls = allBound();
     QJsonArray some;
-    for (const QUrl &url : urls) {
-        if (isServed(url))
+    for (const QUrl &url : urls) { // not by the bus, which is locked meanwhile: the expression is a stranger's
+        if (isServed(url) && expression.match(addressOf(url)).hasMatch())
             some.append(url.toString());
         if (some.size() == UrlsInAnAnswer) {
             answer(call, QJsonDocument(some).toJson(QJsonDocument::Compact));
@@ -195,11 +232,10 @@ void Provider::answerBroadcast(Call &call)
 QRegularExpression Provider::allServed() const
 {
     QStringList addresses;
-    const QList<QUrl> urls = m_below.findAll0(QRegularExpression(QStringLiteral(".*")));
+    const QList<QUrl> urls = allBound();
     for (const QUrl &url : urls) {
         if (isServed(url))
-            addresses.append(QRegularExpression::escape(QStringLiteral("//") + url.host(QUrl::FullyDecoded) +
-                                                        url.path(QUrl::FullyDecoded)));
+            addresses.append(QRegularExpression::escape(addressOf(url)));
     }
     return QRegularExpression(QStringLiteral("\\A(?:%1)\\z").arg(addresses.join(QLatin1Char('|'))));
 }
@@ -228,7 +264,7 @@ void Provider::answerCall(Call &call)
         failure = invoke(call, &*body, [&](QJsonObject *in, QJsonObject *out) { return reach(url, in, out); });
     end(call, counted, failure, body);
     if (failure.code == Failure::Gone)
-        sweep();
+        forget(subject);
 }
 
 /// Answers what came of it.
@@ -276,13 +312,15 @@ void Provider::answerFind(const QUrl &url, Call &call)
         answer(call, "{}");
     } else {
         refuse(call, Failure::Gone);
-        sweep();
+        forget(subjectOf(call.message));
     }
 }
 
 void Provider::answer(const Call &call, const QByteArray &body) { send(call, body, {}); }
 
 void Provider::refuse(const Call &call, const Failure &failure) { send(call, {}, failure); }
+
+QList<QUrl> Provider::allBound() const { return m_below.findAll0(QRegularExpression(QStringLiteral(".*"))); }
 
 natsStatus Provider::send(const Call &call, const QByteArray &body, const Failure &failure)
 {

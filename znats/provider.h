@@ -49,7 +49,9 @@ private:
     struct Call;
     using Answerer = void (Provider::*)(Call &);
     MessageHandler queueing(Answerer answerer);
-    void noteDeadline(const Call &call);
+    void readTimes(Call &call);
+    void forget(const QByteArray &subject);
+    QList<QUrl> allBound() const;
     void answerList(Call &call);
     void answerBroadcast(Call &call);
     void answerCall(Call &call);

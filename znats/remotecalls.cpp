@@ -21,7 +21,8 @@ namespace {
 constexpr int MostPauseMs = 64;
 constexpr int MostEchoes = 16;
 constexpr int FindAttempts = 3;
-constexpr int MostRemembered = 4096;
+constexpr int BareMs = 5000; // for which an endpoint is looked for at its bare host first, once it was found there
+constexpr int MostTold = 1000;
 
 qint64 left(const QDeadlineTimer &deadline) { return std::max<qint64>(deadline.remainingTime(), 0); }
 
@@ -31,6 +32,13 @@ QDeadlineTimer deadlineIn(int msecs)
     const QDeadlineTimer deadline(msecs);
     const ServedCall *const served = ServedCall::current();
     return served && served->deadline < deadline ? served->deadline : deadline;
+}
+
+/// Of which this thread is one; null if it is none.
+Workers *workersOfCall()
+{
+    const ServedCall *const served = ServedCall::current();
+    return served ? served->workers : nullptr;
 }
 
 int hops()
@@ -85,11 +93,12 @@ public:
     const QByteArray &exact() const { return m_exact; }
     const QByteArray &current() const { return m_isBare ? m_bare : m_exact; }
     bool isBare() const { return m_isBare; }
+    bool isByName() const { return m_exact == m_bare; }
     void setBare(bool isBare) { m_isBare = isBare; }
     /// The other one, if it was not tried yet in this round.
     bool turn()
     {
-        if (m_bare == m_exact || m_isTurned) {
+        if (isByName() || m_isTurned) {
             m_isTurned = false;
             return false;
         }
@@ -113,6 +122,7 @@ struct RemoteCalls::Call
     Route route;
     QByteArray echo; // of all answers that it was too late
     int echoes = 0;
+    int gone = 0;
     int pauseMs = 1;
 };
 
@@ -134,21 +144,13 @@ Failure RemoteCalls::call(const QUrl &url, QJsonObject *in, QJsonObject *out, QS
     const Route route = name.isEmpty() ? Route(m_subjects.call(exact), m_subjects.call(bare))
                                        : Route(m_subjects.at(name, exact), m_subjects.at(name, exact));
     Call call{url, bodyFrom(in, out).encode(), deadlineIn(m_settings.timeoutMs), route, {}};
-    {
-        const QMutexLocker locker(&m_mutex);
-        call.route.setBare(m_bare.contains(route.exact()));
-    }
+    call.route.setBare(m_bare.within(route.exact(), BareMs));
     for (;;) {
         Failure failure = attempt(call, in, out, host);
         if (failure && mayTryAgain(failure, call))
             continue;
-        if (failure.code == Failure::Nobody || failure.code == Failure::Refused)
-            return failure;
-        const QMutexLocker locker(&m_mutex);
-        if (call.route.isBare() && m_bare.size() < MostRemembered)
-            m_bare.insert(call.route.exact());
-        else
-            m_bare.remove(call.route.exact());
+        if (!failure && call.route.isBare() && !m_bare.within(call.route.exact(), BareMs))
+            m_bare.note(call.route.exact());
         return failure;
     }
 }
@@ -193,9 +195,17 @@ bool RemoteCalls::mayTryAgain(const Failure &failure, Call &call)
         if (!m_seen.within(call.route.exact(), m_settings.patienceMs))
             return false;
         break;
-    case Failure::NotConnected:
-        return m_connection.waitConnected(call.deadline, m_settings.patienceMs);
+    case Failure::NotConnected: {
+        const Workers::Away away(workersOfCall());
+        if (!m_connection.waitConnected(call.deadline, m_settings.patienceMs))
+            return false;
+        break;
+    }
     case Failure::Gone:
+        // Others may be there; if only this process was asked, its bare host may be.
+        if (call.route.isByName() && call.gone++ > 0 && !m_seen.within(call.route.exact(), m_settings.patienceMs))
+            return false;
+        break;
     case Failure::Busy:
         break;
     case Failure::TooLate: // by a clock that is not ours
@@ -203,7 +213,7 @@ bool RemoteCalls::mayTryAgain(const Failure &failure, Call &call)
     default:
         return false;
     }
-    const Workers::Away away(ServedCall::current() ? ServedCall::current()->workers : nullptr);
+    const Workers::Away away(workersOfCall());
     QThread::msleep(static_cast<unsigned long>(std::min<qint64>(call.pauseMs, left(call.deadline))));
     call.pauseMs = std::min(call.pauseMs * 2, MostPauseMs);
     return !call.deadline.hasExpired();
@@ -243,7 +253,7 @@ bool RemoteCalls::find(const QUrl &url)
         const Requests::Answer answer = ask(request, deadline);
         failure = answer.failure ? answer.failure : failureIn(answer.message);
     }
-    return !failure;
+    return !failure || failure.code == Failure::Busy; // who is busy is there
 }
 
 QList<QUrl> RemoteCalls::findAll(const QRegularExpression &expression)
@@ -263,7 +273,7 @@ QList<QUrl> RemoteCalls::findAll(const QRegularExpression &expression)
 /// Without keeping a place that somebody else could work in meanwhile.
 Requests::Answer RemoteCalls::ask(const Request &request, const QDeadlineTimer &deadline)
 {
-    const Workers::Away away(ServedCall::current() ? ServedCall::current()->workers : nullptr);
+    const Workers::Away away(workersOfCall());
     QElapsedTimer timer;
     timer.start();
     Requests::Answer answer = m_requests.ask(request, deadline);
@@ -274,7 +284,7 @@ Requests::Answer RemoteCalls::ask(const Request &request, const QDeadlineTimer &
 
 Failure RemoteCalls::gather(const Request &request, const Requests::Each &each)
 {
-    const Workers::Away away(ServedCall::current() ? ServedCall::current()->workers : nullptr);
+    const Workers::Away away(workersOfCall());
     return m_requests.gather(request, m_settings.gatherMs, m_settings.stallMs, each);
 }
 
@@ -290,6 +300,8 @@ void RemoteCalls::note(const NatsMessage &answer, qint64 tripMs)
     {
         const QMutexLocker locker(&m_mutex);
         isNews = isSkewed != m_toldSkew.contains(host);
+        if (m_toldSkew.size() >= MostTold)
+            m_toldSkew.clear();
         if (isSkewed)
             m_toldSkew.insert(host);
         else

@@ -50,7 +50,7 @@ private:
     Requests &m_requests;
     Hosts &m_hosts;
     SeenLately m_seen;
+    SeenLately m_bare;        // what was found at its bare host
     QMutex m_mutex;           // guards the following
-    QSet<QByteArray> m_bare;  // subjects of places that were found by their bare host
     QSet<QString> m_toldSkew; // hosts
 };

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr int CutOff = 100; // bytes, which the client library keeps of a text at least
+
 QByteArray unique()
 {
     char *inbox = nullptr;
@@ -95,7 +97,7 @@ Requests::~Requests() = default;
 
 void Requests::open()
 {
-    m_connection.listen(subject(), false, [this](NatsMessage message) { arrived(std::move(message)); });
+    m_connection.listen(subject(), Listening::Answers, [this](NatsMessage message) { arrived(std::move(message)); });
 }
 
 Requests::Answer Requests::ask(const Request &request, const QDeadlineTimer &deadline)
@@ -146,7 +148,9 @@ void Requests::deny(const QByteArray &denied, bool isToPublish)
     const QMutexLocker locker(&m_mutex);
     m_isInboxDenied |= !isToPublish && denied == subject();
     for (Waiter *waiter : qAsConst(m_waiters)) {
-        if (isToPublish && waiter->subject == denied) {
+        // The broker's text may be cut off.
+        if (isToPublish &&
+            (waiter->subject == denied || (denied.size() > CutOff && waiter->subject.startsWith(denied)))) {
             waiter->failure = Failure::Denied;
         } else if (m_isInboxDenied && waiter->link != 0) { // it was sent, but nobody will hear the answer
             waiter->failure = Failure::Denied;

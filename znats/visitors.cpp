@@ -19,13 +19,13 @@ bool isWaiting(int thread)
 {
     QFile file(QStringLiteral("/proc/self/task/%1/syscall").arg(thread));
     if (!file.open(QIODevice::ReadOnly)) {
-        if (file.error() != QFile::PermissionsError && !QFile::exists(file.fileName()))
-            return true;
-        QThread::msleep(UnknownMs);
+        if (QFile::exists(QStringLiteral("/proc/self/task/%1").arg(thread)) ||
+            !QFile::exists(QStringLiteral("/proc/self")))
+            QThread::msleep(UnknownMs);
         return true;
     }
-    const QByteArray call = file.readAll();
-    return !call.startsWith("running");
+    const QByteArray call = file.readAll(); // "running", -1 where it is stopped otherwise, or the system call's number
+    return !call.isEmpty() && call.at(0) >= '0' && call.at(0) <= '9';
 }
 
 } // namespace
