@@ -65,9 +65,15 @@ bool Link::listen(const Listening &listening)
         return true;
     auto inlet = std::make_unique<Inlet>(Inlet{this, listening.handler});
     natsSubscription *subscription = nullptr;
-    const QByteArray group = listening.kind == Listening::Shared ? QByteArray(Group) : processGroup();
-    if (natsConnection_QueueSubscribe(&subscription, m_connection, listening.subject, group, &Link::arrived,
-                                      inlet.get()) != NATS_OK)
+    natsStatus status = NATS_OK;
+    if (listening.kind == Listening::Answers) { // to those without a group the broker says if nobody is there
+        status = natsConnection_Subscribe(&subscription, m_connection, listening.subject, &Link::arrived, inlet.get());
+    } else {
+        const QByteArray group = listening.kind == Listening::Shared ? QByteArray(Group) : processGroup();
+        status = natsConnection_QueueSubscribe(&subscription, m_connection, listening.subject, group, &Link::arrived,
+                                               inlet.get());
+    }
+    if (status != NATS_OK)
         return false;
     Inlet *const kept = inlet.release();
     // If this fails, the connection is closed: somebody may use the inlet, and nobody tells when it is free.

@@ -3,6 +3,7 @@
 
 #include "body.h"
 #include "headers.h"
+#include "processend.h"
 #include "servedcall.h"
 
 #include <QDateTime>
@@ -320,7 +321,12 @@ void Provider::answer(const Call &call, const QByteArray &body) { send(call, bod
 
 void Provider::refuse(const Call &call, const Failure &failure) { send(call, {}, failure); }
 
-QList<QUrl> Provider::allBound() const { return m_below.findAll0(QRegularExpression(QStringLiteral(".*"))); }
+QList<QUrl> Provider::allBound() const
+{
+    if (isProcessEnding())
+        return {};
+    return m_below.findAll0(QRegularExpression(QStringLiteral(".*")));
+}
 
 natsStatus Provider::send(const Call &call, const QByteArray &body, const Failure &failure)
 {
