@@ -54,6 +54,7 @@ Connection::~Connection() = default;
 void Connection::open(Watcher watcher, int msecs)
 {
     m_watcher = std::move(watcher);
+    nats_Open(0); // locks are waited for, and not spun on: those who hold one may be writing to a socket
     m_keeper.reset(QThread::create([this] { keep(); }));
     m_keeper->setObjectName(QStringLiteral("nats"));
     m_keeper->start();

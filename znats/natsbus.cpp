@@ -54,6 +54,17 @@ bool tell(QJsonObject *outcome, const Failure &failure, const QString &host = {}
     return !failure;
 }
 
+/// Of a call to all endpoints: whether any was called is not said.
+bool tellOfAll(QJsonObject *outcome, ZDbusReach::Reached reached)
+{
+    if (reached == ZDbusReach::Handled)
+        return tell(outcome, {});
+    tell(outcome, reached == ZDbusReach::Refused ? Failure::Refused : Failure::Nobody);
+    if (outcome)
+        outcome->remove(QStringLiteral("called"));
+    return false;
+}
+
 } // namespace
 
 /// Where this version belongs among the layers of the bus.
@@ -191,11 +202,13 @@ bool NatsBus::invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) { retu
 bool NatsBus::call0(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome)
 {
     if (!isElsewhere(url)) {
-        if (url.host().isEmpty())
+        if (m_engine->settings.broadcastAll && url.host().isEmpty())
             return callAll(url, in, out, outcome);
         const ZDbusReach::Reached reached = reachHere(url, in, out);
         if (reached == ZDbusReach::Handled)
-            return tell(outcome, {});
+            return !outcome || tell(outcome, {});
+        if (url.host().isEmpty())
+            return tellOfAll(outcome, reached);
         if (reached == ZDbusReach::Refused)
             return tell(outcome, Failure::Refused); // it is ours, and goes no further
     }
@@ -215,22 +228,15 @@ ZDbusReach::Reached NatsBus::reachHere(const QUrl &url, QJsonObject *in, QJsonOb
     return below.find0(url) || below.find0(bareOf(url)) ? ZDbusReach::Refused : ZDbusReach::Nobody;
 }
 
+/// Calls the endpoints of this process, and those of all others that take part.
 bool NatsBus::callAll(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObject *outcome)
 {
-    const bool isAsked = m_engine->settings.broadcastAll;
     std::optional<QJsonObject> before;
-    if (isAsked && in)
+    if (in)
         before = *in;
     const ZDbusReach::Reached reached = reachHere(url, in, out);
-    bool isHandled = reached == ZDbusReach::Handled;
-    if (isAsked)
-        isHandled |= m_engine->remote.callAll(url, before ? &*before : nullptr, out);
-    if (isHandled)
-        return tell(outcome, {});
-    tell(outcome, reached == ZDbusReach::Refused ? Failure::Refused : Failure::Nobody);
-    if (outcome)
-        outcome->remove(QStringLiteral("called"));
-    return false;
+    const bool isHandledElsewhere = m_engine->remote.callAll(url, before ? &*before : nullptr, out);
+    return tellOfAll(outcome, isHandledElsewhere ? ZDbusReach::Handled : reached);
 }
 
 /// Whether `url` names another process.

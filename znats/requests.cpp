@@ -2,10 +2,14 @@
 #include "requests.h"
 
 #include <QMutexLocker>
-#include <QWaitCondition>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <deque>
+#include <mutex>
+#include <utility>
 
 namespace {
 
@@ -38,27 +42,68 @@ Failure failureOf(natsStatus status)
 
 } // namespace
 
+/// Who waits for answers to one request. Has a mutex of its own: those who wait do not hold up each other.
 struct Requests::Waiter
 {
-    QByteArray subject;
-    int link = 0;
+    explicit Waiter(QByteArray asked) : subject(std::move(asked)) {}
+
+    void give(NatsMessage answer)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            answers.push_back(std::move(answer));
+        }
+        changed.notify_one();
+    }
+    /// Nothing that comes later is given.
+    void fail(const Failure &reason)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            failure = reason;
+        }
+        changed.notify_one();
+    }
+    /// False at the end of the time, or with a failure.
+    bool wait(const QDeadlineTimer &deadline, NatsMessage *answer)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait_until(lock, deadline.deadline<std::chrono::steady_clock>(),
+                           [this] { return !answers.empty() || failure; });
+        if (answers.empty())
+            return false;
+        *answer = std::move(answers.front());
+        answers.pop_front();
+        return true;
+    }
+    Failure failed()
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return failure;
+    }
+
+    const QByteArray subject;
+    std::atomic<int> link{0}; // by which it was sent; 0 if it was not yet
+
+private:
+    std::mutex mutex; // guards the following
+    std::condition_variable changed;
     std::deque<NatsMessage> answers;
     Failure failure;
-    QWaitCondition changed;
 };
 
 /// Has a waiter among those that are known, as long as it lives.
 class Requests::Waiting
 {
 public:
-    Waiting(Requests &requests, const QByteArray &subject) : m_requests(requests)
+    Waiting(Requests &requests, const QByteArray &subject)
+        : waiter(std::make_shared<Waiter>(subject)), m_requests(requests)
     {
         const QMutexLocker locker(&m_requests.m_mutex);
         token = QByteArray::number(++m_requests.m_last, 36);
-        waiter.subject = subject;
         if (m_requests.m_isEnding)
-            waiter.failure = Failure::NotConnected;
-        m_requests.m_waiters.insert(token, &waiter);
+            waiter->fail(Failure::NotConnected);
+        m_requests.m_waiters.insert(token, waiter);
     }
     ~Waiting()
     {
@@ -66,23 +111,8 @@ public:
         m_requests.m_waiters.remove(token);
     }
 
-    /// False at the end of the time, or with a failure.
-    bool wait(const QDeadlineTimer &deadline, NatsMessage *answer)
-    {
-        QMutexLocker locker(&m_requests.m_mutex);
-        while (waiter.answers.empty() && !waiter.failure) {
-            if (!waiter.changed.wait(&m_requests.m_mutex, deadline))
-                break;
-        }
-        if (waiter.answers.empty())
-            return false;
-        *answer = std::move(waiter.answers.front());
-        waiter.answers.pop_front();
-        return true;
-    }
-
     QByteArray token;
-    Waiter waiter;
+    const std::shared_ptr<Waiter> waiter;
 
 private:
     Q_DISABLE_COPY(Waiting)
@@ -102,44 +132,42 @@ void Requests::open()
 
 Requests::Answer Requests::ask(const Request &request, const QDeadlineTimer &deadline)
 {
-    Waiting waiting(*this, request.subject);
+    const Waiting waiting(*this, request.subject);
     Answer answer;
-    answer.failure = send(request, waiting.waiter, waiting.token);
-    if (answer.failure || waiting.wait(deadline, &answer.message))
+    answer.failure = send(request, *waiting.waiter, waiting.token);
+    if (answer.failure || waiting.waiter->wait(deadline, &answer.message))
         return answer;
-    const QMutexLocker locker(&m_mutex);
-    answer.failure = waiting.waiter.failure ? waiting.waiter.failure : Failure::NoAnswer;
+    answer.failure = waiting.waiter->failed();
+    if (!answer.failure)
+        answer.failure = Failure::NoAnswer;
     return answer;
 }
 
 Failure Requests::gather(const Request &request, int msecs, int stallMs, const Each &each)
 {
-    Waiting waiting(*this, request.subject);
-    Failure failure = send(request, waiting.waiter, waiting.token);
+    const Waiting waiting(*this, request.subject);
+    Failure failure = send(request, *waiting.waiter, waiting.token);
     if (failure)
         return failure;
     const QDeadlineTimer deadline(msecs);
     NatsMessage answer;
     QDeadlineTimer next = deadline;
-    while (waiting.wait(next, &answer)) {
+    while (waiting.waiter->wait(next, &answer)) {
         if (natsMsg_IsNoResponders(answer.get()))
             break;
         each(answer);
         next = QDeadlineTimer(std::min<qint64>(stallMs, deadline.remainingTime()));
     }
-    const QMutexLocker locker(&m_mutex);
-    return waiting.waiter.failure;
+    return waiting.waiter->failed();
 }
 
 void Requests::fail(int link)
 {
     const QMutexLocker locker(&m_mutex);
     m_isInboxDenied = false;
-    for (Waiter *waiter : qAsConst(m_waiters)) {
-        if (waiter->link == link) {
-            waiter->failure = Failure::Lost;
-            waiter->changed.wakeAll();
-        }
+    for (const std::shared_ptr<Waiter> &waiter : qAsConst(m_waiters)) {
+        if (waiter->link == link)
+            waiter->fail(Failure::Lost);
     }
 }
 
@@ -147,16 +175,16 @@ void Requests::deny(const QByteArray &denied, bool isToPublish)
 {
     const QMutexLocker locker(&m_mutex);
     m_isInboxDenied |= !isToPublish && denied == subject();
-    for (Waiter *waiter : qAsConst(m_waiters)) {
+    Failure unheard = Failure::Denied; // it was sent, but nobody will hear the answer
+    unheard.called = Failure::Unknown;
+    for (const std::shared_ptr<Waiter> &waiter : qAsConst(m_waiters)) {
         // The broker's text may be cut off.
-        if (isToPublish &&
-            (waiter->subject == denied || (denied.size() > CutOff && waiter->subject.startsWith(denied)))) {
-            waiter->failure = Failure::Denied;
-        } else if (m_isInboxDenied && waiter->link != 0) { // it was sent, but nobody will hear the answer
-            waiter->failure = Failure::Denied;
-            waiter->failure.called = Failure::Unknown;
-        }
-        waiter->changed.wakeAll();
+        const bool isMeant =
+            waiter->subject == denied || (denied.size() > CutOff && waiter->subject.startsWith(denied));
+        if (isToPublish && isMeant)
+            waiter->fail(Failure::Denied);
+        else if (m_isInboxDenied && waiter->link != 0)
+            waiter->fail(unheard);
     }
 }
 
@@ -164,20 +192,20 @@ void Requests::end()
 {
     const QMutexLocker locker(&m_mutex);
     m_isEnding = true;
-    for (Waiter *waiter : qAsConst(m_waiters)) {
-        waiter->failure = waiter->link ? Failure::Lost : Failure::NotConnected;
-        waiter->changed.wakeAll();
-    }
+    for (const std::shared_ptr<Waiter> &waiter : qAsConst(m_waiters))
+        waiter->fail(waiter->link != 0 ? Failure::Lost : Failure::NotConnected);
 }
 
 void Requests::arrived(NatsMessage message)
 {
     const QByteArray token = subjectOf(message).mid(m_inbox.size());
-    const QMutexLocker locker(&m_mutex);
-    if (Waiter *waiter = m_waiters.value(token)) {
-        waiter->answers.push_back(std::move(message));
-        waiter->changed.wakeAll();
+    std::shared_ptr<Waiter> waiter;
+    {
+        const QMutexLocker locker(&m_mutex);
+        waiter = m_waiters.value(token);
     }
+    if (waiter)
+        waiter->give(std::move(message));
 }
 
 Failure Requests::send(const Request &request, Waiter &waiter, const QByteArray &token)
@@ -190,19 +218,18 @@ Failure Requests::send(const Request &request, Waiter &waiter, const QByteArray 
     const NatsMessage message(made);
     for (const auto &header : request.headers)
         natsMsgHeader_Set(made, header.first, header.second);
-    int link = 0;
     {
-        // Noted before it is sent: else it might be lost, or denied, before anybody knows that it waits.
         const QMutexLocker locker(&m_mutex);
-        if (waiter.failure)
-            return waiter.failure;
         if (m_isInboxDenied)
             return Failure::Denied;
-        waiter.link = m_connection.number();
     }
+    if (const Failure failure = waiter.failed())
+        return failure;
+    // Noted before it is sent: else it might be lost, or denied, before anybody knows that it waits.
+    waiter.link = m_connection.number();
+    int link = 0;
     const natsStatus status = m_connection.send(made, &link);
-    const QMutexLocker locker(&m_mutex);
-    if (status == NATS_OK && link != waiter.link) // another link has taken its place meanwhile
-        waiter.link = link;
+    if (status == NATS_OK)
+        waiter.link = link; // another one may have taken its place meanwhile
     return failureOf(status);
 }

@@ -65,7 +65,7 @@ private:
     Connection &m_connection;
     const QByteArray m_inbox; // ends with a dot
     QMutex m_mutex;           // guards all that follow
-    QHash<QByteArray, Waiter *> m_waiters;
+    QHash<QByteArray, std::shared_ptr<Waiter>> m_waiters;
     quint64 m_last = 0;
     bool m_isEnding = false;
     bool m_isInboxDenied = false; // as long as the connection lasts: no answer would come
