@@ -21,19 +21,19 @@ Afterlife::Afterlife(const std::shared_ptr<Engine> &engine, const QSharedPointer
 
 Afterlife::~Afterlife() = default;
 
-/// There is no event loop any more that would tell that the thread has ended.
+/// There will be no event loop that tells that the thread has ended.
 void Afterlife::hurry()
 {
     m_engine->hurry();
-    m_thread->wait();
     over();
 }
 
 void Afterlife::over()
 {
-    m_thread->wait(); // it has yet to leave our code
-    disconnect();
-    disconnect(qApp, nullptr, this, nullptr);
+    if (!m_thread)
+        return;
+    m_thread->wait(); // until it has left our code
+    m_thread.reset();
     m_engine->leaveBehind();
     deleteLater();
 }

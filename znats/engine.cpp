@@ -9,9 +9,12 @@ namespace {
 
 constexpr int ConnectMs = 500;
 constexpr int FlushMs = 500;
-constexpr int EndMs = 1500;  // for calls on the way, and half a second for the rest
-constexpr int SoonMs = 1000; // for the broker to hear that we end
-constexpr int LastMs = 500;
+// An end takes two seconds in all, even if the broker hangs.
+constexpr int EndMs = 1000; // for calls on the way
+constexpr int SoonMs = 700; // for the broker to hear that we end
+constexpr int LastMs = 400; // for calls that have asked others
+constexpr int WordMs = 200; // for the last answers to be sent
+constexpr int CloseMs = 400;
 constexpr int PauseMs = 100; // until it is looked whether it has to hurry
 
 } // namespace
@@ -82,10 +85,9 @@ void Engine::end(const std::function<QDeadlineTimer()> &deadline)
     while (!isAnswered && !deadline().hasExpired())
         isAnswered = workers.waitDone(QDeadlineTimer(std::min<qint64>(PauseMs, deadline().remainingTime())));
     requests.end();
-    const QDeadlineTimer last(LastMs);
-    isAnswered = isAnswered || workers.waitDone(last); // those that have asked others wait no longer
-    flush();
-    m_isClean = connection.close(last) && isAnswered && areLeasesBack;
+    isAnswered = isAnswered || workers.waitDone(QDeadlineTimer(LastMs)); // those that have asked others wait no longer
+    connection.flush(WordMs);
+    m_isClean = connection.close(QDeadlineTimer(CloseMs)) && isAnswered && areLeasesBack;
 }
 
 /// When the last of those who have asked waits no longer.

@@ -11,9 +11,9 @@ namespace {
 
 constexpr int LeastMs = 100;
 constexpr int MostMs = 24 * 3600 * 1000;
-constexpr int MostCharacters = 128;  // of a name, which is part of a subject
-constexpr int MostPatienceMs = 1000; // with the broker
-constexpr int IdleMs = 60000;        // until the keeper looks again, if there is nothing to keep
+constexpr int MostCharacters = 128; // of a name, which is part of a subject
+constexpr int MostPatienceMs = 500; // with the broker: an end waits for it
+constexpr int IdleMs = 60000;       // until the keeper looks again, if there is nothing to keep
 
 /// A whole piece of work, which asks twice, takes half of the lease's time at most.
 int patience(int msecs) { return std::min(msecs / 4, MostPatienceMs); }
