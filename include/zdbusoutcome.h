@@ -21,7 +21,7 @@ public:
      *
      * | key      | value                                                                                        |
      * |----------|----------------------------------------------------------------------------------------------|
-     * | "code"   | 200 if the call was handled; 404 if an endpoint was called and refused; 503 if nobody is bound; a bus that reaches other processes has further ones |
+     * | "code"   | 200 if the call was handled; 404 if an endpoint was called and refused; 503 if none was called, since nobody is bound, or who was is gone; a bus that reaches other processes has further ones |
      * | "reason" | the same in words; missing if the call was handled                                           |
      * | "called" | whether an endpoint was called; missing if nobody knows                                      |
      * | "host"   | the process that has answered; missing if it is this one                                     |

@@ -7,6 +7,7 @@
 #include <zdefaultdbusoutcome.h>
 #include <zdefaultemitter.h>
 
+#include <functional>
 #include <stdexcept>
 
 namespace {
@@ -18,14 +19,16 @@ enum class Deed
     Throw
 };
 
-/// Does one thing in each call.
+/// Does one thing in each call, after what it was given to do before.
 class Endpoint : public ZDbusSubscriber
 {
 public:
-    explicit Endpoint(Deed deed) : m_deed(deed) {}
+    explicit Endpoint(Deed deed, std::function<void()> before = {}) : m_deed(deed), m_before(std::move(before)) {}
 
     bool invoked(const QUrl &, QJsonObject *in, QJsonObject *out) override
     {
+        if (m_before)
+            m_before();
         if (m_deed == Deed::Throw)
             throw std::runtime_error("thrown");
         if (in && out)
@@ -35,9 +38,41 @@ public:
 
 private:
     const Deed m_deed;
+    const std::function<void()> m_before;
 };
 
-QSharedPointer<ZDbusSubscriber> endpoint(Deed deed) { return QSharedPointer<Endpoint>::create(deed); }
+/// A bus that cannot tell what its calls reach.
+class PlainBus : public QObject, public ZDbus
+{
+    Q_OBJECT
+    Q_INTERFACES(ZDbus)
+
+public:
+    bool bind0(const QUrl &url, QWeakPointer<ZDbusSubscriber> subscriber) override
+    {
+        return m_bus.bind0(url, subscriber);
+    }
+    bool find0(const QUrl &url) override { return m_bus.find0(url); }
+    QList<QUrl> findAll0(const QRegularExpression &re) override { return m_bus.findAll0(re); }
+    bool invoke0(const QUrl &url, QJsonObject *in, QJsonObject *out) override { return m_bus.invoke0(url, in, out); }
+
+private:
+    ZDefaultDbus m_bus;
+};
+
+/// A bus of each kind: as it is, behind its delegate, and one that cannot tell what its calls reach.
+struct Buses
+{
+    QSharedPointer<ZDefaultDbus> own = QSharedPointer<ZDefaultDbus>::create();
+    ZDbusDelegate exact{QSharedPointer<QObject>(QSharedPointer<ZDefaultDbus>::create())};
+    ZDbusDelegate plain{QSharedPointer<QObject>(QSharedPointer<PlainBus>::create())};
+    ZDbus *const all[3] = {own.data(), &exact, &plain};
+};
+
+QSharedPointer<ZDbusSubscriber> endpoint(Deed deed, std::function<void()> before = {})
+{
+    return QSharedPointer<Endpoint>::create(deed, std::move(before));
+}
 
 QUrl url(const QString &text) { return QUrl(text); }
 
@@ -64,6 +99,7 @@ private Q_SLOTS:
     void saysWhyACallWasNotHandled_data();
     void saysWhyACallWasNotHandled();
     void saysThatNobodyIsThereOfAllThatAreNone();
+    void saysWhatTheBusCanTell();
     void replacesWhatTheOutcomeWasBefore();
     void needsNoOutcome();
     void passesWhatIsGivenAndAnswered();
@@ -97,33 +133,59 @@ void tst_DbusOutcome::saysWhyACallWasNotHandled()
 {
     QFETCH(QString, called);
     QFETCH(QJsonObject, expected);
-    ZDefaultDbus bus;
-    ZDefaultDbusOutcome service;
-    service.getSetZDbus(&bus);
     const auto good = endpoint(Deed::Handle), bad = endpoint(Deed::Refuse);
-    for (const char *each : {"//good/a", "//bare"})
-        bus.bind0(url(QLatin1String(each)), good);
-    for (const char *each : {"//bad/a", "//badbare"})
-        bus.bind0(url(QLatin1String(each)), bad);
-    bus.bind0(url(QStringLiteral("//dead")), endpoint(Deed::Handle));
-    QJsonObject outcome;
-    const bool isHandled = service.call0(url(called), nullptr, nullptr, &outcome);
-    QCOMPARE(outcome, expected);
-    QCOMPARE(isHandled, expected.value(QStringLiteral("code")) == QJsonValue(200));
+    const Buses buses;
+    for (ZDbus *bus : buses.all) {
+        ZDefaultDbusOutcome service;
+        service.getSetZDbus(bus);
+        for (const char *each : {"//good/a", "//bare"})
+            bus->bind0(url(QLatin1String(each)), good);
+        for (const char *each : {"//bad/a", "//badbare"})
+            bus->bind0(url(QLatin1String(each)), bad);
+        bus->bind0(url(QStringLiteral("//dead")), endpoint(Deed::Handle));
+        QJsonObject outcome;
+        const bool isHandled = service.call0(url(called), nullptr, nullptr, &outcome);
+        QCOMPARE(outcome, expected);
+        QCOMPARE(isHandled, expected.value(QStringLiteral("code")) == QJsonValue(200));
+    }
 }
 
 void tst_DbusOutcome::saysThatNobodyIsThereOfAllThatAreNone()
 {
-    ZDefaultDbus bus;
-    ZDefaultDbusOutcome service;
-    service.getSetZDbus(&bus);
-    QJsonObject result;
-    QVERIFY(!service.call0(url(QStringLiteral("/any")), nullptr, nullptr, &result));
-    QCOMPARE(result, outcome(503, QStringLiteral("nobody"), Unknown));
     const auto bad = endpoint(Deed::Refuse);
-    bus.bind0(url(QStringLiteral("//bad")), bad);
-    QVERIFY(!service.call0(url(QStringLiteral("/any")), nullptr, nullptr, &result));
-    QCOMPARE(result, outcome(404, QStringLiteral("refused"), Unknown));
+    const Buses buses;
+    for (ZDbus *bus : buses.all) {
+        ZDefaultDbusOutcome service;
+        service.getSetZDbus(bus);
+        QJsonObject result;
+        QVERIFY(!service.call0(url(QStringLiteral("/any")), nullptr, nullptr, &result));
+        QCOMPARE(result, outcome(503, QStringLiteral("nobody"), Unknown));
+        bus->bind0(url(QStringLiteral("//bad")), bad);
+        QVERIFY(!service.call0(url(QStringLiteral("/any")), nullptr, nullptr, &result));
+        QCOMPARE(result, outcome(404, QStringLiteral("refused"), Unknown));
+    }
+}
+
+void tst_DbusOutcome::saysWhatTheBusCanTell()
+{
+    Buses buses;
+    ZDefaultDbusOutcome service;
+    service.getSetZDbus(&buses.exact);
+    const QUrl path = url(QStringLiteral("//w/x")), host = url(QStringLiteral("//w"));
+    const auto good = endpoint(Deed::Handle), bad = endpoint(Deed::Refuse);
+    buses.exact.bind0(host, good);
+    buses.exact.bind0(path, endpoint(Deed::Handle)); // is gone, and somebody is bound nevertheless
+    QJsonObject result;
+    QVERIFY(!service.call0(path, nullptr, nullptr, &result));
+    QCOMPARE(result, Nobody);
+    QVERIFY(service.call0(path, nullptr, nullptr, &result));
+    QCOMPARE(result, outcome(200, {}, true));
+
+    QSharedPointer<ZDbusSubscriber> leaving;
+    leaving = endpoint(Deed::Refuse, [&] { leaving.clear(); });
+    buses.exact.bind0(path, leaving);
+    QVERIFY(!service.call0(path, nullptr, nullptr, &result));
+    QCOMPARE(result, outcome(404, QStringLiteral("refused"), true));
 }
 
 void tst_DbusOutcome::replacesWhatTheOutcomeWasBefore()

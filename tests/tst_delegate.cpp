@@ -97,6 +97,7 @@ const Family families[] = {
     family<ZThreadPoolSet, ZThreadPoolSetDelegate>("ZThreadPoolSet"),
     family<ZDbus, ZDbusDelegate>("ZDbus"),
     family<ZDbusLayer, ZDbusLayerDelegate>("ZDbusLayer"),
+    family<ZDbusReach, ZDbusReachDelegate>("ZDbusReach"),
     family<ZDbusOutcome, ZDbusOutcomeDelegate>("ZDbusOutcome"),
     family<ZDbusAsync, ZDbusAsyncDelegate>("ZDbusAsync"),
     family<ZLease, ZLeaseDelegate>("ZLease"),

@@ -93,6 +93,7 @@ const Interface interfaces[] = {
     row<ZThreadPoolSet, ZThreadPoolSetDelegate>("ZThreadPoolSet"),
     row<ZDbus, ZDbusDelegate>("ZDbus"),
     row<ZDbusLayer, ZDbusLayerDelegate>("ZDbusLayer"),
+    row<ZDbusReach, ZDbusReachDelegate>("ZDbusReach"),
     row<ZDbusOutcome, ZDbusOutcomeDelegate>("ZDbusOutcome"),
     row<ZDbusAsync, ZDbusAsyncDelegate>("ZDbusAsync"),
     row<ZLease, ZLeaseDelegate>("ZLease"),

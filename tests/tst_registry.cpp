@@ -69,6 +69,7 @@ const struct
     {"ZThreadPoolSet*", useDelegate<ZThreadPoolSetDelegate>},
     {"ZDbus*", useDelegate<ZDbusDelegate>},
     {"ZDbusLayer*", useDelegate<ZDbusLayerDelegate>},
+    {"ZDbusReach*", useDelegate<ZDbusReachDelegate>},
     {"ZDbusOutcome*", useDelegate<ZDbusOutcomeDelegate>},
     {"ZDbusAsync*", useDelegate<ZDbusAsyncDelegate>},
     {"ZLease*", useDelegate<ZLeaseDelegate>},

@@ -12,8 +12,9 @@
 ZDEFAULT_EXPORT const char *zDefaultDbusOutcomeTypeName();
 
 /**
- * Calls any bus, and finds out afterwards why a call was not handled: by looking whether an endpoint is bound. So what
- * is bound or destroyed at that moment may be mistaken.
+ * Calls any bus. A bus behind a delegate that is a `ZDbusReach`, too, tells why a call was not handled, and that is
+ * exact. Of any other this looks afterwards whether an endpoint is bound, and what is bound or destroyed at that moment
+ * may be mistaken.
  *
  * Ownership: the emitter owns it, once it is announced.
  * Thread:    any.

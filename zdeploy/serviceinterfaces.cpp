@@ -9,6 +9,7 @@
 #include <zdbusasync.h>
 #include <zdbuslayer.h>
 #include <zdbusoutcome.h>
+#include <zdbusreach.h>
 #include <zemitter.h>
 #include <zjobpoolset.h>
 #include <zlease.h>
@@ -37,6 +38,7 @@ const struct
     {"ZDbusAsync", isUnlisted<ZDbusAsync>},
     {"ZDbusLayer", isUnlisted<ZDbusLayer>},
     {"ZDbusOutcome", isUnlisted<ZDbusOutcome>},
+    {"ZDbusReach", isUnlisted<ZDbusReach>},
     {"ZEmitter", isUnlisted<ZEmitter>},
     {"ZJobPoolSet", isUnlisted<ZJobPoolSet>},
     {"ZLease", isUnlisted<ZLease>},

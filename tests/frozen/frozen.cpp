@@ -36,6 +36,7 @@ const struct
     {"ZThreadPoolSet", make<ZThreadPoolSet>, use<ZThreadPoolSet>},
     {"ZDbus", make<ZDbus>, use<ZDbus>},
     {"ZDbusLayer", make<ZDbusLayer>, use<ZDbusLayer>},
+    {"ZDbusReach", make<ZDbusReach>, use<ZDbusReach>},
     {"ZDbusOutcome", make<ZDbusOutcome>, use<ZDbusOutcome>},
     {"ZDbusAsync", make<ZDbusAsync>, use<ZDbusAsync>},
     {"ZLease", make<ZLease>, use<ZLease>},

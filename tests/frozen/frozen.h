@@ -107,6 +107,22 @@ public:
     virtual ~ZDbusLayer() {}
 };
 
+class ZDbusReach
+{
+public:
+    enum Reached
+    {
+        Unsupported,
+        Nobody,
+        Refused,
+        Handled
+    };
+
+    virtual Reached reach0(const QUrl &, QJsonObject *, QJsonObject *) = 0;
+    virtual Reached reachAll0(const QRegularExpression &, const QUrl &, QJsonObject *, QJsonObject *) = 0;
+    virtual ~ZDbusReach() {}
+};
+
 class ZDbusOutcome
 {
 public:

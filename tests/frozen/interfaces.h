@@ -8,6 +8,7 @@
 #include <zdbusasync.h>
 #include <zdbuslayer.h>
 #include <zdbusoutcome.h>
+#include <zdbusreach.h>
 #include <zdbussubscriber.h>
 #include <zdelegate.h>
 #include <zemitter.h>

@@ -416,6 +416,42 @@ struct Operations<ZDbusLayer>
 };
 
 template <>
+class Recorder<ZDbusReach> : public ZDbusReach
+{
+public:
+    explicit Recorder(QStringList *calls) : m_calls(calls) {}
+
+    Reached reach0(const QUrl &url, QJsonObject *in, QJsonObject *out) override
+    {
+        m_calls.add("reach0", url, in, out);
+        return Refused;
+    }
+    Reached reachAll0(const QRegularExpression &re, const QUrl &url, QJsonObject *in, QJsonObject *out) override
+    {
+        m_calls.add("reachAll0", re, url, in, out);
+        return Handled;
+    }
+
+private:
+    Calls m_calls;
+};
+
+template <>
+struct Operations<ZDbusReach>
+{
+    static QStringList use(ZDbusReach &bus)
+    {
+        const int one = bus.reach0(QUrl(QStringLiteral("z://h/r")), at<QJsonObject>(16), at<QJsonObject>(32));
+        const int all = bus.reachAll0(QRegularExpression(QStringLiteral("h.*")), QUrl(QStringLiteral("z:/a")),
+                                      at<QJsonObject>(48), at<QJsonObject>(64));
+        return {text(one), text(all)};
+    }
+    static QStringList calls() { return {"reach0(z://h/r,16,32)", "reachAll0(h.*,z:/a,48,64)"}; }
+    static QStringList results() { return {"2", "3"}; }
+    static QStringList neutral() { return {"0", "0"}; }
+};
+
+template <>
 class Recorder<ZDbusOutcome> : public ZDbusOutcome
 {
 public:

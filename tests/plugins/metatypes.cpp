@@ -5,6 +5,7 @@
 #include <zdbusasync.h>
 #include <zdbuslayer.h>
 #include <zdbusoutcome.h>
+#include <zdbusreach.h>
 #include <zemitter.h>
 #include <zjobpoolset.h>
 #include <zlease.h>
@@ -30,6 +31,7 @@ public:
         qRegisterMetaType<ZDbusAsync *>();
         qRegisterMetaType<ZDbusLayer *>();
         qRegisterMetaType<ZDbusOutcome *>();
+        qRegisterMetaType<ZDbusReach *>();
         qRegisterMetaType<ZEmitter *>();
         qRegisterMetaType<ZJobPoolSet *>();
         qRegisterMetaType<ZLease *>();

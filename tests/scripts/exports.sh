@@ -5,12 +5,13 @@ set -euo pipefail
 
 classes=(
     ZCodecAlias ZConfigDelegate ZContextDelegate ZDailySchedule ZDbusActivity ZDbusAsyncDelegate ZDbusDelegate
-    ZDbusLayerDelegate ZDbusOutcomeDelegate ZDefaultConfig ZDefaultContext ZDefaultDbus ZDefaultDbusAsync
-    ZDefaultDbusOutcome ZDefaultEmitter ZDefaultJobPoolSet ZDefaultLoader ZDefaultLogger ZDefaultScheduler
-    ZDefaultTempFile ZDefaultThreadPoolSet ZDelegate ZEmitterDelegate ZEndpoint ZFunctionActivity ZFunctionJob ZHost
-    ZJob ZJobPool ZJobPoolSetDelegate ZLeaseDelegate ZLibrary ZLibrarySet ZLoaderDelegate ZLoggerDelegate
-    ZNamedLogger ZObject ZOrderlyEmitter ZOwned ZPeriodicSchedule ZReference ZScheduledActivity ZSchedulerDelegate
-    ZSchedulerThread ZServices ZSettings ZTempFileDelegate ZText ZThreadPool ZThreadPoolSetDelegate
+    ZDbusLayerDelegate ZDbusOutcomeDelegate ZDbusReachDelegate ZDefaultConfig ZDefaultContext ZDefaultDbus
+    ZDefaultDbusAsync ZDefaultDbusOutcome ZDefaultEmitter ZDefaultJobPoolSet ZDefaultLoader ZDefaultLogger
+    ZDefaultScheduler ZDefaultTempFile ZDefaultThreadPoolSet ZDelegate ZEmitterDelegate ZEndpoint ZFunctionActivity
+    ZFunctionJob ZHost ZJob ZJobPool ZJobPoolSetDelegate ZLeaseDelegate ZLibrary ZLibrarySet ZLoaderDelegate
+    ZLoggerDelegate ZNamedLogger ZObject ZOrderlyEmitter ZOwned ZPeriodicSchedule ZReference ZScheduledActivity
+    ZSchedulerDelegate ZSchedulerThread ZServices ZSettings ZTempFileDelegate ZText ZThreadPool
+    ZThreadPoolSetDelegate
 )
 functions=(
     zBottomBus zDefaultConfigTypeName zDefaultContextTypeName zDefaultDbusAsyncTypeName zDefaultDbusOutcomeTypeName
