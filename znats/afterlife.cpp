@@ -5,6 +5,12 @@
 
 #include <QCoreApplication>
 
+namespace {
+
+const QString name = QStringLiteral("zdefault nats afterlife");
+
+} // namespace
+
 void Afterlife::begin(const std::shared_ptr<Engine> &engine, const QSharedPointer<ZLibrary> &library)
 {
     auto *const self = new Afterlife(engine, library);
@@ -13,15 +19,23 @@ void Afterlife::begin(const std::shared_ptr<Engine> &engine, const QSharedPointe
     self->m_thread->start();
 }
 
-Afterlife::Afterlife(const std::shared_ptr<Engine> &engine, const QSharedPointer<ZLibrary> &library)
-    : m_library(library), m_engine(engine), m_thread(QThread::create([engine] { engine->endWhenDone(); }))
+void Afterlife::endAll()
 {
+    const QList<QObject *> all = qApp->findChildren<QObject *>(name, Qt::FindDirectChildrenOnly);
+    for (QObject *each : all)
+        QMetaObject::invokeMethod(each, "hurry");
+}
+
+Afterlife::Afterlife(const std::shared_ptr<Engine> &engine, const QSharedPointer<ZLibrary> &library)
+    : QObject(qApp), m_library(library), m_engine(engine),
+      m_thread(QThread::create([engine] { engine->endWhenDone(); }))
+{
+    setObjectName(QString(name.constData(), name.size())); // of its own: it may outlive that of the file
     m_thread->setObjectName(QStringLiteral("nats end"));
 }
 
-Afterlife::~Afterlife() = default;
+Afterlife::~Afterlife() { hurry(); }
 
-/// There will be no event loop that tells that the thread has ended.
 void Afterlife::hurry()
 {
     m_engine->hurry();

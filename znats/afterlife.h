@@ -14,9 +14,9 @@ class ZLibrary;
  * Ends an engine whose plugin has been replaced, on a thread of its own: calls that it answers may take long, and the
  * event loop must not wait for them. Keeps the plugin in memory meanwhile.
  *
- * Ownership: itself: it goes when the engine has ended, or the application quits.
+ * Ownership: the application object, until the engine has ended.
  * Thread:    the plugin's.
- * Failure:   what has not ended when the application quits, or has no end, stays for good.
+ * Failure:   what has not ended when the application, or the host, ends stays for good.
  */
 class Afterlife : public QObject
 {
@@ -24,11 +24,14 @@ class Afterlife : public QObject
 
 public:
     static void begin(const std::shared_ptr<Engine> &engine, const QSharedPointer<ZLibrary> &library);
+    /// Ends all that there are, within two seconds, also those of other versions: what they log to may go next.
+    static void endAll();
     ~Afterlife() override;
+
+    Q_INVOKABLE void hurry();
 
 private:
     Afterlife(const std::shared_ptr<Engine> &engine, const QSharedPointer<ZLibrary> &library);
-    void hurry();
     void over();
 
     const QSharedPointer<ZLibrary> m_library; // goes last

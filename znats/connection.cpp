@@ -232,7 +232,7 @@ std::shared_ptr<Link> Connection::make(int number)
     const natsStatus status = link->open(options.get());
     if (status == NATS_OK)
         return link;
-    noteFailed(number, status, QString::fromUtf8(natsStatus_GetText(status)));
+    noteFailed(number, status, QStringLiteral("cannot connect: %1").arg(QLatin1String(natsStatus_GetText(status))));
     return {};
 }
 

@@ -10,6 +10,7 @@ constexpr const char *Left = "Z-Left";         ///< how many milliseconds its se
 constexpr const char *Deadline = "Z-Deadline"; ///< until when, by its sender's clock, in milliseconds since 1970
 constexpr const char *Operation = "Z-Op";      ///< "find", if nothing is to be called
 constexpr const char *Echo = "Z-Echo";         ///< each host that has answered that it was too late, and its clock then
+constexpr const char *Process = "Z-Process";   ///< of a broadcast: who has sent it, and has called its own already
 constexpr const char *Host = "Z-Host";         ///< who answers
 constexpr const char *Clock = "Z-Clock";       ///< the answerer's clock, in milliseconds since 1970
 constexpr const char *ErrorCode = "Nats-Service-Error-Code";

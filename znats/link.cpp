@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "link.h"
 
-#include <QCoreApplication>
+#include "thisprocess.h"
+
 #include <QMutexLocker>
-#include <QUuid>
-#include <QVariant>
 
 #include <algorithm>
 #include <utility>
@@ -14,15 +13,6 @@ namespace {
 constexpr char Group[] = "z";
 constexpr int PauseMs = 20;                // until it is looked whether the connection is lost
 constexpr int MostWaitingBytes = 64 << 20; // those who listen refuse what is too much: this is for the worst case
-
-/// Of this process, whichever versions of the plugin it has, and however many links: one of them gets each message.
-QByteArray processGroup()
-{
-    constexpr char Property[] = "zdefault nats process";
-    if (!qApp->property(Property).isValid())
-        qApp->setProperty(Property, QUuid::createUuid().toByteArray(QUuid::Id128));
-    return qApp->property(Property).toByteArray();
-}
 
 } // namespace
 
@@ -69,7 +59,7 @@ bool Link::listen(const Listening &listening)
     if (listening.kind == Listening::Answers) { // to those without a group the broker says if nobody is there
         status = natsConnection_Subscribe(&subscription, m_connection, listening.subject, &Link::arrived, inlet.get());
     } else {
-        const QByteArray group = listening.kind == Listening::Shared ? QByteArray(Group) : processGroup();
+        const QByteArray group = listening.kind == Listening::Shared ? QByteArray(Group) : thisProcess();
         status = natsConnection_QueueSubscribe(&subscription, m_connection, listening.subject, group, &Link::arrived,
                                                inlet.get());
     }

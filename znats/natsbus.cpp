@@ -4,6 +4,7 @@
 #include "afterlife.h"
 #include "engine.h"
 #include "pin.h"
+#include "thisprocess.h"
 
 #include <QCoreApplication>
 #include <QJsonObject>
@@ -100,8 +101,15 @@ NatsBus::NatsBus() = default;
 
 NatsBus::~NatsBus()
 {
-    if (m_engine && !m_isQuitting)
+    if (!m_engine)
+        return;
+    if (m_isReplaced && !m_isQuitting) {
         Afterlife::begin(m_engine, *this);
+    } else { // with its host, whose logger goes next
+        m_engine->end();
+        m_engine->leaveBehind();
+        Afterlife::endAll();
+    }
 }
 
 ZEmitter *NatsBus::getSetZEmitter(ZEmitter *emitter)
@@ -131,6 +139,7 @@ bool NatsBus::start(ZEmitter &emitter)
         return false;
     }
     pinClientLibrary();
+    thisProcess();
     const Place place = Place::in(m_dbus);
     m_engine = std::make_shared<Engine>(settings, log);
     m_engine->setBelow(place.below);
@@ -140,6 +149,7 @@ bool NatsBus::start(ZEmitter &emitter)
     // Others reach us before we take the place of a version that they reach now.
     m_engine->open();
 
+    m_engine->below.invoke0(QUrl(QStringLiteral("//nats/replaced#")), nullptr, nullptr); // the version before, if any
     const QSharedPointer<QObject> self = shared();
     const auto bus = QSharedPointer<ZDbusDelegate>::create(self);
     if (place.above)
@@ -273,7 +283,11 @@ bool NatsBus::begin0(const QString &name, qint64 slot, QString &reason)
 bool NatsBus::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
 {
     const QString path = url.path(QUrl::FullyDecoded);
-    if (!out || url.host().isEmpty())
+    if (url.host().isEmpty())
+        return false;
+    if (path == QLatin1String("/replaced"))
+        return m_isReplaced = true;
+    if (!out)
         return false;
     if (path == QLatin1String("/printd"))
         *out = m_engine->describe();

@@ -12,6 +12,7 @@
 #include <zlogger.h>
 #include <zobject.h>
 
+#include <atomic>
 #include <memory>
 
 class Engine;
@@ -59,7 +60,8 @@ public:
     void forget0(const QString &name) override;
     bool begin0(const QString &name, qint64 slot, QString &reason) override;
 
-    /// The endpoint //nats, for this process alone: "/printd" and "/hosts".
+    /// The endpoint //nats, for this process alone: "/printd", "/hosts", and "/replaced", by which the next version
+    /// says that it takes over.
     bool invoked(const QUrl &url, QJsonObject *in, QJsonObject *out) override;
 
 protected:
@@ -77,6 +79,7 @@ private:
     ZConfig *m_config = nullptr;
     ZLogger *m_logger = nullptr;
     ZDbus *m_dbus = nullptr;
-    std::shared_ptr<Engine> m_engine; // null without settings
+    std::shared_ptr<Engine> m_engine;      // null without settings
+    std::atomic<bool> m_isReplaced{false}; // a next version has told it
     bool m_isQuitting = false;
 };

@@ -5,6 +5,7 @@
 #include "headers.h"
 #include "processend.h"
 #include "servedcall.h"
+#include "thisprocess.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -210,6 +211,8 @@ void Provider::answerList(Call &call)
 /// The endpoints that are served hear it.
 void Provider::answerBroadcast(Call &call)
 {
+    if (headerOf(call.message, Header::Process) == thisProcess()) // it comes back by another link
+        return;
     const QUrl url = QUrl::fromEncoded(headerOf(call.message, Header::Url));
     std::optional<Body> body = Body::decode(bodyOf(call.message));
     Tally::Call counted(m_tally);

@@ -5,6 +5,7 @@
 #include "headers.h"
 #include "hosts.h"
 #include "servedcall.h"
+#include "thisprocess.h"
 #include "workers.h"
 
 #include <QDateTime>
@@ -207,6 +208,8 @@ bool RemoteCalls::mayTryAgain(const Failure &failure, Call &call)
             return false;
         break;
     case Failure::Busy:
+        if (left(call.deadline) < m_settings.timeoutMs / 4) // the next refusal might come too late to be told
+            return false;
         break;
     case Failure::TooLate: // by a clock that is not ours
         return !call.echo.isEmpty() && call.echoes++ < MostEchoes && !call.deadline.hasExpired();
@@ -225,16 +228,17 @@ bool RemoteCalls::callAll(const QUrl &url, const QJsonObject *in, QJsonObject *o
         return false;
     const QByteArray body = bodyFrom(in, out).encode();
     bool isHandled = false;
-    gather(requestFor(m_subjects.broadcast(), url, body, deadlineIn(m_settings.timeoutMs)),
-           [&](const NatsMessage &answer) {
-               const std::optional<Body> some = Body::decode(bodyOf(answer));
-               if (failureIn(answer) || !some)
-                   return;
-               isHandled = true;
-               const QJsonObject added = some->out.value_or(QJsonObject());
-               for (auto value = added.begin(); out && value != added.end(); ++value)
-                   out->insert(value.key(), value.value());
-           });
+    Request request = requestFor(m_subjects.broadcast(), url, body, deadlineIn(m_settings.timeoutMs));
+    request.headers.append(qMakePair(Header::Process, thisProcess()));
+    gather(request, [&](const NatsMessage &answer) {
+        const std::optional<Body> some = Body::decode(bodyOf(answer));
+        if (failureIn(answer) || !some)
+            return;
+        isHandled = true;
+        const QJsonObject added = some->out.value_or(QJsonObject());
+        for (auto value = added.begin(); out && value != added.end(); ++value)
+            out->insert(value.key(), value.value());
+    });
     return isHandled;
 }
 

@@ -5,6 +5,7 @@
 
 #include <QDeadlineTimer>
 #include <QFile>
+#include <QThread>
 
 #include <poll.h>
 
@@ -55,7 +56,12 @@ void Broker::terminate()
         m_process->end();
 }
 
-void Broker::stop() { m_process->signal(SIGSTOP); }
+void Broker::stop()
+{
+    m_process->signal(SIGSTOP);
+    while (!m_process->isStopped()) // it may run on for a moment
+        QThread::yieldCurrentThread();
+}
 
 void Broker::resume() { m_process->signal(SIGCONT); }
 

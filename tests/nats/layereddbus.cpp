@@ -23,7 +23,7 @@ Broker &broker()
 QJsonObject configuration()
 {
     const QString folder = QFileInfo(QStringLiteral(ZNATS)).path();
-    return {{QStringLiteral("logger"), QJsonObject{{QStringLiteral("info"), 0}, {QStringLiteral("warning"), 1}}},
+    return {{QStringLiteral("logger"), QJsonObject{{QStringLiteral("info"), 0}, {QStringLiteral("warning"), 0}}},
             {QStringLiteral("loader"), QJsonObject{{QStringLiteral("deployed"), folder},
                                                    {QStringLiteral("load-list"), QJsonArray{QStringLiteral("znats")}}}},
             {QStringLiteral("nats"), QJsonObject{{QStringLiteral("name"), QStringLiteral("user")},
@@ -41,7 +41,11 @@ public:
     bool info0() override { return m_logger->info0(); }
     void debug0(const QString &text) override { m_logger->debug0(text); }
     bool debug0() override { return m_logger->debug0(); }
-    void warning0(const QString &text) override { m_logger->warning0(text); }
+    void warning0(const QString &text) override
+    {
+        if (!text.startsWith(QLatin1String("nats: "))) // about its broker
+            m_logger->warning0(text);
+    }
     bool warning0() override { return m_logger->warning0(); }
     void critical0(const QString &text) override { m_logger->critical0(text); }
     bool critical0() override { return m_logger->critical0(); }
