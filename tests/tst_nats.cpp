@@ -577,7 +577,7 @@ void tst_Nats::natsToolsListTheHosts()
 
 void tst_Nats::withoutASectionNothingPasses()
 {
-    NodeProcess alone(QStringLiteral("alone"), QJsonValue());
+    NodeProcess alone(QStringLiteral("alone"), QJsonValue::Undefined);
     alone.setMask(0xff);
     QVERIFY(alone.start());
     QVERIFY(m_far->bind(QStringLiteral("//w")));

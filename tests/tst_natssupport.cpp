@@ -92,7 +92,7 @@ void tst_NatsSupport::aProxyMayBeCut()
 void tst_NatsSupport::nodesObey()
 {
     const JournalFile journal;
-    NodeProcess node(QStringLiteral("n"), QJsonValue());
+    NodeProcess node(QStringLiteral("n"), QJsonValue::Undefined);
     node.setLoading(false);
     QVERIFY(node.start());
     QVERIFY(node.bind(QStringLiteral("//w"), journal.option()));

@@ -7,6 +7,8 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cstdlib>
+#include <thread>
 
 namespace {
 
@@ -116,6 +118,8 @@ QJsonObject Node::atOnce(const QString &deed, const QJsonObject &command)
         return report;
     } else if (deed == QLatin1String("rest")) {
         return m_works.count(key) ? m_works[key]->stop() : QJsonObject();
+    } else if (deed == QLatin1String("exit")) {
+        std::thread([command] { std::exit(command.value(QStringLiteral("status")).toInt()); }).detach();
     } else if (deed == QLatin1String("quit")) {
         m_loads.clear();
         m_works.clear();

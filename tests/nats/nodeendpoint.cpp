@@ -14,6 +14,8 @@
 
 namespace {
 
+constexpr int PauseMs = 5;
+
 QJsonValue valueOf(const QJsonObject *object) { return object ? QJsonValue(*object) : QJsonValue(); }
 
 /// In one piece, whoever else appends.
@@ -56,6 +58,9 @@ NodeEndpoint::NodeEndpoint(const QJsonObject &options, QSharedPointer<NodeRecord
 bool NodeEndpoint::invoked(const QUrl &url, QJsonObject *in, QJsonObject *out)
 {
     m_record->note(url, in, out);
+    const QString gate = m_options.value(QStringLiteral("gate")).toString();
+    while (!gate.isEmpty() && !QFile::exists(gate))
+        QThread::msleep(PauseMs);
     if (m_kind == QLatin1String("refuse"))
         return false;
     if (m_kind == QLatin1String("throw"))

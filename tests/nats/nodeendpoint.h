@@ -33,7 +33,7 @@ private:
 /**
  * An endpoint of a node. Its options: "kind", which is "echo" (answers {"url", "name", "in"}), "refuse", "slow" (echoes
  * after "ms"), "throw", "big" (answers "bytes" bytes), "chain" (calls "to"), "changes" (changes "in"), or "silent"
- * (answers true alone); and "name", who it says that it is.
+ * (answers true alone); "name", who it says that it is; and "gate", a file that each call waits for.
  */
 class NodeEndpoint : public ZDbusSubscriber
 {

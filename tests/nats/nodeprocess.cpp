@@ -39,10 +39,12 @@ bool NodeProcess::start()
                      {QStringLiteral("hot-deploy"), m_hot.path()},
                      {QStringLiteral("load-list"),
                       texts(m_isLoading ? QStringList{QStringLiteral("znats")} : QStringList())}}}};
-    if (!m_section.isNull()) {
+    if (m_section.isObject()) {
         QJsonObject section = m_section.toObject();
         section.insert(QStringLiteral("name"), m_name);
         configuration.insert(QStringLiteral("nats"), section);
+    } else if (!m_section.isUndefined()) {
+        configuration.insert(QStringLiteral("nats"), m_section);
     }
     const QString file = m_deployed.filePath(QStringLiteral("configuration.json"));
     m_deployed.write(QStringLiteral("configuration.json"), QJsonDocument(configuration).toJson());
@@ -75,6 +77,12 @@ bool NodeProcess::hasEndedWell() const
 {
     return m_process.state() == QProcess::NotRunning && m_process.exitStatus() == QProcess::NormalExit &&
            m_process.exitCode() == 0;
+}
+
+int NodeProcess::waitForExit()
+{
+    const bool isOver = waitUntil([this] { return m_process.state() == QProcess::NotRunning; }, PatienceMs);
+    return isOver && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
 QJsonObject NodeProcess::ask(const QString &deed, QJsonObject arguments, int msecs)
@@ -133,6 +141,14 @@ QStringList NodeProcess::mappedVersions()
     for (const auto &file : found)
         files << file.toString();
     return files;
+}
+
+qint64 NodeProcess::loopDelay()
+{
+    QElapsedTimer timer;
+    timer.start();
+    ask(QStringLiteral("calls"));
+    return timer.elapsed();
 }
 
 QStringList NodeProcess::takeLog() { return std::exchange(m_log, {}); }

@@ -27,7 +27,7 @@ class NodeProcess : public QObject
     Q_OBJECT
 
 public:
-    /// The name, and the section "nats" with everything but the name. With a null section there is none.
+    /// The name, and the section "nats" with everything but the name. With an undefined section there is none.
     NodeProcess(const QString &name, const QJsonValue &section);
     ~NodeProcess() override;
 
@@ -46,6 +46,8 @@ public:
     void kill();
     void signal(int number) const { m_process.signal(number); }
     bool hasEndedWell() const;
+    /// Its exit code, once it has ended; -1 if it does not, or has crashed.
+    int waitForExit();
 
     /// Tells it to do something, and waits for its answer; an empty one if that does not come.
     QJsonObject ask(const QString &deed, QJsonObject arguments = {}, int msecs = 60000);
@@ -69,6 +71,8 @@ public:
     /// Drops the plugin into its hot-deploy folder under the name of a further version.
     bool drop(const QString &file);
     QStringList mappedVersions();
+    /// How long its event loop takes to answer.
+    qint64 loopDelay();
 
     QString name() const { return m_name; }
     QStringList log() const { return m_log; }

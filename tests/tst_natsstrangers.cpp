@@ -1,0 +1,326 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "broker.h"
+#include "gate.h"
+#include "nodeprocess.h"
+#include "rawclient.h"
+#include "testcase.h"
+
+#include <QDateTime>
+
+#include <memory>
+
+namespace {
+
+const QString Url = QStringLiteral("//w");
+const QByteArray Call = "z1.default.call.w._"; // where it is called
+const QString Lease = QStringLiteral("lease");
+
+QString letters(int count, QChar letter = QLatin1Char('u')) { return QString(count, letter); }
+
+} // namespace
+
+/// What comes from those who do not know better, or mean ill: names of any length, numbers that are none.
+class tst_NatsStrangers : public TestCase
+{
+    Q_OBJECT
+
+protected Q_SLOTS:
+    void init() override;
+
+private Q_SLOTS:
+    void longAddressesFailByThemselves_data();
+    void longAddressesFailByThemselves();
+    void theLongestAddressesPass();
+    void longAddressesAreNotServed();
+    void longNamesOfLeasesAreNotWanted_data();
+    void longNamesOfLeasesAreNotWanted();
+    void longNamesInTheSectionAreMistakes_data();
+    void longNamesInTheSectionAreMistakes();
+    void numbersThatAreNoneDoNoHarm_data();
+    void numbersThatAreNoneDoNoHarm();
+    void hopsThatAreNoNumberAreTooMany_data();
+    void hopsThatAreNoNumberAreTooMany();
+    void aSectionMustBeAnObject_data();
+    void aSectionMustBeAnObject();
+    void passwordsInUrlsAreNotTold();
+
+private:
+    /// Calls "//slow" of the far one, whose calls end as the gate opens.
+    void beginSlowCall();
+    /// The call goes on, and so does the connection.
+    void verifyNobodyWasCutOff();
+
+    std::unique_ptr<Folder> m_store;
+    std::unique_ptr<Broker> m_broker;
+    std::unique_ptr<NodeProcess> m_near, m_far;
+    std::unique_ptr<Gate> m_gate;
+    int m_slowCall = 0;
+};
+
+void tst_NatsStrangers::init()
+{
+    TestCase::init();
+    if (!m_broker) {
+        m_store = std::make_unique<Folder>();
+        m_broker = std::make_unique<Broker>(Broker::jetStream(m_store->path()));
+        QVERIFY(m_broker->start());
+    }
+    const QJsonObject more{{QStringLiteral("timeout"), 30000}, {QStringLiteral("broadcast"), QStringLiteral("all")}};
+    m_near = std::make_unique<NodeProcess>(QStringLiteral("near"), sectionFor(m_broker->url(), more));
+    m_far = std::make_unique<NodeProcess>(QStringLiteral("far"), sectionFor(m_broker->url(), more));
+    m_near->setMask(0xff & ~8);
+    QVERIFY(m_near->startConnected());
+    QVERIFY(m_far->startConnected());
+    m_near->takeLog();
+}
+
+void tst_NatsStrangers::beginSlowCall()
+{
+    m_gate = std::make_unique<Gate>();
+    const QString slow = QStringLiteral("//slow");
+    QVERIFY(m_far->bind(slow, m_gate->option()));
+    m_slowCall = m_near->begin(QStringLiteral("outcome"), {{QStringLiteral("url"), slow}});
+    QTRY_COMPARE(m_far->calls(slow), 1);
+}
+
+void tst_NatsStrangers::verifyNobodyWasCutOff()
+{
+    QVERIFY(m_near->isConnected());
+    QVERIFY(m_far->isConnected());
+    m_gate->open();
+    QCOMPARE(at(m_near->answer(m_slowCall), "outcome", "code").toInt(), 200);
+    for (NodeProcess *each : {m_near.get(), m_far.get()})
+        QCOMPARE(at(each->report(), "connection", "reconnects").toInt(), 0);
+    QVERIFY2(!m_near->hasLogged(QStringLiteral("connection is lost")),
+             qPrintable(m_near->log().join(QLatin1Char('\n'))));
+    QVERIFY2(!m_broker->log().contains(QLatin1String("maximum control line")), qPrintable(m_broker->log()));
+}
+
+void tst_NatsStrangers::longAddressesFailByThemselves_data()
+{
+    QTest::addColumn<QString>("called");
+    for (int count : {2000, 4000, 5000, 200000}) {
+        const QByteArray size = QByteArray::number(count);
+        QTest::newRow("user of " + size) << QStringLiteral("//%1@w/x").arg(letters(count));
+        QTest::newRow("path of " + size) << QStringLiteral("//v/%1").arg(letters(count));
+        QTest::newRow("path by name of " + size) << QStringLiteral("//far@v/%1").arg(letters(count));
+    }
+    QTest::newRow("user that is escaped") << QStringLiteral("//%1@w/x").arg(letters(700, QChar(0x4e2d)));
+    QTest::newRow("path that is escaped") << QStringLiteral("//v/%1").arg(letters(700, QChar(0x4e2d)));
+    QTest::newRow("many pieces") << QStringLiteral("//v") + QStringLiteral("/u").repeated(3000);
+    QTest::newRow("user and path") << QStringLiteral("//%1@v/%2").arg(letters(1500), letters(2040));
+}
+
+void tst_NatsStrangers::longAddressesFailByThemselves()
+{
+    QFETCH(QString, called);
+    beginSlowCall();
+    for (int i = 0; i < 3; ++i) {
+        const QJsonObject answer = m_near->call(called);
+        QCOMPARE(at(answer, "handled"), QJsonValue(false));
+        QCOMPARE(at(answer, "outcome", "called"), QJsonValue(false));
+        const int code = at(answer, "outcome", "code").toInt();
+        QVERIFY2(code == 413 || code == 503 || code == 410, qPrintable(QString::number(code)));
+        QCOMPARE(at(m_near->ask(QStringLiteral("find"), {{QStringLiteral("url"), called}}), "found"),
+                 QJsonValue(false));
+    }
+    verifyNobodyWasCutOff();
+}
+
+/// Those around the limit either pass or fail; and with the longest names of all else.
+void tst_NatsStrangers::theLongestAddressesPass()
+{
+    beginSlowCall();
+    const QString name = letters(64, QLatin1Char('.'));
+    const QJsonObject longest{{QStringLiteral("domain"), letters(64, QChar(0x4e2d))},
+                              {QStringLiteral("inbox"), letters(500)}};
+    NodeProcess one(QStringLiteral("one"), sectionFor(m_broker->url(), longest));
+    NodeProcess other(name, sectionFor(m_broker->url(), longest));
+    QVERIFY(one.startConnected());
+    QVERIFY(other.startConnected());
+    QVERIFY(other.bind(QStringLiteral("//v")));
+    for (int count : {1000, 1900, 2030, 2040, 2043, 2044, 2045, 2046, 2047, 2048, 2049, 2100, 2600, 2990, 3010}) {
+        for (const QString &user : {QString(), name + QLatin1Char('@')}) {
+            const QString path = QStringLiteral("v/") + letters(count);
+            const bool isBound = other.bind(QStringLiteral("//") + path);
+            const QJsonObject answer = one.call(QStringLiteral("//") + user + path);
+            const int code = at(answer, "outcome", "code").toInt();
+            QVERIFY2(code == (isBound && count < 2000 ? 200
+                              : code == 413           ? 413
+                                                      : 200),
+                     qPrintable(QStringLiteral("%1: %2").arg(count).arg(code)));
+        }
+    }
+    QVERIFY(one.isConnected() && other.isConnected());
+    QCOMPARE(at(one.report(), "connection", "reconnects").toInt(), 0);
+    QCOMPARE(at(other.report(), "connection", "reconnects").toInt(), 0);
+    verifyNobodyWasCutOff();
+}
+
+void tst_NatsStrangers::longAddressesAreNotServed()
+{
+    beginSlowCall();
+    for (const QString &url : {QStringLiteral("//v/") + letters(5000), QStringLiteral("//v/") + letters(100000),
+                               QStringLiteral("//") + letters(5000)})
+        m_far->bind(url); // for its own process at least
+    QVERIFY(m_far->handles(QStringLiteral("//v/") + letters(5000)));
+    verifyNobodyWasCutOff();
+}
+
+void tst_NatsStrangers::longNamesOfLeasesAreNotWanted_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("wanted");
+    QTest::newRow("128") << letters(128) << true;
+    QTest::newRow("128 that are escaped") << letters(128, QChar(0x4e2d)) << true;
+    QTest::newRow("129") << letters(129) << false;
+    QTest::newRow("4000") << letters(4000) << false;
+    QTest::newRow("10240") << letters(10240) << false;
+    QTest::newRow("a million") << letters(1000000) << false;
+    QTest::newRow("none") << QString() << false;
+}
+
+void tst_NatsStrangers::longNamesOfLeasesAreNotWanted()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, wanted);
+    beginSlowCall();
+    const QJsonObject wish{{Lease, name}, {QStringLiteral("ms"), 1000}};
+    QCOMPARE(at(m_near->ask(QStringLiteral("want"), wish), "done").toBool(), wanted);
+    int slot = 0;
+    const auto begins = [&] {
+        return at(m_near->ask(QStringLiteral("begin"), {{Lease, name}, {QStringLiteral("slot"), ++slot}}), "begun")
+            .toBool();
+    };
+    if (wanted)
+        QTRY_VERIFY_WITH_TIMEOUT(begins(), 10000);
+    else
+        QVERIFY(!begins());
+    m_near->ask(QStringLiteral("forget"), {{Lease, name}});
+    verifyNobodyWasCutOff();
+}
+
+void tst_NatsStrangers::longNamesInTheSectionAreMistakes_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
+    for (int count : {600, 5000}) {
+        QTest::addRow("domain of %d", count) << "domain" << letters(count);
+        QTest::addRow("inbox of %d", count) << "inbox" << letters(count);
+    }
+    QTest::newRow("domain of 65") << "domain" << letters(65);
+}
+
+void tst_NatsStrangers::longNamesInTheSectionAreMistakes()
+{
+    QFETCH(QString, key);
+    QFETCH(QString, value);
+    NodeProcess alone(QStringLiteral("alone"), sectionFor(m_broker->url(), {{key, value}}));
+    QVERIFY(alone.start());
+    QTRY_VERIFY(alone.hasLogged(QStringLiteral("nats.%1: must have at most").arg(key)));
+    QCOMPARE(alone.code(Url), 503);
+    QVERIFY(!alone.isConnected());
+    QVERIFY2(!m_broker->log().contains(QLatin1String("maximum control line")), qPrintable(m_broker->log()));
+}
+
+void tst_NatsStrangers::numbersThatAreNoneDoNoHarm_data()
+{
+    QTest::addColumn<QByteArray>("number");
+    for (const char *number : {"-9223372036854775808", "9223372036854775807", "-9223372036854775299",
+                               "99999999999999999999999", "-1", "1e3", "0x10", "abc", " ", "1 2 3 4", "NaN"})
+        QTest::newRow(number) << QByteArray(number);
+}
+
+/// In each header that has a number, under each subject that is listened to.
+void tst_NatsStrangers::numbersThatAreNoneDoNoHarm()
+{
+    QFETCH(QByteArray, number);
+    QVERIFY(m_far->bind(Url));
+    RawClient client(m_broker->url());
+    const QByteArray now = QByteArray::number(QDateTime::currentMSecsSinceEpoch());
+    const QList<RawClient::Headers> all{
+        {{"Z-Left", number}},
+        {{"Z-Left", number}, {"Z-Deadline", number}},
+        {{"Z-Left", "2000"}, {"Z-Deadline", number}},
+        {{"Z-Left", number}, {"Z-Deadline", now}},
+        {{"Z-Left", "2000"}, {"Z-Deadline", now}, {"Z-Echo", "far " + number}},
+        {{"Z-Left", number}, {"Z-Deadline", number}, {"Z-Echo", "far " + number + ",far " + now + ",,far,far x y"}},
+        {{"Z-Hops", number}},
+    };
+    const QList<QPair<QByteArray, QByteArray>> subjects{
+        {Call, "//w"},     {"z1.default.at.far.w._", "//far@w"}, {"z1.default.all", "/all"}, {"z1.default.list", ""},
+        {"$SRV.PING", ""}, {"$SRV.INFO.zdefault-default", ""}};
+    for (const auto &subject : subjects) {
+        const bool isList = subject.first.endsWith("list");
+        for (RawClient::Headers headers : all) {
+            if (!subject.second.isEmpty())
+                headers.insert("Z-Url", subject.second);
+            client.publish(subject.first, isList ? R"({"re": "w"})" : "{}", headers, "somebody.waits");
+        }
+    }
+    QVERIFY(client.flush());
+    // All of that was taken in before this one, which is answered as ever.
+    const RawMessage answer = client.request(Call, "{}", {{"Z-Url", "//w"}, {"Z-Left", "20000"}});
+    QVERIFY(answer.isThere);
+    QCOMPARE(answer.code(), 0);
+    for (int i = 0; i < 3; ++i)
+        QVERIFY(m_near->handles(Url));
+    QTRY_COMPARE(at(m_far->report(), "queue", "running").toInt(), 0);
+    QVERIFY(m_near->quit() >= 0); // in time, whatever deadlines there were
+    QVERIFY(m_far->quit() >= 0);
+}
+
+void tst_NatsStrangers::hopsThatAreNoNumberAreTooMany_data()
+{
+    QTest::addColumn<QByteArray>("hops");
+    for (const char *hops : {"99999999999", "2147483648", "-9223372036854775808", "-5", "abc", "1e0"})
+        QTest::newRow(hops) << QByteArray(hops);
+}
+
+void tst_NatsStrangers::hopsThatAreNoNumberAreTooMany()
+{
+    QFETCH(QByteArray, hops);
+    QVERIFY(m_far->bind(Url));
+    RawClient client(m_broker->url());
+    const RawMessage answer = client.request(Call, "{}", {{"Z-Url", "//w"}, {"Z-Left", "2000"}, {"Z-Hops", hops}});
+    QCOMPARE(answer.code(), 508);
+    const RawMessage all = client.request("z1.default.all", "{}", {{"Z-Url", "/all"}, {"Z-Hops", hops}});
+    QCOMPARE(all.code(), 508);
+    QCOMPARE(m_far->calls(Url), 0);
+}
+
+void tst_NatsStrangers::aSectionMustBeAnObject_data()
+{
+    QTest::addColumn<QJsonValue>("section");
+    QTest::newRow("null") << QJsonValue();
+    QTest::newRow("list") << QJsonValue(QJsonArray{});
+    QTest::newRow("number") << QJsonValue(5);
+    QTest::newRow("text") << QJsonValue(QStringLiteral("nats://127.0.0.1:4222"));
+    QTest::newRow("true") << QJsonValue(true);
+}
+
+void tst_NatsStrangers::aSectionMustBeAnObject()
+{
+    QFETCH(QJsonValue, section);
+    NodeProcess alone(QStringLiteral("alone"), section);
+    QVERIFY(alone.start());
+    QTRY_VERIFY(alone.hasLogged(QStringLiteral("nats: must be an object")));
+    QCOMPARE(alone.code(Url), 503); // with a broker that is not there, it would be 507
+    QVERIFY(!alone.handles(QStringLiteral("//nats/printd")));
+    QVERIFY(alone.bind(Url));
+    QVERIFY(alone.handles(Url)); // the bus itself goes on
+    QVERIFY(alone.quit() >= 0);
+}
+
+void tst_NatsStrangers::passwordsInUrlsAreNotTold()
+{
+    for (const char *called : {"//me:hush-hush@w/x", "scheme://me:hush-hush@w:80/x?q=1", "//near:hush-hush@w/x"}) {
+        QVERIFY(!m_near->handles(QLatin1String(called)));
+        QTRY_VERIFY2(m_near->hasLogged(QStringLiteral("(!)")), called);
+        QVERIFY2(!m_near->hasLogged(QStringLiteral("hush")), qPrintable(m_near->log().join(QLatin1Char('\n'))));
+        m_near->takeLog();
+    }
+}
+
+QTEST_GUILESS_MAIN(tst_NatsStrangers)
+#include "tst_natsstrangers.moc"
