@@ -59,6 +59,7 @@ class tst_NatsChaos : public TestCase
 private Q_SLOTS:
     void callsThatTimedOutAreNotRunWhenTheProviderGoesOn();
     void callsGoOnWhenTheBrokerGoesOn();
+    void whenTheBrokerHangsCallsAndTheEndAreInTime();
     void clocksMayDiffer_data();
     void clocksMayDiffer();
     void aClockMayMove();
@@ -66,6 +67,7 @@ private Q_SLOTS:
     void overloadIsRefusedAndNobodyIsSlow();
     void hostsComeAndGo();
     void whoExitsWhileItConnectsEnds();
+    void exitOnAnyThreadHasItsStatus();
 };
 
 void tst_NatsChaos::callsThatTimedOutAreNotRunWhenTheProviderGoesOn()
@@ -134,6 +136,65 @@ void tst_NatsChaos::callsGoOnWhenTheBrokerGoesOn()
     const qint64 took = provider.quit();
     QVERIFY2(took >= 0 && took < 5000, qPrintable(QString::number(took)));
     broker.resume();
+}
+
+/// Also those whose requests do not fit into the socket any more.
+void tst_NatsChaos::whenTheBrokerHangsCallsAndTheEndAreInTime()
+{
+    constexpr int Timeout = 500;
+    constexpr int Later = 1500;
+    Broker broker;
+    QVERIFY(broker.start());
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly(Timeout)));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QVERIFY(provider.bind(Url));
+    QVERIFY(caller.handles(Url));
+    broker.stop();
+    for (int round = 0; round < 3; ++round) {
+        QList<int> ids;
+        for (int i = 0; i < 12; ++i) {
+            QJsonObject question{{QStringLiteral("url"), Url}, {QStringLiteral("out"), QJsonObject()}};
+            if (i < 9) // the others have little to say, but wait for them
+                question.insert(QStringLiteral("bytes"), 1000000);
+            ids << caller.begin(QStringLiteral("outcome"), question);
+        }
+        ids << caller.begin(QStringLiteral("find"), {{QStringLiteral("url"), Url}});
+        ids << caller.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), QStringLiteral("//nats/hosts")},
+                                                        {QStringLiteral("out"), QJsonObject()}});
+        for (int id : qAsConst(ids)) {
+            const QJsonObject answer = caller.answer(id, 30000);
+            const int took = at(answer, "ms").toInt(-1);
+            QVERIFY2(took >= 0 && took < Timeout + Later,
+                     qPrintable(QStringLiteral("%1: %2").arg(id - ids.constFirst()).arg(took)));
+        }
+        QVERIFY(caller.loopDelay() < 1000);
+    }
+    QElapsedTimer timer;
+    timer.start();
+    caller.report();
+    QVERIFY(timer.elapsed() < 2000);
+    caller.ask(
+        QStringLiteral("load"),
+        {{QStringLiteral("url"), Url}, {QStringLiteral("threads"), 6}, {QStringLiteral("bytes"), 1000000}, {Key, Key}});
+    QTest::qWait(1000); // it is in the middle of them
+    const int under = at(caller.report(), "calls", "out", "under way").toInt();
+    QVERIFY(under > 0);
+    broker.resume();
+    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 20000);
+    QVERIFY(caller.ask(QStringLiteral("unload"), {{Key, Key}}).size() > 0);
+    // And who ends, once more while it hangs.
+    broker.stop();
+    for (int i = 0; i < 12; ++i)
+        caller.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), Url}, {QStringLiteral("bytes"), 1000000}});
+    QTest::qWait(Timeout / 2);
+    const qint64 took = caller.quit();
+    QVERIFY2(took >= 0 && took < 3000, qPrintable(QString::number(took)));
+    const qint64 others = provider.quit();
+    QVERIFY2(others >= 0 && others < 3000, qPrintable(QString::number(others)));
+    for (NodeProcess *each : {&caller, &provider})
+        QVERIFY2(!each->hasLogged(QStringLiteral("stays in memory")), qPrintable(each->log().join(QLatin1Char('\n'))));
 }
 
 void tst_NatsChaos::clocksMayDiffer_data()
@@ -279,6 +340,30 @@ void tst_NatsChaos::whoExitsWhileItConnectsEnds()
         QVERIFY2(took >= 0 && took < 5000, qPrintable(QString::number(took)));
     }
     broker.resume();
+}
+
+void tst_NatsChaos::exitOnAnyThreadHasItsStatus()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    NodeProcess stays(QStringLiteral("stays"), sectionFor(broker.url()));
+    QVERIFY(stays.startConnected());
+    QVERIFY(stays.bind(Url));
+    for (int i = 0; i < 30; ++i) {
+        NodeProcess ends(QStringLiteral("ends"), sectionFor(broker.url()));
+        QVERIFY(ends.start());
+        for (const char *url : {"//a", "//a/b", "//c"})
+            QVERIFY(ends.bind(QLatin1String(url)));
+        if (i % 3 == 1)
+            QVERIFY(ends.handles(Url));
+        if (i % 3 == 2) // in the middle of calls, and of answers
+            ends.ask(QStringLiteral("load"),
+                     {{QStringLiteral("url"), Url}, {QStringLiteral("threads"), 2}, {Key, Url}});
+        ends.begin(QStringLiteral("exit"), {{QStringLiteral("status"), 3}});
+        const int status = ends.waitForExit();
+        QVERIFY2(status == 3, qPrintable(QStringLiteral("%1, the time number %2").arg(status).arg(i)));
+    }
+    QVERIFY(stays.handles(Url));
 }
 
 QTEST_GUILESS_MAIN(tst_NatsChaos)

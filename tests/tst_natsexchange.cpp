@@ -5,6 +5,7 @@
 #include "testcase.h"
 
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QJsonDocument>
 
 #include <memory>
@@ -29,6 +30,16 @@ QJsonArray failed(const QJsonObject &report) { return at(report, "failed").toArr
 
 QString told(const QJsonObject &report) { return QString::fromUtf8(QJsonDocument(report).toJson().left(4000)); }
 
+bool isMapped(NodeProcess &node, const char *file)
+{
+    return !node.mappedVersions().filter(QLatin1Char('/') + QLatin1String(file)).isEmpty();
+}
+
+bool isMappedAlone(NodeProcess &node, const char *file)
+{
+    return node.mappedVersions().size() == 1 && isMapped(node, file);
+}
+
 } // namespace
 
 /// Calls under load, while parts of the way are exchanged, stopped, or killed.
@@ -40,9 +51,13 @@ private Q_SLOTS:
     void componentsAreExchangedAndNoCallIsLost();
     void thePluginIsExchangedAndNoCallIsLost_data();
     void thePluginIsExchangedAndNoCallIsLost();
+    void aVersionThatIsReplacedAnswersItsCalls();
+    void whoQuitsWithAVersionThatAnswersEndsInTime();
+    void aVersionIsReplacedWhileTheBrokerHangs();
     void aProviderStopsAndNoCallIsLost();
     void aProviderIsKilledAndOnlyItsCallsAreLost();
     void aBrokerIsALameDuckAndNoCallIsLost();
+    void theOnlyBrokerIsALameDuckAndNoCallIsLostBeforeItIsGone();
     void aBrokerOfTwoIsKilledAndOnlyCallsUnderWayAreLost();
     void theBrokerIsKilledAndComesBack();
 
@@ -51,6 +66,10 @@ private:
     QJsonObject stopCallers(NodeProcess &caller, const QString &prefix = QStringLiteral("load"));
     /// Waits until so many more calls have been handled.
     void waitForCalls(NodeProcess &caller, int count, const QString &prefix = QStringLiteral("load"));
+    /// Waits until this is so. The longest time for which the event loop of the node was held up meanwhile; -1 if that
+    /// does not come.
+    template <class Condition>
+    qint64 loopDelayUntil(NodeProcess &node, Condition condition);
 };
 
 void tst_NatsExchange::startCallers(NodeProcess &caller, const QString &prefix)
@@ -68,6 +87,19 @@ void tst_NatsExchange::waitForCalls(NodeProcess &caller, int count, const QStrin
     const auto now = [&] { return handled(caller.ask(QStringLiteral("report"), {{Key, prefix}})); };
     const int goal = now() + count;
     QTRY_VERIFY_WITH_TIMEOUT(now() >= goal, 60000);
+}
+
+template <class Condition>
+qint64 tst_NatsExchange::loopDelayUntil(NodeProcess &node, Condition condition)
+{
+    qint64 longest = 0;
+    const bool isSo = QTest::qWaitFor(
+        [&] {
+            longest = qMax(longest, node.loopDelay());
+            return condition();
+        },
+        30000);
+    return isSo ? longest : -1;
 }
 
 void tst_NatsExchange::componentsAreExchangedAndNoCallIsLost()
@@ -129,6 +161,108 @@ void tst_NatsExchange::thePluginIsExchangedAndNoCallIsLost()
     QCOMPARE(journal.twice(), QStringList());
     QVERIFY(caller.quit() >= 0);
     QVERIFY(provider.quit() >= 0);
+}
+
+void tst_NatsExchange::aVersionThatIsReplacedAnswersItsCalls()
+{
+    constexpr int Lasts = 4000;
+    Broker broker;
+    QVERIFY(broker.start());
+    const JournalFile journal;
+    const QJsonObject patient{{QStringLiteral("timeout"), 10000}};
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), patient));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url(), patient));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QJsonObject slow = journal.option();
+    slow.insert(QStringLiteral("kind"), QStringLiteral("slow"));
+    slow.insert(QStringLiteral("ms"), Lasts);
+    QVERIFY(provider.bind(Url, slow));
+    QVERIFY(provider.bind(QStringLiteral("//quick")));
+    QList<int> ids;
+    for (int i = 0; i < 2; ++i) {
+        ids << caller.begin(QStringLiteral("outcome"),
+                            {{QStringLiteral("url"), Url},
+                             {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), QString::number(i)}}},
+                             {QStringLiteral("out"), QJsonObject()}});
+    }
+    QTRY_COMPARE(journal.size(), 2);
+    QElapsedTimer sinceCalled;
+    sinceCalled.start();
+    QVERIFY(provider.drop(QStringLiteral("libznats.1.so")));
+    const qint64 longest = loopDelayUntil(provider, [&] { return caller.hasAnswered(ids.constLast()); });
+    QVERIFY2(longest >= 0 && longest < 1000, qPrintable(QString::number(longest)));
+    for (int id : qAsConst(ids)) {
+        const QJsonObject answer = caller.answer(id);
+        QVERIFY2(at(answer, "handled").toBool(), qPrintable(at(answer, "outcome", "reason").toString()));
+        QCOMPARE(at(answer, "out", "name").toString(), QStringLiteral("provider"));
+        QVERIFY2(at(answer, "ms").toInt() < Lasts + 2000, qPrintable(QString::number(at(answer, "ms").toInt())));
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(isMappedAlone(provider, "libznats.1.so"), 10000);
+    QVERIFY(caller.handles(QStringLiteral("//quick")));
+    QCOMPARE(journal.size(), 2);
+    QVERIFY(!provider.hasLogged(QStringLiteral("stays in memory")));
+    QVERIFY(provider.quit() >= 0);
+}
+
+void tst_NatsExchange::whoQuitsWithAVersionThatAnswersEndsInTime()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    const JournalFile journal;
+    const QJsonObject patient{{QStringLiteral("timeout"), 30000}};
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), patient));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url(), patient));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QJsonObject slow = journal.option();
+    slow.insert(QStringLiteral("kind"), QStringLiteral("slow"));
+    slow.insert(QStringLiteral("ms"), 20000);
+    QVERIFY(provider.bind(Url, slow));
+    const int id = caller.begin(QStringLiteral("outcome"),
+                                {{QStringLiteral("url"), Url},
+                                 {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), QStringLiteral("one")}}}});
+    QTRY_COMPARE(journal.size(), 1);
+    QVERIFY(provider.drop(QStringLiteral("libznats.1.so")));
+    QTRY_VERIFY_WITH_TIMEOUT(isMapped(provider, "libznats.1.so"), 10000);
+    QVERIFY(loopDelayUntil(provider, [&] { return provider.isConnected(); }) < 1000);
+    QVERIFY(!caller.hasAnswered(id)); // the version before is about it
+    const qint64 took = provider.quit();
+    QVERIFY2(took >= 0 && took <= 3000, qPrintable(QString::number(took)));
+    QVERIFY(caller.quit() >= 0);
+}
+
+void tst_NatsExchange::aVersionIsReplacedWhileTheBrokerHangs()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    const QJsonObject hasty{{QStringLiteral("timeout"), 1000}};
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), hasty));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url(), hasty));
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QVERIFY(provider.bind(Url));
+    startCallers(caller);
+    waitForCalls(caller, 100);
+    broker.stop();
+    qint64 longest = 0;
+    for (const char *file : {"libznats.1.so", "libznats.2.so", "libznats.3.so"}) {
+        QVERIFY(caller.drop(QLatin1String(file)));
+        const qint64 took = loopDelayUntil(caller, [&] { return isMapped(caller, file); });
+        QVERIFY(took >= 0);
+        longest = qMax(longest, took);
+    }
+    // The versions before go although the broker says nothing.
+    const qint64 took = loopDelayUntil(caller, [&] { return isMappedAlone(caller, "libznats.3.so"); });
+    QVERIFY2(
+        took >= 0,
+        qPrintable((caller.mappedVersions() + caller.log().filter(QStringLiteral("memory"))).join(QLatin1Char('\n'))));
+    QVERIFY2(qMax(longest, took) < 1000, qPrintable(QString::number(qMax(longest, took))));
+    broker.resume();
+    waitForCalls(caller, 300);
+    stopCallers(caller);
+    QVERIFY2(!caller.hasLogged(QStringLiteral("stays in memory")), qPrintable(caller.log().join(QLatin1Char('\n'))));
+    QVERIFY(caller.quit() >= 0);
 }
 
 void tst_NatsExchange::aProviderStopsAndNoCallIsLost()
@@ -207,6 +341,37 @@ void tst_NatsExchange::aBrokerIsALameDuckAndNoCallIsLost()
     QVERIFY2(failed(report).isEmpty(), qPrintable(told(report)));
     QCOMPARE(journal.size(), handled(report));
     QCOMPARE(journal.twice(), QStringList());
+}
+
+void tst_NatsExchange::theOnlyBrokerIsALameDuckAndNoCallIsLostBeforeItIsGone()
+{
+    Broker broker(QStringLiteral("lame_duck_grace_period: \"6s\"\nlame_duck_duration: \"30s\"\n"));
+    QVERIFY(broker.start());
+    const JournalFile journal;
+    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url()));
+    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
+    for (NodeProcess *each : {&caller, &provider}) {
+        each->setMask(0xff & ~8);
+        QVERIFY(each->startConnected());
+    }
+    QVERIFY(provider.bind(Url, journal.option()));
+    startCallers(caller);
+    waitForCalls(caller, 300);
+    broker.beLameDuck();
+    for (NodeProcess *each : {&caller, &provider})
+        QTRY_VERIFY(each->hasLogged(QStringLiteral("the broker is about to stop")));
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 3000) // of the six seconds in which it cuts nobody off
+        waitForCalls(caller, 100);
+    const QJsonObject report = stopCallers(caller);
+    QVERIFY(timer.elapsed() < 5500);
+    QVERIFY2(failed(report).isEmpty(), qPrintable(told(report)));
+    QCOMPARE(journal.size(), handled(report));
+    QCOMPARE(journal.twice(), QStringList());
+    QTRY_VERIFY_WITH_TIMEOUT(!broker.isRunning(), 60000);
+    QVERIFY(broker.start());
+    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 20000);
 }
 
 void tst_NatsExchange::aBrokerOfTwoIsKilledAndOnlyCallsUnderWayAreLost()

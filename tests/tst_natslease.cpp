@@ -74,9 +74,12 @@ private Q_SLOTS:
     void theBrokerIsKilledAndComesBack();
     void slotsOutliveTheBroker();
     void withoutABrokerNothingBegins();
+    void aLongLeaseDoesNotDelayAShortOne();
+    void itGoesOnWhenTheBrokerHasForgotten_data();
+    void itGoesOnWhenTheBrokerHasForgotten();
 
 private:
-    NodeProcess &start(int index, const QString &server = QString());
+    NodeProcess &start(int index, const QString &server = QString(), const QJsonObject &more = {});
     bool begins(NodeProcess &node, qint64 slot);
     /// Has it do the work of all slots, as far as it may.
     void work(NodeProcess &node);
@@ -103,11 +106,11 @@ void tst_NatsLease::init()
     QVERIFY(m_broker->start());
 }
 
-NodeProcess &tst_NatsLease::start(int index, const QString &server)
+NodeProcess &tst_NatsLease::start(int index, const QString &server, const QJsonObject &more)
 {
     auto &node = m_nodes[static_cast<std::size_t>(index)];
     node = std::make_unique<NodeProcess>(QStringLiteral("n%1").arg(index),
-                                         sectionFor(server.isEmpty() ? m_broker->url() : server));
+                                         sectionFor(server.isEmpty() ? m_broker->url() : server, more));
     node->setMask(0xff & ~8);
     node->startConnected();
     node->ask(QStringLiteral("want"), wish());
@@ -328,6 +331,78 @@ void tst_NatsLease::withoutABrokerNothingBegins()
     QCOMPARE(at(answer, "begun"), QJsonValue(false));
     QVERIFY(!at(answer, "reason").toString().isEmpty());
     QVERIFY(at(answer, "ms").toInt() < LeaseMs);
+}
+
+/// Both wait for a broker that hangs, and is started anew.
+void tst_NatsLease::aLongLeaseDoesNotDelayAShortOne()
+{
+    NodeProcess &node = start(0);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 10000);
+    const QString other = QStringLiteral("long-%1");
+    const auto wantLong = [&](int number) {
+        node.ask(QStringLiteral("want"), {{QStringLiteral("lease"), other.arg(number)}, {QStringLiteral("ms"), 60000}});
+    };
+    wantLong(0);
+    QVERIFY(begins(node, ++m_slot));
+    m_broker->stop();
+    wantLong(1); // it is asked for while nobody answers
+    QTRY_VERIFY(!begins(node, ++m_slot));
+    m_broker->kill();
+    QVERIFY(m_broker->start());
+    QElapsedTimer timer;
+    timer.start();
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 30000);
+    QVERIFY2(timer.elapsed() < 4000, qPrintable(QString::number(timer.elapsed())));
+    m_broker->stop();
+    wantLong(2);
+    QTest::qWait(LeaseMs); // so long nobody answers
+    m_broker->resume();
+    timer.start();
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 30000);
+    QVERIFY2(timer.elapsed() < 4000, qPrintable(QString::number(timer.elapsed())));
+    const qint64 took = node.quit();
+    QVERIFY2(took >= 0 && took < 3000, qPrintable(QString::number(took)));
+}
+
+void tst_NatsLease::itGoesOnWhenTheBrokerHasForgotten_data()
+{
+    QTest::addColumn<int>("processes");
+    QTest::newRow("one process") << 1;
+    QTest::newRow("two") << 2;
+}
+
+/// What is kept in memory is gone with the broker. Those who want the lease know more.
+void tst_NatsLease::itGoesOnWhenTheBrokerHasForgotten()
+{
+    QFETCH(int, processes);
+    const QJsonObject leases{{QStringLiteral("storage"), QStringLiteral("memory")}};
+    for (int i = 0; i < processes; ++i)
+        start(i, QString(), {{QStringLiteral("leases"), leases}});
+    const auto beginsAnywhere = [&](qint64 slot) {
+        int begun = 0;
+        for (int i = 0; i < processes; ++i)
+            begun += begins(*m_nodes[static_cast<std::size_t>(i)], slot);
+        return begun;
+    };
+    for (int restart = 1; restart <= 2; ++restart) {
+        QTRY_VERIFY_WITH_TIMEOUT(beginsAnywhere(++m_slot) == 1, 20000);
+        m_slot += 1000;
+        QTRY_VERIFY_WITH_TIMEOUT(beginsAnywhere(++m_slot) == 1, 20000);
+        QTest::qWait(2 * LeaseMs); // the others look at it now and then, which nobody tells
+        m_broker->kill();
+        QVERIFY(m_broker->start());
+        QElapsedTimer timer;
+        timer.start();
+        // Each slot below is tried for as long as it takes to have the lease again.
+        for (qint64 next = m_slot + 1; !beginsAnywhere(next); ++next) {
+            QVERIFY2(timer.elapsed() < 20000, "nobody has it any more");
+            for (qint64 slot : {m_slot, m_slot - 1, m_slot - 999, qint64(1)})
+                QCOMPARE(beginsAnywhere(slot), 0);
+            m_slot = next;
+        }
+        for (qint64 slot : {m_slot, m_slot - 1, m_slot - 999, qint64(1)})
+            QCOMPARE(beginsAnywhere(slot), 0);
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_NatsLease)

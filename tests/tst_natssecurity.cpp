@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "broker.h"
 #include "certificates.h"
+#include "gate.h"
+#include "journalfile.h"
 #include "nodeprocess.h"
 #include "rawclient.h"
 #include "testcase.h"
@@ -78,12 +80,16 @@ private Q_SLOTS:
     void tokensAndPasswordsComeFromFiles_data();
     void tokensAndPasswordsComeFromFiles();
     void wrongPasswordsAreTriedUntilTheyAreRight();
+    void whoIsRefusedSaysWhyAndTriesSeldom();
     void credentialsMayBeWithdrawnAndGivenAgain();
     void noSecretIsTold();
 
     void aProcessAnswersForItsOwnHostsAlone();
     void whatIsDeniedFailsAtOnce();
+    void deniedAtOnceEachFailsByItself();
+    void whoMayNotHearAnswersIsNotToldThatNobodyWasCalled();
     void answersGoToAnInboxOfOnesOwn();
+    void leasesComeWithTheirPermissions();
 
 private:
     /// Whether a host with this section comes to be connected. Its log is in `m_log`.
@@ -241,6 +247,32 @@ void tst_NatsSecurity::wrongPasswordsAreTriedUntilTheyAreRight()
     QVERIFY(node.quit() >= 0);
 }
 
+void tst_NatsSecurity::whoIsRefusedSaysWhyAndTriesSeldom()
+{
+    Broker broker(users({anyone("u", "right")}));
+    QVERIFY(broker.start());
+    const Secret password("wrong\n");
+    NodeProcess node(QStringLiteral("node"), sectionFor(broker.url(), userWith("u", password)));
+    QVERIFY(node.start());
+    const auto refusals = [&] { return broker.log().count(QLatin1String("authentication error")); };
+    const QString why = QStringLiteral("Authorization Violation");
+    QTRY_VERIFY2(node.hasLogged(why), qPrintable(node.log().join(QLatin1Char('\n'))));
+    QVERIFY2(at(node.report(), "connection", "error").toString().contains(why, Qt::CaseInsensitive),
+             qPrintable(at(node.report(), "connection", "error").toString()));
+    constexpr int Seconds = 4;
+    constexpr int Most = 5; // in each of them
+    const int before = refusals();
+    QTest::qWait(Seconds * 1000);
+    const int tries = refusals() - before;
+    QVERIFY2(tries >= 1 && tries <= Most * Seconds, qPrintable(QString::number(tries)));
+    QCOMPARE(node.log().filter(why).size(), 1); // once
+    password.write("right\n");
+    QTRY_VERIFY_WITH_TIMEOUT(node.isConnected(), 10000);
+    QVERIFY(!at(node.report(), "connection").toObject().contains(QStringLiteral("error")) ||
+            at(node.report(), "connection", "error").toString().isEmpty());
+    QVERIFY(node.quit() >= 0);
+}
+
 void tst_NatsSecurity::credentialsMayBeWithdrawnAndGivenAgain()
 {
     const QString right = users({anyone("u", "right"), anyone("v", "other")});
@@ -321,6 +353,74 @@ void tst_NatsSecurity::whatIsDeniedFailsAtOnce()
     QCOMPARE(all.calls(QStringLiteral("//secret/x")), 0);
 }
 
+/// Each of several callers is told of its own call, also where the broker's text is cut off.
+void tst_NatsSecurity::deniedAtOnceEachFailsByItself()
+{
+    Broker broker(users({permissions("one", "1", "a")}));
+    QVERIFY(broker.start());
+    const Secret first("1");
+    QJsonObject section = userWith("one", first);
+    section.insert(QStringLiteral("timeout"), 10000);
+    NodeProcess one(QStringLiteral("one"), sectionFor(broker.url(), section));
+    QVERIFY(one.startConnected());
+    for (int round = 0; round < 10; ++round) {
+        QList<int> ids;
+        for (int i = 0; i < 8; ++i) {
+            const QString path = i % 2 ? QString(300 + i, QLatin1Char('a')) : QString::number(i);
+            ids << one.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), QStringLiteral("//secret/") + path}});
+        }
+        for (int id : qAsConst(ids)) {
+            const QJsonObject answer = one.answer(id);
+            QCOMPARE(at(answer, "outcome", "code").toInt(), 401);
+            QCOMPARE(at(answer, "outcome", "called"), QJsonValue(false));
+            QVERIFY2(at(answer, "ms").toInt() < 1000, qPrintable(QString::number(at(answer, "ms").toInt())));
+        }
+    }
+}
+
+void tst_NatsSecurity::whoMayNotHearAnswersIsNotToldThatNobodyWasCalled()
+{
+    const QString provider = anyone("v", "1");
+    const auto caller = [](const char *inbox) {
+        return QStringLiteral("{ user: u, password: \"1\", permissions: { publish: \">\", subscribe: [\"%1\"] } }")
+            .arg(QLatin1String(inbox));
+    };
+    Broker broker(users({provider, caller("_INBOX_u.>")}));
+    QVERIFY(broker.start());
+    const Secret password("1");
+    const JournalFile journal;
+    const Gate gate;
+    QJsonObject section = userWith("u", password);
+    section.insert(QStringLiteral("timeout"), 30000);
+    NodeProcess asks(QStringLiteral("asks"), sectionFor(broker.url(), section));
+    NodeProcess answers(QStringLiteral("answers"), sectionFor(broker.url(), userWith("v", password)));
+    QVERIFY(asks.startConnected());
+    QVERIFY(answers.startConnected());
+    QVERIFY(answers.bind(Url, gate.option(journal.option())));
+    const QJsonObject in{{QStringLiteral("id"), QStringLiteral("one")}};
+    const int id = asks.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), Url}, {QStringLiteral("in"), in}});
+    QTRY_COMPARE(journal.lines(), QStringList{"one"}); // it runs
+    QVERIFY(broker.reload(users({provider, caller("elsewhere.>")})));
+    const QJsonObject answer = asks.answer(id);
+    QCOMPARE(at(answer, "handled"), QJsonValue(false));
+    QVERIFY(!answer.value(QStringLiteral("outcome")).toObject().contains(QStringLiteral("called")));
+    QVERIFY2(at(answer, "ms").toInt() < 20000, "it is waited for in vain");
+    gate.open();
+    // Whoever is told that nobody was called is told the truth.
+    int told = 0;
+    for (int i = 0; i < 5; ++i) {
+        const QString one = QStringLiteral("next-%1").arg(i);
+        const QJsonObject next = asks.call(Url, {{QStringLiteral("id"), one}});
+        QCOMPARE(at(next, "handled"), QJsonValue(false));
+        if (!next.value(QStringLiteral("outcome")).toObject().contains(QStringLiteral("called")))
+            continue;
+        ++told;
+        QCOMPARE(at(next, "outcome", "called"), QJsonValue(false));
+        QVERIFY(!journal.lines().contains(one));
+    }
+    QVERIFY(told > 0); // from the second on, everybody knows
+}
+
 void tst_NatsSecurity::answersGoToAnInboxOfOnesOwn()
 {
     Broker broker(users({anyone("one", "1")}));
@@ -344,6 +444,37 @@ void tst_NatsSecurity::answersGoToAnInboxOfOnesOwn()
     };
     QVERIFY(inboxWith({}).startsWith("_INBOX_one."));
     QVERIFY(inboxWith({{QStringLiteral("inbox"), QStringLiteral("mine")}}).startsWith("mine."));
+}
+
+/// With nothing but what the guide gives to a user.
+void tst_NatsSecurity::leasesComeWithTheirPermissions()
+{
+    const Folder store;
+    const QString user = QStringLiteral(
+        "{ user: \"clock\", password: \"1\", permissions: {\n"
+        "  publish: [\"z1.default.list\", \"$SRV.>\", \"$JS.API.INFO\", \"$JS.API.STREAM.INFO.KV_zleases\",\n"
+        "    \"$JS.API.STREAM.CREATE.KV_zleases\", \"$JS.API.STREAM.MSG.GET.KV_zleases\",\n"
+        "    \"$JS.API.DIRECT.GET.KV_zleases.>\", \"$KV.zleases.>\"],\n"
+        "  subscribe: [\"_INBOX_clock.>\", \"z1.default.at.clock.>\", \"z1.default.list\", \"z1.default.all\",\n"
+        "    \"$SRV.>\", \"z1.default.call.clock.>\"],\n"
+        "  allow_responses: {max: 1, expires: \"1h\"} } }");
+    Broker broker(Broker::jetStream(store.path()) + users({user}));
+    QVERIFY(broker.start());
+    const Secret first("1");
+    QJsonObject section = userWith("clock", first);
+    section.insert(QStringLiteral("serve"), QJsonArray{QStringLiteral("clock")});
+    NodeProcess node(QStringLiteral("clock"), sectionFor(broker.url(), section));
+    QVERIFY(node.startConnected());
+    const QString lease = QStringLiteral("lease");
+    node.ask(QStringLiteral("want"), {{lease, lease}, {QStringLiteral("ms"), 1000}});
+    int slot = 0;
+    const auto begins = [&] {
+        return at(node.ask(QStringLiteral("begin"), {{lease, lease}, {QStringLiteral("slot"), ++slot}}), "begun")
+            .toBool();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(begins(), 10000);
+    QVERIFY2(!node.hasLogged(QStringLiteral("Permissions Violation")), qPrintable(node.log().join(QLatin1Char('\n'))));
+    QVERIFY2(!broker.log().contains(QLatin1String("Violation")), qPrintable(broker.log()));
 }
 
 QTEST_GUILESS_MAIN(tst_NatsSecurity)

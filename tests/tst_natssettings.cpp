@@ -113,6 +113,8 @@ void tst_NatsSettings::saysWhatIsWrong_data()
     row(R"({"name": "12345678901234567890123456789012345678901234567890123456789012345"})", name);
     row(R"({"name": ""})", "nats.name: must be a text that is not empty");
     row(R"({"domain": 1})", "nats.domain: must be a text that is not empty");
+    row(R"({"domain": "12345678901234567890123456789012345678901234567890123456789012345"})",
+        "nats.domain: must have at most 64 characters");
     const char server[] = "nats.servers[0]: must be such as nats://127.0.0.1:4222 or tls://broker.example:4222";
     row(R"({"servers": "nats://localhost"})", "nats.servers: must be an array");
     row(R"({"servers": []})", "nats.servers: must name a server");
