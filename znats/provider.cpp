@@ -326,7 +326,8 @@ void Provider::refuse(const Call &call, const Failure &failure) { send(call, {},
 
 QList<QUrl> Provider::allBound() const
 {
-    if (isProcessEnding())
+    const Look look;
+    if (!look.isAllowed())
         return {};
     return m_below.findAll0(QRegularExpression(QStringLiteral(".*")));
 }
