@@ -29,6 +29,16 @@ QJsonObject refusing(const QJsonObject &more)
     return options;
 }
 
+/// So that nothing of it is left in the table of the bus, while it runs still.
+void unbind(NodeProcess &node)
+{
+    const QJsonObject url{{QStringLiteral("url"), Url}};
+    node.ask(QStringLiteral("unbind"), url);
+    node.bind(Url);
+    node.ask(QStringLiteral("unbind"), url);
+    node.handles(QStringLiteral("//%1@w").arg(node.name())); // which finds a dead one
+}
+
 bool knowsWhetherCalled(const QJsonObject &answer)
 {
     return answer.value(QStringLiteral("outcome")).toObject().contains(QStringLiteral("called"));
@@ -94,7 +104,7 @@ void tst_NatsOnce::whoRefusesAndLeavesIsNotReplacedByAnother()
     QVERIFY(m_far->bind(Url, refusing(gate.option(journal.option()))));
     const int id = m_near->begin(QStringLiteral("outcome"), withUrl(called, QStringLiteral("one")));
     QTRY_COMPARE(journal.lines(), QStringList{"one"});
-    m_far->ask(QStringLiteral("unbind"), {{QStringLiteral("url"), Url}});
+    unbind(*m_far);
     NodeProcess third(QStringLiteral("far"), sectionFor(m_broker->url())); // has its name as well
     QVERIFY(third.startConnected());
     QVERIFY(third.bind(Url, journal.option()));
@@ -116,7 +126,7 @@ void tst_NatsOnce::whoRefusesAndLeavesHereIsNotReplacedByAnother()
     QVERIFY(m_near->bind(Url, refusing(gate.option(journal.option()))));
     const int id = m_near->begin(QStringLiteral("outcome"), withUrl(Url, QStringLiteral("one")));
     QTRY_COMPARE(journal.lines(), QStringList{"one"});
-    m_near->ask(QStringLiteral("unbind"), {{QStringLiteral("url"), Url}});
+    unbind(*m_near);
     gate.open();
     const QJsonObject answer = m_near->answer(id);
     QCOMPARE(at(answer, "handled"), QJsonValue(false));
@@ -146,19 +156,25 @@ void tst_NatsOnce::theBareHostAnswersForAnEndpointThatIsDead()
     }
 }
 
+/// They come and go, as fast as they can.
 void tst_NatsOnce::ofTheDeadNobodySaysThatTheyWereCalled()
 {
-    for (int i = 0; i < 50; ++i) {
-        const QString url = QStringLiteral("//w/%1").arg(i);
-        QVERIFY(m_far->bind(url));
-        const int bound = m_far->begin(QStringLiteral("unbind"), {{QStringLiteral("url"), url}}); // meanwhile
-        const QJsonObject answer = m_near->call(url);
-        m_far->answer(bound);
-        if (at(answer, "handled").toBool())
-            continue;
-        const int code = at(answer, "outcome", "code").toInt();
-        QVERIFY2(code == 410 || code == 503, qPrintable(QString::number(code)));
-        QCOMPARE(at(answer, "outcome", "called"), QJsonValue(false));
+    const QString key = QStringLiteral("key");
+    m_near->ask(QStringLiteral("load"), {{QStringLiteral("url"), Url}, {QStringLiteral("threads"), 8}, {key, key}});
+    QList<int> ids;
+    for (int i = 0; i < 3000; ++i) {
+        ids << m_far->begin(QStringLiteral("bind"), {{QStringLiteral("url"), Url}});
+        ids << m_far->begin(QStringLiteral("unbind"), {{QStringLiteral("url"), Url}});
+    }
+    for (int id : qAsConst(ids))
+        m_far->answer(id);
+    QVERIFY(m_far->bind(Url)); // or some would be looked for still
+    const QJsonObject report = m_near->ask(QStringLiteral("unload"), {{key, key}});
+    const QJsonArray failed = at(report, "failed").toArray();
+    for (const auto &failure : failed) {
+        const int code = at(failure, "code").toInt();
+        QVERIFY2(code == 410 || code == 503 || code == 429, qPrintable(QString::number(code)));
+        QCOMPARE(at(failure, "called"), QJsonValue(false));
     }
 }
 

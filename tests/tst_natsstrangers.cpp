@@ -49,12 +49,15 @@ private:
     void beginSlowCall();
     /// The call goes on, and so does the connection.
     void verifyNobodyWasCutOff();
+    /// Since this test began.
+    QString brokerSays() const { return m_broker->log().mid(m_said); }
 
     std::unique_ptr<Folder> m_store;
     std::unique_ptr<Broker> m_broker;
     std::unique_ptr<NodeProcess> m_near, m_far;
     std::unique_ptr<Gate> m_gate;
     int m_slowCall = 0;
+    int m_said = 0;
 };
 
 void tst_NatsStrangers::init()
@@ -72,6 +75,7 @@ void tst_NatsStrangers::init()
     QVERIFY(m_near->startConnected());
     QVERIFY(m_far->startConnected());
     m_near->takeLog();
+    m_said = m_broker->log().size();
 }
 
 void tst_NatsStrangers::beginSlowCall()
@@ -93,7 +97,7 @@ void tst_NatsStrangers::verifyNobodyWasCutOff()
         QCOMPARE(at(each->report(), "connection", "reconnects").toInt(), 0);
     QVERIFY2(!m_near->hasLogged(QStringLiteral("connection is lost")),
              qPrintable(m_near->log().join(QLatin1Char('\n'))));
-    QVERIFY2(!m_broker->log().contains(QLatin1String("maximum control line")), qPrintable(m_broker->log()));
+    QVERIFY2(!brokerSays().contains(QLatin1String("maximum control line")), qPrintable(brokerSays()));
 }
 
 void tst_NatsStrangers::longAddressesFailByThemselves_data()
@@ -220,7 +224,7 @@ void tst_NatsStrangers::longNamesInTheSectionAreMistakes()
     QTRY_VERIFY(alone.hasLogged(QStringLiteral("nats.%1: must have at most").arg(key)));
     QCOMPARE(alone.code(Url), 503);
     QVERIFY(!alone.isConnected());
-    QVERIFY2(!m_broker->log().contains(QLatin1String("maximum control line")), qPrintable(m_broker->log()));
+    QVERIFY2(!brokerSays().contains(QLatin1String("maximum control line")), qPrintable(brokerSays()));
 }
 
 void tst_NatsStrangers::numbersThatAreNoneDoNoHarm_data()
@@ -231,7 +235,7 @@ void tst_NatsStrangers::numbersThatAreNoneDoNoHarm_data()
         QTest::newRow(number) << QByteArray(number);
 }
 
-/// In each header that has a number, under each subject that is listened to.
+/// In each header that has a number, under each subject that is listened to. What is undefined, sanitizers tell.
 void tst_NatsStrangers::numbersThatAreNoneDoNoHarm()
 {
     QFETCH(QByteArray, number);
