@@ -199,7 +199,10 @@ bool Node::bind(const QJsonObject &command)
 bool Node::settle(Place *place)
 {
     const QSharedPointer<ZDbusSubscriber> before = place->endpoint;
-    place->endpoint = QSharedPointer<NodeEndpoint>::create(place->options, place->record, m_bus);
+    if (place->options.value(QStringLiteral("object")).toBool())
+        place->endpoint = QSharedPointer<NodeObject>::create(place->options, place->record, m_bus);
+    else
+        place->endpoint = QSharedPointer<NodeEndpoint>::create(place->options, place->record, m_bus);
     return m_bus->bind0(place->url, place->endpoint);
 }
 

@@ -4,6 +4,7 @@
 #include <QHash>
 #include <QJsonObject>
 #include <QMutex>
+#include <QObject>
 #include <QSharedPointer>
 #include <QUrl>
 
@@ -33,7 +34,8 @@ private:
 /**
  * An endpoint of a node. Its options: "kind", which is "echo" (answers {"url", "name", "in"}), "refuse", "slow" (echoes
  * after "ms"), "throw", "big" (answers "bytes" bytes), "chain" (calls "to"), "changes" (changes "in"), or "silent"
- * (answers true alone); "name", who it says that it is; and "gate", a file that each call waits for.
+ * (answers true alone); "name", who it says that it is; "gate", a file that each call waits for;
+ * and "object": it is a QObject, whose end is seen.
  */
 class NodeEndpoint : public ZDbusSubscriber
 {
@@ -47,4 +49,11 @@ private:
     const QString m_kind;
     const QSharedPointer<NodeRecord> m_record;
     ZDbus *const m_bus;
+};
+
+/// The same, whose end is told.
+class NodeObject : public QObject, public NodeEndpoint
+{
+public:
+    using NodeEndpoint::NodeEndpoint;
 };
