@@ -237,7 +237,9 @@ void tst_ZHostOnce::runsOnceInEachSlotOnTwoHosts()
     for (const qint64 slot : begun)
         distinct.insert(slot);
     QCOMPARE(distinct.size(), begun.size());
-    QCOMPARE(one.running->written().count(Call) + other.running->written().count(Call), begun.size());
+    // Each may have begun one just as it was stopped, and have had no endpoint any more.
+    const int calls = one.running->written().count(Call) + other.running->written().count(Call);
+    QVERIFY2(calls <= begun.size() && calls >= begun.size() - 2, qPrintable(QString::number(calls)));
 }
 
 QTEST_GUILESS_MAIN(tst_ZHostOnce)
