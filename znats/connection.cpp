@@ -2,6 +2,7 @@
 #include "connection.h"
 
 #include "brokeroptions.h"
+#include "pin.h"
 
 #include <QMutexLocker>
 
@@ -306,7 +307,7 @@ bool Connection::letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &
     }
     if (link->close(deadline))
         return true;
-    new std::shared_ptr<Link>(link); // for good
+    keepForGood(link);
     const QMutexLocker locker(&m_mutex);
     m_isAllLeft = false;
     return false;

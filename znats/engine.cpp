@@ -69,8 +69,7 @@ void Engine::leaveBehind()
     if (m_isClean)
         return;
     m_isClean = true;
-    pinThisPlugin();
-    new std::shared_ptr<Engine>(shared_from_this());
+    keepForGood(shared_from_this());
     log.warn(QStringLiteral("a call has not ended: this plugin stays in memory"));
 }
 

@@ -4,6 +4,8 @@
 #include <nats/nats.h>
 
 #include <dlfcn.h>
+#include <mutex>
+#include <vector>
 
 namespace {
 
@@ -17,5 +19,14 @@ void pin(const void *code)
 } // namespace
 
 void pinClientLibrary() { pin(reinterpret_cast<const void *>(&natsConnection_Connect)); }
+
+void keepForGood(const std::shared_ptr<void> &used)
+{
+    static std::mutex mutex;
+    static auto *const kept = new std::vector<std::shared_ptr<void>>;
+    pinThisPlugin();
+    const std::lock_guard<std::mutex> lock(mutex);
+    kept->push_back(used);
+}
 
 void pinThisPlugin() { pin(reinterpret_cast<const void *>(&pinThisPlugin)); }
