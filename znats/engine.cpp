@@ -9,12 +9,13 @@ namespace {
 
 constexpr int ConnectMs = 500;
 constexpr int FlushMs = 500;
-// An end takes two seconds in all, even if the broker hangs.
-constexpr int EndMs = 1000; // for calls on the way
-constexpr int SoonMs = 700; // for the broker to hear that we end
-constexpr int LastMs = 400; // for calls that have asked others
-constexpr int WordMs = 200; // for the last answers to be sent
-constexpr int CloseMs = 400;
+// An end takes some two seconds in all, even if the broker hangs.
+constexpr int EndMs = 1000;   // for calls on the way
+constexpr int SoonMs = 700;   // for the broker to hear that we end
+constexpr int LastMs = 400;   // for calls that have asked others
+constexpr int WordMs = 200;   // for the last answers to be sent
+constexpr int CloseMs = 1000; // longer than an attempt to connect, which cannot be broken off
+constexpr int PatientCloseMs = 10000;
 constexpr int PauseMs = 100; // until it is looked whether it has to hurry
 
 } // namespace
@@ -50,12 +51,12 @@ void Engine::flush() { connection.flush(FlushMs); }
 void Engine::end()
 {
     const QDeadlineTimer deadline(EndMs);
-    end([deadline] { return deadline; });
+    end([deadline] { return deadline; }, CloseMs);
 }
 
 void Engine::endWhenDone()
 {
-    end([this] { return deadlineOfAll(); });
+    end([this] { return deadlineOfAll(); }, PatientCloseMs);
 }
 
 void Engine::hurry()
@@ -73,7 +74,7 @@ void Engine::leaveBehind()
     log.warn(QStringLiteral("a call has not ended: this plugin stays in memory"));
 }
 
-void Engine::end(const std::function<QDeadlineTimer()> &deadline)
+void Engine::end(const std::function<QDeadlineTimer()> &deadline, int closeMs)
 {
     if (m_isEnded)
         return;
@@ -87,7 +88,7 @@ void Engine::end(const std::function<QDeadlineTimer()> &deadline)
     requests.end();
     isAnswered = isAnswered || workers.waitDone(QDeadlineTimer(LastMs)); // those that have asked others wait no longer
     connection.flush(WordMs);
-    m_isClean = connection.close(QDeadlineTimer(CloseMs)) && isAnswered && areLeasesBack;
+    m_isClean = connection.close(QDeadlineTimer(closeMs)) && isAnswered && areLeasesBack;
 }
 
 /// When the last of those who have asked waits no longer.

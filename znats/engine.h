@@ -59,7 +59,7 @@ public:
     Leases leases;
 
 private:
-    void end(const std::function<QDeadlineTimer()> &deadline);
+    void end(const std::function<QDeadlineTimer()> &deadline, int closeMs);
     QDeadlineTimer deadlineOfAll() const;
 
     Tally m_calls;                                    // of this process to others
