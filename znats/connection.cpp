@@ -297,20 +297,19 @@ void Connection::listen(Link &link, Wanted isWanted)
         link.drain(subject);
 }
 
-bool Connection::letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline)
+void Connection::letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline)
 {
     if (!link)
-        return true;
+        return;
     if (link->isConnected()) {
         link->drainAll();
         link->waitDrained(deadline);
     }
     if (link->close(deadline))
-        return true;
+        return;
     keepForGood(link);
     const QMutexLocker locker(&m_mutex);
     m_isAllLeft = false;
-    return false;
 }
 
 Link::Events Connection::eventsOf(int number)

@@ -72,7 +72,7 @@ private:
     void keep();
     std::shared_ptr<Link> make(int number);
     bool moveTo(const std::shared_ptr<Link> &link, int number);
-    bool letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline);
+    void letGo(const std::shared_ptr<Link> &link, const QDeadlineTimer &deadline);
     template <class Wanted>
     void listen(Link &link, Wanted isWanted);
     Link::Events eventsOf(int number);

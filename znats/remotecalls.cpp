@@ -141,9 +141,9 @@ Failure RemoteCalls::call(const QUrl &url, QJsonObject *in, QJsonObject *out, QS
         return Failure::TooLarge;
     if (hops() > m_settings.hops)
         return Failure::Loop;
-    const QString name = url.userName(QUrl::FullyDecoded);
-    const Route route = name.isEmpty() ? Route(m_subjects.call(exact), m_subjects.call(bare))
-                                       : Route(m_subjects.at(name, exact), m_subjects.at(name, exact));
+    // A process that is called by its name looks for the bare host itself.
+    const bool isByName = !url.userName().isEmpty();
+    const Route route(m_subjects.of(url, exact), m_subjects.of(url, isByName ? exact : bare));
     Call call{url, bodyFrom(in, out).encode(), deadlineIn(m_settings.timeoutMs), route, {}};
     call.route.setBare(m_bare.within(route.exact(), BareMs));
     for (;;) {
@@ -247,10 +247,8 @@ bool RemoteCalls::find(const QUrl &url)
     const QByteArray place = Subjects::placeOf(url);
     if (place.isEmpty())
         return false;
-    const QString name = url.userName(QUrl::FullyDecoded);
     const QDeadlineTimer deadline = deadlineIn(m_settings.findMs);
-    Request request =
-        requestFor(name.isEmpty() ? m_subjects.call(place) : m_subjects.at(name, place), url, {}, deadline);
+    Request request = requestFor(m_subjects.of(url, place), url, {}, deadline);
     request.headers.append(qMakePair(Header::Operation, QByteArray("find")));
     Failure failure = Failure::Gone;
     for (int i = 0; i < FindAttempts && failure.code == Failure::Gone; ++i) {

@@ -92,6 +92,12 @@ QUrl Subjects::urlAt(const QByteArray &place)
     return placeOf(url) == place ? url : QUrl();
 }
 
+QByteArray Subjects::of(const QUrl &url, const QByteArray &place) const
+{
+    const QString name = url.userName(QUrl::FullyDecoded);
+    return name.isEmpty() ? call(place) : at(name, place);
+}
+
 QByteArray Subjects::call(const QByteArray &place) const { return m_prefix + "call." + place; }
 
 QByteArray Subjects::at(const QString &name, const QByteArray &place) const
@@ -124,9 +130,8 @@ QUrl Subjects::urlIn(const QByteArray &subject) const
 
 bool Subjects::isFor(const QUrl &url, const QByteArray &subject) const
 {
-    const QString name = url.userName(QUrl::FullyDecoded);
     for (const QByteArray &place : {placeOf(url), barePlaceOf(url)}) {
-        if (!place.isEmpty() && subject == (name.isEmpty() ? call(place) : at(name, place)))
+        if (!place.isEmpty() && subject == of(url, place))
             return true;
     }
     return false;

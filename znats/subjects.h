@@ -22,6 +22,8 @@ public:
     /// The URL that has this place; empty if none has.
     static QUrl urlAt(const QByteArray &place);
 
+    /// That of a call of `url` to `place`: whoever serves it, or the process that the URL names.
+    QByteArray of(const QUrl &url, const QByteArray &place) const;
     /// Whoever serves the place.
     QByteArray call(const QByteArray &place) const;
     /// The process called `name`.
