@@ -20,6 +20,7 @@ class ZLease
 public:
     /// Wants the lease called `name` from now on: takes it as soon as nobody has it, and renews it. If this process dies,
     /// another one may take it after `msecs`. Returns at once. Wanted twice, it has to be let go twice.
+    /// A service that takes over from another one knows what that was asked; who asks it again is not counted again.
     virtual bool want0(const QString &name, int msecs) = 0;
     /// Does not want it any more. Another process can take it at once.
     virtual void forget0(const QString &name) = 0;

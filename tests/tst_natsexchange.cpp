@@ -30,16 +30,6 @@ QJsonArray failed(const QJsonObject &report) { return at(report, "failed").toArr
 
 QString told(const QJsonObject &report) { return QString::fromUtf8(QJsonDocument(report).toJson().left(4000)); }
 
-bool isMapped(NodeProcess &node, const char *file)
-{
-    return !node.mappedVersions().filter(QLatin1Char('/') + QLatin1String(file)).isEmpty();
-}
-
-bool isMappedAlone(NodeProcess &node, const char *file)
-{
-    return node.mappedVersions().size() == 1 && isMapped(node, file);
-}
-
 } // namespace
 
 /// Calls under load, while parts of the way are exchanged, stopped, or killed.
@@ -148,9 +138,7 @@ void tst_NatsExchange::thePluginIsExchangedAndNoCallIsLost()
     for (int version = 1; version <= 10; ++version) {
         const QString file = QStringLiteral("libznats.%1.so").arg(version);
         QVERIFY(exchanged.drop(file));
-        QTRY_VERIFY_WITH_TIMEOUT(exchanged.mappedVersions().join(QLatin1Char(' ')).endsWith(file) &&
-                                     exchanged.mappedVersions().size() == 1,
-                                 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(exchanged.hasMappedOnly(file), 30000);
         QTRY_VERIFY_WITH_TIMEOUT(exchanged.isConnected(), 10000);
         waitForCalls(caller, 100);
     }
@@ -198,7 +186,7 @@ void tst_NatsExchange::aVersionThatIsReplacedAnswersItsCalls()
         QCOMPARE(at(answer, "out", "name").toString(), QStringLiteral("provider"));
         QVERIFY2(at(answer, "ms").toInt() < Lasts + 2000, qPrintable(QString::number(at(answer, "ms").toInt())));
     }
-    QTRY_VERIFY_WITH_TIMEOUT(isMappedAlone(provider, "libznats.1.so"), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(provider.hasMappedOnly(QStringLiteral("libznats.1.so")), 10000);
     QVERIFY(caller.handles(QStringLiteral("//quick")));
     QCOMPARE(journal.size(), 2);
     QVERIFY(!provider.hasLogged(QStringLiteral("stays in memory")));
@@ -224,7 +212,7 @@ void tst_NatsExchange::whoQuitsWithAVersionThatAnswersEndsInTime()
                                  {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), QStringLiteral("one")}}}});
     QTRY_COMPARE(journal.size(), 1);
     QVERIFY(provider.drop(QStringLiteral("libznats.1.so")));
-    QTRY_VERIFY_WITH_TIMEOUT(isMapped(provider, "libznats.1.so"), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(provider.hasMapped(QStringLiteral("libznats.1.so")), 10000);
     QVERIFY(loopDelayUntil(provider, [&] { return provider.isConnected(); }) < 1000);
     QVERIFY(!caller.hasAnswered(id)); // the version before is about it
     const qint64 took = provider.quit();
@@ -248,12 +236,12 @@ void tst_NatsExchange::aVersionIsReplacedWhileTheBrokerHangs()
     qint64 longest = 0;
     for (const char *file : {"libznats.1.so", "libznats.2.so", "libznats.3.so"}) {
         QVERIFY(caller.drop(QLatin1String(file)));
-        const qint64 took = loopDelayUntil(caller, [&] { return isMapped(caller, file); });
+        const qint64 took = loopDelayUntil(caller, [&] { return caller.hasMapped(QLatin1String(file)); });
         QVERIFY(took >= 0);
         longest = qMax(longest, took);
     }
     // The versions before go although the broker says nothing.
-    const qint64 took = loopDelayUntil(caller, [&] { return isMappedAlone(caller, "libznats.3.so"); });
+    const qint64 took = loopDelayUntil(caller, [&] { return caller.hasMappedOnly(QStringLiteral("libznats.3.so")); });
     QVERIFY2(
         took >= 0,
         qPrintable((caller.mappedVersions() + caller.log().filter(QStringLiteral("memory"))).join(QLatin1Char('\n'))));

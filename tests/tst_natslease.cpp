@@ -67,6 +67,8 @@ private Q_SLOTS:
     void withoutTheLeaseNothingBegins();
     void whoeverForgetsGivesItAway();
     void wantedTwiceItIsForgottenTwice();
+    void theNextVersionKnowsWhatIsWanted_data();
+    void theNextVersionKnowsWhatIsWanted();
     void theReportTellsOfLeases();
     void theHolderIsKilledAgainAndAgain();
     void theHolderStopsAndGoesOn();
@@ -215,6 +217,33 @@ void tst_NatsLease::wantedTwiceItIsForgottenTwice()
     QVERIFY(begins(node, ++m_slot));
     node.ask(QStringLiteral("forget"), {{QStringLiteral("lease"), Lease}});
     QTRY_VERIFY_WITH_TIMEOUT(!begins(node, ++m_slot), 5000);
+}
+
+void tst_NatsLease::theNextVersionKnowsWhatIsWanted_data()
+{
+    QTest::addColumn<bool>("isAskedAgain");
+    QTest::newRow("and is not asked again") << false;
+    QTest::newRow("and is asked again") << true;
+}
+
+void tst_NatsLease::theNextVersionKnowsWhatIsWanted()
+{
+    QFETCH(bool, isAskedAgain);
+    NodeProcess &node = start(0);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 10000);
+    for (const char *file : {"libznats.1.so", "libznats.2.so"}) {
+        QVERIFY(node.drop(QLatin1String(file)));
+        QTRY_VERIFY_WITH_TIMEOUT(node.hasMappedOnly(QLatin1String(file)), 30000);
+        if (isAskedAgain)
+            node.ask(QStringLiteral("want"), wish());
+        QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 10000);
+    }
+    QCOMPARE(at(at(node.report(), "leases").toArray().at(0), "wants").toInt(), 1);
+    NodeProcess &other = start(1);
+    QVERIFY(!begins(other, ++m_slot));
+    node.ask(QStringLiteral("forget"), {{QStringLiteral("lease"), Lease}});
+    QTRY_VERIFY_WITH_TIMEOUT(begins(other, ++m_slot), 10000);
+    QVERIFY(at(node.report(), "leases").toArray().isEmpty());
 }
 
 void tst_NatsLease::theReportTellsOfLeases()

@@ -63,6 +63,8 @@ private Q_SLOTS:
     void ofTheDeadNobodySaysThatTheyWereCalled();
     void ofCodesThatNobodyKnowsNothingIsSaid_data();
     void ofCodesThatNobodyKnowsNothingIsSaid();
+    void whoIsGoneIsFollowedByOthers_data();
+    void whoIsGoneIsFollowedByOthers();
     void byNameWhatIsNotBoundFailsAtOnce_data();
     void byNameWhatIsNotBoundFailsAtOnce();
     void whoIsBusyIsFound();
@@ -115,7 +117,7 @@ void tst_NatsOnce::whoRefusesAndLeavesIsNotReplacedByAnother()
     QCOMPARE(at(answer, "outcome", "called"), QJsonValue(true));
     QCOMPARE(journal.lines(), QStringList{"one"});
     QCOMPARE(third.calls(Url), 0);
-    QVERIFY(m_near->handles(called)); // the next one finds it
+    QTRY_VERIFY(m_near->handles(called)); // by name, the broker chooses one of the two
 }
 
 void tst_NatsOnce::whoRefusesAndLeavesHereIsNotReplacedByAnother()
@@ -201,6 +203,35 @@ void tst_NatsOnce::ofCodesThatNobodyKnowsNothingIsSaid()
     QCOMPARE(at(answer, "outcome", "reason").toString(), QStringLiteral("so"));
     QVERIFY(!knowsWhetherCalled(answer));
     QVERIFY2(!client.next(200).isThere, "it is made again");
+}
+
+void tst_NatsOnce::whoIsGoneIsFollowedByOthers_data()
+{
+    QTest::addColumn<QString>("called");
+    QTest::addColumn<QByteArray>("subject");
+    QTest::newRow("bare host") << Url << Call;
+    QTest::newRow("path") << "//w/x" << QByteArray("z1.default.call.w.x");
+}
+
+void tst_NatsOnce::whoIsGoneIsFollowedByOthers()
+{
+    QFETCH(QString, called);
+    QFETCH(QByteArray, subject);
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe(subject, "z"));
+    const int id = m_near->begin(QStringLiteral("outcome"), withUrl(called));
+    for (int i = 0; i < 4; ++i) {
+        const RawMessage request = client.next();
+        QVERIFY(request.isThere);
+        QVERIFY(
+            client.publish(request.reply, {}, {{"Nats-Service-Error-Code", "410"}, {"Nats-Service-Error", "gone"}}));
+        QVERIFY(client.flush());
+    }
+    const RawMessage request = client.next();
+    QVERIFY(request.isThere);
+    QVERIFY(client.publish(request.reply, "{}"));
+    QVERIFY(client.flush());
+    QCOMPARE(at(m_near->answer(id), "handled"), QJsonValue(true));
 }
 
 void tst_NatsOnce::byNameWhatIsNotBoundFailsAtOnce_data()

@@ -44,5 +44,5 @@ private:
 
     const TimetableEntry m_entry;
     ZLease *const m_lease;
-    QWeakPointer<ZReference> m_wantedFrom; // another one has never heard of it
+    QWeakPointer<ZReference> m_wantedFrom; // another one may never have heard of it
 };

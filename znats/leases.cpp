@@ -30,7 +30,8 @@ public:
           m_book(settings, connection, name, patience(msecs))
     {}
 
-    int wants = 0;      // guarded by the mutex of all leases
+    int wants = 0;      // guarded by the mutex of all leases, as the next one
+    int inherited = 0;  // of `wants`
     QDeadlineTimer due; // when it is to be looked at next; for the keeper only
 
     int msecs() const { return m_msecs; }
@@ -193,7 +194,11 @@ bool Leases::want(const QString &name, int msecs)
     std::shared_ptr<Lease> &lease = m_leases[kept];
     if (!lease)
         lease = std::make_shared<Lease>(m_settings, m_log, m_connection, kept, msecs, m_id);
-    ++lease->wants;
+    // Who has wanted it before the exchange need not know of that, and may want it again.
+    if (lease->inherited > 0)
+        --lease->inherited;
+    else
+        ++lease->wants;
     m_isNew = true;
     if (!m_keeper) {
         m_keeper.reset(QThread::create([this] { keep(); }));
@@ -210,9 +215,12 @@ void Leases::forget(const QString &name)
     {
         const QMutexLocker locker(&m_mutex);
         const auto found = m_leases.find(name);
-        if (found == m_leases.end() || --(*found)->wants > 0)
+        if (found == m_leases.end())
             return;
         lease = *found;
+        lease->inherited = std::min(lease->inherited, --lease->wants);
+        if (lease->wants > 0)
+            return;
         m_leases.erase(found);
     }
     lease->giveBack();
@@ -235,8 +243,12 @@ void Leases::inherit(const QJsonArray &description)
 {
     for (const auto &each : description) {
         const QJsonObject lease = each.toObject();
+        const QString name = lease.value(QStringLiteral("name")).toString();
         for (int i = lease.value(QStringLiteral("wants")).toInt(); i > 0; --i)
-            want(lease.value(QStringLiteral("name")).toString(), lease.value(QStringLiteral("ms")).toInt());
+            want(name, lease.value(QStringLiteral("ms")).toInt());
+        const QMutexLocker locker(&m_mutex);
+        if (const std::shared_ptr<Lease> wanted = m_leases.value(name))
+            wanted->inherited = wanted->wants;
     }
 }
 

@@ -94,12 +94,11 @@ public:
     const QByteArray &exact() const { return m_exact; }
     const QByteArray &current() const { return m_isBare ? m_bare : m_exact; }
     bool isBare() const { return m_isBare; }
-    bool isByName() const { return m_exact == m_bare; }
     void setBare(bool isBare) { m_isBare = isBare; }
     /// The other one, if it was not tried yet in this round.
     bool turn()
     {
-        if (isByName() || m_isTurned) {
+        if (m_exact == m_bare || m_isTurned) {
             m_isTurned = false;
             return false;
         }
@@ -121,6 +120,7 @@ struct RemoteCalls::Call
     const QByteArray body;
     const QDeadlineTimer deadline;
     Route route;
+    bool isByName;   // in one process
     QByteArray echo; // of all answers that it was too late
     int echoes = 0;
     int gone = 0;
@@ -144,7 +144,7 @@ Failure RemoteCalls::call(const QUrl &url, QJsonObject *in, QJsonObject *out, QS
     // A process that is called by its name looks for the bare host itself.
     const bool isByName = !url.userName().isEmpty();
     const Route route(m_subjects.of(url, exact), m_subjects.of(url, isByName ? exact : bare));
-    Call call{url, bodyFrom(in, out).encode(), deadlineIn(m_settings.timeoutMs), route, {}};
+    Call call{url, bodyFrom(in, out).encode(), deadlineIn(m_settings.timeoutMs), route, isByName, {}};
     call.route.setBare(m_bare.within(route.exact(), BareMs));
     for (;;) {
         Failure failure = attempt(call, in, out, host);
@@ -204,7 +204,7 @@ bool RemoteCalls::mayTryAgain(const Failure &failure, Call &call)
     }
     case Failure::Gone:
         // Others may be there; if only this process was asked, its bare host may be.
-        if (call.route.isByName() && call.gone++ > 0 && !m_seen.within(call.route.exact(), m_settings.patienceMs))
+        if (call.isByName && call.gone++ > 0 && !m_seen.within(call.route.exact(), m_settings.patienceMs))
             return false;
         break;
     case Failure::Busy:

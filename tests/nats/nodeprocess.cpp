@@ -143,6 +143,8 @@ QStringList NodeProcess::mappedVersions()
     return files;
 }
 
+bool NodeProcess::hasMapped(const QString &file) { return !mappedVersions().filter(QLatin1Char('/') + file).isEmpty(); }
+
 qint64 NodeProcess::loopDelay()
 {
     QElapsedTimer timer;

@@ -70,7 +70,10 @@ public:
     QJsonObject report();
     /// Drops the plugin into its hot-deploy folder under the name of a further version.
     bool drop(const QString &file);
+    /// The files of the plugin that are in its memory.
     QStringList mappedVersions();
+    bool hasMapped(const QString &file);
+    bool hasMappedOnly(const QString &file) { return mappedVersions().size() == 1 && hasMapped(file); }
     /// How long its event loop takes to answer.
     qint64 loopDelay();
 
