@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "nats/loopback.h"
 #include "place.h"
 #include "runninghost.h"
 #include "testcase.h"
 
 #include <QRegularExpression>
 
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +24,7 @@ private Q_SLOTS:
     void tellsWhichCallOfTheTimetableHangs();
     void runsWhatWasRemembered();
     void rehearsesBesideARunningHost();
+    void staysWithinItsProcess();
     void givesUpTheRightsOfRoot();
     void refusesWhatCannotBeRehearsed_data();
     void refusesWhatCannotBeRehearsed();
@@ -59,6 +62,8 @@ public:
         set("logger", "warning", 0);
         set("filesystem", "temporary-folder", place.path());
         object.insert(QStringLiteral("schedule"), schedule);
+        if (!nats.isEmpty())
+            object.insert(QStringLiteral("nats"), nats);
         return object;
     }
 
@@ -81,6 +86,7 @@ public:
     const Place place;
     const QString configuration;
     QJsonArray schedule;
+    QJsonObject nats;
 };
 
 } // namespace
@@ -207,6 +213,24 @@ void tst_Rehearsal::rehearsesBesideARunningHost()
     QCOMPARE(result.out, site.fine());
     host.stop();
     QVERIFY2(host.hasEndedWell(), qPrintable(host.written()));
+}
+
+/// Else it would answer for the host that has its name, and run what that one is to run.
+void tst_Rehearsal::staysWithinItsProcess()
+{
+#ifdef ZNATS
+    const int broker = listenAt(0);
+    QVERIFY(broker >= 0);
+    Site site;
+    site.place.write(QStringLiteral("deployed/libznats.so"), contentOf(QStringLiteral(ZNATS)));
+    site.nats = {{QStringLiteral("servers"), QJsonArray{QStringLiteral("nats://127.0.0.1:%1").arg(portOf(broker))}}};
+    const Result result = site.rehearse({QStringLiteral("znats")});
+    pollfd asked{broker, POLLIN, 0};
+    QCOMPARE(poll(&asked, 1, 0), 0);
+    ::close(broker);
+    QCOMPARE(result.err, QString());
+    QCOMPARE(result.out, site.fine());
+#endif
 }
 
 void tst_Rehearsal::givesUpTheRightsOfRoot()

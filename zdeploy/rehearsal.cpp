@@ -78,6 +78,7 @@ Configuration within(const QString &scratch, QJsonObject configuration)
     set("loader", "hot-deploy", "hot-deploy");
     set("filesystem", "temporary-folder", "temporary");
     configuration.remove(QStringLiteral("logger")); // which may switch off what is listened to
+    configuration.remove(QStringLiteral("nats"));   // or it would answer others, and do what is done once
     return {configuration, {}, {}};
 }
 
