@@ -62,6 +62,7 @@ class tst_NatsBroadcast : public TestCase
 private Q_SLOTS:
     void onlyEndpointsThatAreServedHearIt();
     void theHostItselfHearsItOnlyWhereItIsNamedInFull();
+    void itIsCounted();
     void itIsHeardOnceWhileThePluginIsReplaced();
     void itIsHeardOnceWhileTheLinkMoves();
 
@@ -148,6 +149,31 @@ void tst_NatsBroadcast::theHostItselfHearsItOnlyWhereItIsNamedInFull()
     QCOMPARE(answer.code(), 403);
     QCOMPARE(far.calls(QStringLiteral("//zscheduler")), 0);
     QCOMPARE(full.calls(QStringLiteral("//zscheduler")), calls);
+}
+
+void tst_NatsBroadcast::itIsCounted()
+{
+    Broker broker;
+    QVERIFY(broker.start());
+    NodeProcess near(QStringLiteral("near"), sectionFor(broker.url(), toAll()));
+    NodeProcess far(QStringLiteral("far"), sectionFor(broker.url(), toAll()));
+    QVERIFY(near.startConnected());
+    QVERIFY(far.startConnected());
+    const auto counted = [&](const char *key) { return at(near.report(), "calls", "all", key).toInt(); };
+    QVERIFY(!near.handles(QStringLiteral("/all")));
+    QCOMPARE(near.code(QStringLiteral("/all")), 404); // //nats has refused it
+    QVERIFY(far.bind(Url));
+    QVERIFY(near.handles(QStringLiteral("/all")));
+    QCOMPARE(counted("n"), 3);
+    QCOMPARE(counted("failed"), 0); // nobody need be there
+    broker.kill();
+    QTRY_VERIFY(!near.isConnected());
+    QCOMPARE(near.code(QStringLiteral("/all")), 507);
+    QCOMPARE(counted("failed"), 1);
+    QVERIFY(near.hasLogged(QStringLiteral("(!) /all not connected")));
+    QVERIFY(near.bind(Url)); // which is there
+    QVERIFY(near.handles(QStringLiteral("/all")));
+    QCOMPARE(at(near.report(), "calls", "out", "n").toInt(), 0);
 }
 
 void tst_NatsBroadcast::itIsHeardOnceWhileThePluginIsReplaced()

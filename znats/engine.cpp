@@ -109,6 +109,17 @@ Failure Engine::call(const QUrl &url, QJsonObject *in, QJsonObject *out, QString
     return failure;
 }
 
+Failure Engine::callAll(const QUrl &url, const QJsonObject *in, QJsonObject *out)
+{
+    Tally::Call counted(m_broadcasts);
+    const Failure failure = remote.callAll(url, in, out);
+    if (!failure || failure.code == Failure::Nobody) // there need not be anybody
+        return failure;
+    counted.end(failure);
+    log.failed(url, failure.reason);
+    return failure;
+}
+
 QJsonObject Engine::describe() const
 {
     QJsonArray served;
@@ -116,6 +127,7 @@ QJsonObject Engine::describe() const
     for (const QUrl &url : urls)
         served.append(url.toString());
     const QJsonObject calls{{QStringLiteral("out"), m_calls.describe()},
+                            {QStringLiteral("all"), m_broadcasts.describe()},
                             {QStringLiteral("in"), provider.tally().describe()}};
     return {{QStringLiteral("layer"), QStringLiteral("nats")},
             {QStringLiteral("name"), settings.name},

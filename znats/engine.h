@@ -43,6 +43,8 @@ public:
     void leaveBehind();
 
     Failure call(const QUrl &url, QJsonObject *in, QJsonObject *out, QString *host);
+    /// All endpoints of all other processes that take part.
+    Failure callAll(const QUrl &url, const QJsonObject *in, QJsonObject *out);
     QJsonObject describe() const;
 
     const NatsSettings settings;
@@ -63,6 +65,7 @@ private:
     QDeadlineTimer deadlineOfAll() const;
 
     Tally m_calls;                                    // of this process to others
+    Tally m_broadcasts;                               // which all take as long as answers are gathered
     mutable QMutex m_mutex;                           // guards m_latest
     QDeadlineTimer m_latest{QDeadlineTimer::Forever}; // set when it has to hurry
     bool m_isEnded = false;

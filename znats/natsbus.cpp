@@ -55,15 +55,18 @@ bool tell(QJsonObject *outcome, const Failure &failure, const QString &host = {}
     return !failure;
 }
 
-/// Of a call to all endpoints: whether any was called is not said.
-bool tellOfAll(QJsonObject *outcome, ZDbusReach::Reached reached)
+Failure failureOf(ZDbusReach::Reached reached)
 {
     if (reached == ZDbusReach::Handled)
-        return tell(outcome, {});
-    tell(outcome, reached == ZDbusReach::Refused ? Failure::Refused : Failure::Nobody);
-    if (outcome)
-        outcome->remove(QStringLiteral("called"));
-    return false;
+        return {};
+    return reached == ZDbusReach::Refused ? Failure::Refused : Failure::Nobody;
+}
+
+/// Of a call to all endpoints: whether any was called is not said of one that failed.
+bool tellOfAll(QJsonObject *outcome, Failure failure)
+{
+    failure.called = Failure::Unknown;
+    return tell(outcome, failure);
 }
 
 } // namespace
@@ -218,7 +221,7 @@ bool NatsBus::call0(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonObj
         if (reached == ZDbusReach::Handled)
             return !outcome || tell(outcome, {});
         if (url.host().isEmpty())
-            return tellOfAll(outcome, reached);
+            return tellOfAll(outcome, failureOf(reached));
         if (reached == ZDbusReach::Refused)
             return tell(outcome, Failure::Refused); // it is ours, and goes no further
     }
@@ -244,9 +247,11 @@ bool NatsBus::callAll(const QUrl &url, QJsonObject *in, QJsonObject *out, QJsonO
     std::optional<QJsonObject> before;
     if (in)
         before = *in;
-    const ZDbusReach::Reached reached = reachHere(url, in, out);
-    const bool isHandledElsewhere = m_engine->remote.callAll(url, before ? &*before : nullptr, out);
-    return tellOfAll(outcome, isHandledElsewhere ? ZDbusReach::Handled : reached);
+    const Failure here = failureOf(reachHere(url, in, out));
+    const Failure elsewhere = m_engine->callAll(url, before ? &*before : nullptr, out);
+    if (!here || !elsewhere)
+        return tell(outcome, {});
+    return tellOfAll(outcome, elsewhere.code == Failure::Nobody ? here : elsewhere);
 }
 
 /// Whether `url` names another process.

@@ -222,15 +222,15 @@ bool RemoteCalls::mayTryAgain(const Failure &failure, Call &call)
     return !call.deadline.hasExpired();
 }
 
-bool RemoteCalls::callAll(const QUrl &url, const QJsonObject *in, QJsonObject *out)
+Failure RemoteCalls::callAll(const QUrl &url, const QJsonObject *in, QJsonObject *out)
 {
     if (hops() > m_settings.hops)
-        return false;
+        return Failure::Loop;
     const QByteArray body = bodyFrom(in, out).encode();
     bool isHandled = false;
     Request request = requestFor(m_subjects.broadcast(), url, body, deadlineIn(m_settings.timeoutMs));
     request.headers.append(qMakePair(Header::Process, thisProcess()));
-    gather(request, [&](const NatsMessage &answer) {
+    const Failure failure = gather(request, [&](const NatsMessage &answer) {
         const std::optional<Body> some = Body::decode(bodyOf(answer));
         if (failureIn(answer) || !some)
             return;
@@ -239,7 +239,9 @@ bool RemoteCalls::callAll(const QUrl &url, const QJsonObject *in, QJsonObject *o
         for (auto value = added.begin(); out && value != added.end(); ++value)
             out->insert(value.key(), value.value());
     });
-    return isHandled;
+    if (isHandled)
+        return {};
+    return failure ? failure : Failure::Nobody;
 }
 
 bool RemoteCalls::find(const QUrl &url)
