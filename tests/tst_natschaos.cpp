@@ -6,7 +6,6 @@
 #include "testcase.h"
 
 #include <QElapsedTimer>
-#include <QFile>
 
 namespace {
 
@@ -15,43 +14,9 @@ const QString Key = QStringLiteral("key");
 
 QJsonObject shortly(int msecs = 500) { return {{QStringLiteral("timeout"), msecs}, {QStringLiteral("patience"), 0}}; }
 
-/// The clock of a process, which can be moved.
-class Clock
-{
-public:
-    explicit Clock(NodeProcess *node)
-    {
-        move(0);
-        node->setVariable(QStringLiteral("SHIFTED_CLOCK"), m_folder.filePath(QStringLiteral("shift")));
-        const QString others = QString::fromLocal8Bit(qgetenv("LD_PRELOAD"));
-        node->setVariable(QStringLiteral("LD_PRELOAD"), QStringLiteral(SHIFTED_CLOCK " ") + others);
-    }
-    /// In place: the process has it mapped.
-    void move(qint64 seconds) const
-    {
-        QFile file(m_folder.filePath(QStringLiteral("shift")));
-        if (!file.open(QIODevice::ReadWrite) ||
-            file.write(reinterpret_cast<const char *>(&seconds), sizeof seconds) < 8)
-            qFatal("cannot move the clock");
-    }
-
-private:
-    const Folder m_folder;
-};
-
-double skewOf(NodeProcess &node, const QString &host)
-{
-    const QJsonArray hosts = at(node.report(), "hosts").toArray();
-    for (const auto &each : hosts) {
-        if (at(each, "name").toString() == host)
-            return at(each, "skew ms").toDouble();
-    }
-    return 0;
-}
-
 } // namespace
 
-/// Processes that stop where they are, clocks that are wrong, networks in pieces, and more calls than can be answered.
+/// Processes that stop where they are, networks in pieces, and more calls than can be answered.
 class tst_NatsChaos : public TestCase
 {
     Q_OBJECT
@@ -60,9 +25,6 @@ private Q_SLOTS:
     void callsThatTimedOutAreNotRunWhenTheProviderGoesOn();
     void callsGoOnWhenTheBrokerGoesOn();
     void whenTheBrokerHangsCallsAndTheEndAreInTime();
-    void clocksMayDiffer_data();
-    void clocksMayDiffer();
-    void aClockMayMove();
     void aPartitionIsWaitedForAndMended();
     void overloadIsRefusedAndNobodyIsSlow();
     void hostsComeAndGo();
@@ -142,7 +104,7 @@ void tst_NatsChaos::callsGoOnWhenTheBrokerGoesOn()
 void tst_NatsChaos::whenTheBrokerHangsCallsAndTheEndAreInTime()
 {
     constexpr int Timeout = 500;
-    constexpr int Later = 1500;
+    constexpr int Later = 4000; // it takes some of that to write nine megabytes as JSON
     Broker broker;
     QVERIFY(broker.start());
     NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly(Timeout)));
@@ -195,58 +157,6 @@ void tst_NatsChaos::whenTheBrokerHangsCallsAndTheEndAreInTime()
     QVERIFY2(others >= 0 && others < 3000, qPrintable(QString::number(others)));
     for (NodeProcess *each : {&caller, &provider})
         QVERIFY2(!each->hasLogged(QStringLiteral("stays in memory")), qPrintable(each->log().join(QLatin1Char('\n'))));
-}
-
-void tst_NatsChaos::clocksMayDiffer_data()
-{
-    QTest::addColumn<int>("seconds");
-    QTest::newRow("an hour ahead") << 3600;
-    QTest::newRow("an hour behind") << -3600;
-    QTest::newRow("two seconds ahead") << 2;
-}
-
-void tst_NatsChaos::clocksMayDiffer()
-{
-    QFETCH(int, seconds);
-    Broker broker;
-    QVERIFY(broker.start());
-    NodeProcess right(QStringLiteral("right"), sectionFor(broker.url(), shortly(5000)));
-    NodeProcess wrong(QStringLiteral("wrong"), sectionFor(broker.url(), shortly(5000)));
-    right.setMask(0xff & ~8);
-    const Clock clock(&wrong);
-    clock.move(seconds);
-    QVERIFY(right.startConnected());
-    QVERIFY(wrong.startConnected());
-    QVERIFY(right.bind(QStringLiteral("//right")));
-    QVERIFY(wrong.bind(QStringLiteral("//wrong")));
-    for (int i = 0; i < 5; ++i) {
-        QCOMPARE(right.code(QStringLiteral("//wrong")), 200);
-        QCOMPARE(wrong.code(QStringLiteral("//right")), 200);
-    }
-    const double skew = skewOf(right, QStringLiteral("wrong"));
-    QVERIFY2(qAbs(skew - seconds * 1000.0) < 900, qPrintable(QString::number(skew)));
-    QVERIFY2(right.log().filter(QStringLiteral("clock")).filter(QStringLiteral("wrong")).size() == 1,
-             qPrintable(right.log().join(QLatin1Char('\n')))); // said, once
-}
-
-void tst_NatsChaos::aClockMayMove()
-{
-    Broker broker;
-    QVERIFY(broker.start());
-    NodeProcess right(QStringLiteral("right"), sectionFor(broker.url(), shortly(5000)));
-    NodeProcess wrong(QStringLiteral("wrong"), sectionFor(broker.url(), shortly(5000)));
-    const Clock clock(&wrong);
-    QVERIFY(right.startConnected());
-    QVERIFY(wrong.startConnected());
-    QVERIFY(right.bind(QStringLiteral("//right")));
-    QVERIFY(wrong.bind(QStringLiteral("//wrong")));
-    for (int seconds : {0, 3600, -3600, 0}) {
-        clock.move(seconds);
-        for (int i = 0; i < 3; ++i) {
-            QCOMPARE(right.code(QStringLiteral("//wrong")), 200);
-            QCOMPARE(wrong.code(QStringLiteral("//right")), 200);
-        }
-    }
 }
 
 void tst_NatsChaos::aPartitionIsWaitedForAndMended()
