@@ -6,6 +6,12 @@
 #include "testcase.h"
 
 #include <QDateTime>
+#include <QFileInfo>
+
+#include <zdbuslayer.h>
+#include <zdefaultdbus.h>
+#include <zhost.h>
+#include <zwiring.h>
 
 #include <memory>
 
@@ -16,6 +22,32 @@ const QByteArray Call = "z1.default.call.w._"; // where it is called
 const QString Lease = QStringLiteral("lease");
 
 QString letters(int count, QChar letter = QLatin1Char('u')) { return QString(count, letter); }
+
+/// A bus over one that is not there.
+class Astray : public QObject, public ZDbus, public ZDbusLayer
+{
+    Q_OBJECT
+    Q_INTERFACES(ZDbus ZDbusLayer)
+    Q_PROPERTY(ZEmitter *zEmitter READ getSetZEmitter WRITE getSetZEmitter)
+
+public:
+    ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr) { return zAnnounce<ZDbusDelegate>(this, emitter); }
+
+    bool bind0(const QUrl &url, QWeakPointer<ZDbusSubscriber>) override
+    {
+        bound << url;
+        return true;
+    }
+    bool find0(const QUrl &) override { return false; }
+    QList<QUrl> findAll0(const QRegularExpression &) override { return {}; }
+    bool invoke0(const QUrl &url, QJsonObject *, QJsonObject *) override { return url == QUrl(Url); }
+
+    QString layer0() override { return QStringLiteral("astray"); }
+    bool next0(QSharedPointer<ZReference> &) override { return true; }
+    bool setNext0(const QSharedPointer<ZReference> &) override { return false; }
+
+    QList<QUrl> bound;
+};
 
 } // namespace
 
@@ -43,6 +75,7 @@ private Q_SLOTS:
     void aSectionMustBeAnObject_data();
     void aSectionMustBeAnObject();
     void passwordsInUrlsAreNotTold();
+    void aBusThatLeadsNowhereIsLeftAlone();
 
 private:
     /// Calls "//slow" of the far one, whose calls end as the gate opens.
@@ -324,6 +357,19 @@ void tst_NatsStrangers::passwordsInUrlsAreNotTold()
         QVERIFY2(!m_near->hasLogged(QStringLiteral("hush")), qPrintable(m_near->log().join(QLatin1Char('\n'))));
         m_near->takeLog();
     }
+}
+
+void tst_NatsStrangers::aBusThatLeadsNowhereIsLeftAlone()
+{
+    const QJsonObject loader{{QStringLiteral("deployed"), QFileInfo(QStringLiteral(ZNATS)).path()},
+                             {QStringLiteral("load-list"), QJsonArray{QStringLiteral("znats")}}};
+    auto *const astray = new Astray;
+    ZHost host({{QStringLiteral("loader"), loader}, {QStringLiteral("nats"), sectionFor(m_broker->url())}}, {astray});
+    host.begin();
+    QCOMPARE(messages().take(QtWarningMsg),
+             QStringList({"nats: the layers of the bus lead nowhere", "nats: the bus stays within this process"}));
+    QVERIFY(!astray->bound.contains(QUrl(QStringLiteral("//nats"))));
+    QVERIFY(host.services().dbus->invoke0(QUrl(Url), nullptr, nullptr));
 }
 
 QTEST_GUILESS_MAIN(tst_NatsStrangers)

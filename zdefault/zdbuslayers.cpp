@@ -16,16 +16,18 @@ bool ZDbusLayerDelegate::setNext0(const QSharedPointer<ZReference> &next)
     return call(&ZDbusLayer::setNext0, false, next);
 }
 
-QSharedPointer<ZReference> zBottomBus(ZDbus *bus)
+QVector<QSharedPointer<ZReference>> zDbusLayers(ZDbus *bus)
 {
+    QVector<QSharedPointer<ZReference>> layers;
     auto *const delegate = dynamic_cast<ZDelegate *>(bus);
     QSharedPointer<ZReference> reference = delegate ? *delegate : QSharedPointer<ZReference>();
-    for (int i = 0; i <= MostLayers && reference && !reference->isNull(); ++i) {
+    while (layers.size() <= MostLayers && reference && !reference->isNull()) {
+        layers.append(reference);
         ZDbusLayerDelegate layer(nullptr);
         layer.replace(reference);
         QSharedPointer<ZReference> next;
         if (!layer.next0(next)) // it is no layer
-            return reference;
+            return layers;
         reference = std::move(next);
     }
     return {};

@@ -6,6 +6,8 @@
 #include "zdelegateof.h"
 #include "zglobal.h"
 
+#include <QVector>
+
 /// The delegate of a `ZDbusLayer`. Otherwise as `ZDelegate`.
 class ZDEFAULT_EXPORT ZDbusLayerDelegate : public ZDelegateOf<ZDbusLayer>
 {
@@ -17,6 +19,7 @@ public:
     bool setNext0(const QSharedPointer<ZReference> &next) override;
 };
 
-/// The bus that lies under all layers of `bus`, which must be a delegate. Null if it is none, if nobody serves it, or
-/// if the layers lead nowhere: to nothing, or in a circle. On any thread.
-ZDEFAULT_EXPORT QSharedPointer<ZReference> zBottomBus(ZDbus *bus);
+/// The layers of `bus`, which must be a delegate, from the top down; the last of them is the bus below them all, which
+/// is no layer. Empty if `bus` is no delegate, if nobody serves it, or if the layers lead nowhere: to nothing, or in a
+/// circle. On any thread.
+ZDEFAULT_EXPORT QVector<QSharedPointer<ZReference>> zDbusLayers(ZDbus *bus);

@@ -10,7 +10,11 @@ namespace {
 class Bottom : public ZDbusDelegate
 {
 public:
-    explicit Bottom(ZDbus *bus) : ZDbusDelegate(QSharedPointer<QObject>()) { replace(zBottomBus(bus)); }
+    explicit Bottom(ZDbus *bus) : ZDbusDelegate(QSharedPointer<QObject>())
+    {
+        const QVector<QSharedPointer<ZReference>> layers = zDbusLayers(bus);
+        replace(layers.value(layers.size() - 1));
+    }
 };
 
 } // namespace

@@ -18,7 +18,6 @@ namespace {
 
 constexpr int SweepMs = 5000; // for endpoints that do not tell when they die
 constexpr int BindMs = 200;   // for the broker to hear of an endpoint, until its binder goes on
-constexpr int MostLayers = 64;
 
 const QString layerName = QStringLiteral("nats");
 const QString section = QStringLiteral("nats");
@@ -75,28 +74,16 @@ bool tellOfAll(QJsonObject *outcome, Failure failure)
 struct NatsBus::Place
 {
     QSharedPointer<ZReference> above; // that lies over us; null if none does
-    QSharedPointer<ZReference> below;
+    QSharedPointer<ZReference> below; // null if the layers lead nowhere
 
     static Place in(ZDbus *bus)
     {
-        auto *const delegate = dynamic_cast<ZDelegate *>(bus);
-        Place found;
-        found.below = delegate ? *delegate : QSharedPointer<ZReference>();
-        const QSharedPointer<ZReference> top = found.below;
-        QSharedPointer<ZReference> above;
-        QSharedPointer<ZReference> layer = top;
-        for (int i = 0; layer && i < MostLayers; ++i) {
-            Behind<ZDbusLayerDelegate> each(layer);
-            QSharedPointer<ZReference> next;
-            const bool isLayer = each.next0(next);
-            if (isLayer && each.layer0() == layerName) // the version before
-                return {above, next};
-            if (!isLayer)
-                break;
-            above = layer;
-            layer = next;
+        const QVector<QSharedPointer<ZReference>> layers = zDbusLayers(bus);
+        for (int i = 0; i + 1 < layers.size(); ++i) {
+            if (Behind<ZDbusLayerDelegate>(layers.at(i)).layer0() == layerName) // the version before
+                return {layers.value(i - 1), layers.at(i + 1)};
         }
-        return found;
+        return {{}, layers.value(0)};
     }
 };
 
@@ -135,6 +122,9 @@ bool NatsBus::start(ZEmitter &emitter)
         problems.append(QStringLiteral("nats: must be an object"));
     const NatsSettings settings = NatsSettings::read(configuration.value(section).toObject(), &problems);
     problems += settings.fileProblems();
+    const Place place = Place::in(m_dbus);
+    if (!place.below)
+        problems.append(QStringLiteral("nats: the layers of the bus lead nowhere"));
     for (const QString &problem : qAsConst(problems))
         log.warnOf(problem);
     if (!problems.isEmpty()) {
@@ -143,7 +133,6 @@ bool NatsBus::start(ZEmitter &emitter)
     }
     pinClientLibrary();
     thisProcess();
-    const Place place = Place::in(m_dbus);
     m_engine = std::make_shared<Engine>(settings, log);
     m_engine->setBelow(place.below);
     QJsonObject before;

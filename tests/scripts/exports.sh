@@ -14,7 +14,7 @@ classes=(
     ZThreadPoolSetDelegate
 )
 functions=(
-    zBottomBus zDefaultConfigTypeName zDefaultContextTypeName zDefaultDbusAsyncTypeName zDefaultDbusOutcomeTypeName
+    zDbusLayers zDefaultConfigTypeName zDefaultContextTypeName zDefaultDbusAsyncTypeName zDefaultDbusOutcomeTypeName
     zDefaultDbusTypeName zDefaultEmitterTypeName zDefaultJobPoolSetTypeName zDefaultLoaderTypeName
     zDefaultLoggerTypeName zDefaultSchedulerTypeName zDefaultTempFileTypeName zDefaultThreadPoolSetTypeName
     zLoadingHere zTellLoads
@@ -25,7 +25,7 @@ exported() {
     # standard library's.
     nm -D --defined-only --demangle "$1" | cut -d' ' -f3- | grep -v -e '^__' -e '^_init$' -e '^_fini$' |
         sed -E 's/^(vtable for|typeinfo for|typeinfo name for|VTT for|(non-)?virtual thunk to) //; s/^guard variable for //' |
-        sed -E 's/^(zDefault[A-Za-z]+|zBottomBus|zLoadingHere|zTellLoads)\(.*\)$/\1/; s/^([A-Za-z_]+)::.*/\1/' | grep -v -e '^Q' -e '^std$' -e '^void ' | sort -u
+        sed -E 's/^(zDefault[A-Za-z]+|zDbusLayers|zLoadingHere|zTellLoads)\(.*\)$/\1/; s/^([A-Za-z_]+)::.*/\1/' | grep -v -e '^Q' -e '^std$' -e '^void ' | sort -u
 }
 
 diff <(printf '%s\n' "${classes[@]}" "${functions[@]}" | sort -u) <(exported "$1")
