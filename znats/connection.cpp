@@ -16,6 +16,8 @@ constexpr int AgainMs = 500;  // until another link is tried
 constexpr int SpreadMs = 200; // until the brokers of a cluster know of a new link
 constexpr int MoveMs = 2000;  // for what is on its way over the link before
 constexpr int FlushMs = 500;
+constexpr int DoubtMs =
+    1000; // in which the client library tells that a connection is lost by which nothing can be sent
 
 /// What the broker has denied: it says, with more words, publish to "this", or subscription to "this".
 QByteArray deniedSubject(const QString &text) { return text.section(QLatin1Char('"'), 1, 1).toUtf8(); }
@@ -104,29 +106,38 @@ void Connection::flush(int msecs)
 natsStatus Connection::send(natsMsg *message, int *number)
 {
     std::shared_ptr<Link> link;
+    int connections = 0;
     {
         const QMutexLocker locker(&m_mutex);
         // A client that is not connected would keep the message, and send it when nobody waits for its answer any more.
-        if (!m_isConnected)
+        if (!isUsable())
             return NATS_CONNECTION_DISCONNECTED;
         link = m_link;
+        connections = m_connections;
         if (number)
             *number = m_number;
     }
-    return natsConnection_PublishMsg(link->handle(), message);
+    const natsStatus status = natsConnection_PublishMsg(link->handle(), message);
+    if (status == NATS_IO_ERROR)
+        noteBroken(connections);
+    return status;
 }
 
 bool Connection::waitConnected(const QDeadlineTimer &deadline, int patienceMs)
 {
     QMutexLocker locker(&m_mutex);
-    while (!m_isConnected && !m_isEnding && m_lost.isValid()) {
+    while (!isUsable() && !m_isEnding && m_lost.isValid()) {
         const qint64 left = std::min(deadline.remainingTime(), patienceMs - m_lost.elapsed());
         if (left <= 0)
             break;
-        m_changed.wait(&m_mutex, static_cast<unsigned long>(left));
+        const qint64 doubtMs = m_doubt.remainingTime();
+        m_changed.wait(&m_mutex, static_cast<unsigned long>(doubtMs > 0 ? std::min(left, doubtMs) : left));
     }
-    return m_isConnected;
+    return isUsable();
 }
+
+/// With the mutex.
+bool Connection::isUsable() const { return m_isConnected && m_doubt.hasExpired(); }
 
 bool Connection::isConnected() const
 {
@@ -250,6 +261,7 @@ bool Connection::moveTo(const std::shared_ptr<Link> &link, int number)
             before = std::exchange(m_link, link);
             m_number = number;
             m_isConnected = true;
+            m_doubt = {};
             m_changed.wakeAll();
         }
     }
@@ -332,6 +344,7 @@ void Connection::noteConnected(int number)
         const QMutexLocker locker(&m_mutex);
         if (number == m_number) {
             m_isConnected = !m_isEnding;
+            m_doubt = {};
             m_isAnotherWanted = false; // by itself, it has found a broker that stays
         }
         m_error.clear();
@@ -358,6 +371,16 @@ void Connection::noteLost(int number)
     m_watcher.lost(number);
     if (isNews)
         m_log.info(QStringLiteral("the connection is lost"));
+}
+
+/// Nothing can be sent any more, but nobody has told so yet. `connections` is how many there had been until then.
+void Connection::noteBroken(int connections)
+{
+    const QMutexLocker locker(&m_mutex);
+    if (connections != m_connections || !m_isConnected)
+        return;
+    m_doubt.setRemainingTime(DoubtMs);
+    m_lost.start();
 }
 
 void Connection::noteFailed(int number, natsStatus status, const QString &text)

@@ -78,6 +78,8 @@ private:
     Link::Events eventsOf(int number);
     void noteConnected(int number);
     void noteLost(int number);
+    void noteBroken(int connections);
+    bool isUsable() const;
     void noteFailed(int number, natsStatus status, const QString &text);
     void wantAnother(int number);
 
@@ -97,6 +99,7 @@ private:
     bool m_isReady = false;  // all is listened to, for the first time
     bool m_isAllLeft = true; // no link was left behind that may still call
     QElapsedTimer m_lost;    // when the last connection was
+    QDeadlineTimer m_doubt;  // until then it is not used, though nobody has told that it is lost
     int m_connections = 0;
     QString m_error;
     QDateTime m_since;

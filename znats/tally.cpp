@@ -8,13 +8,13 @@
 
 namespace {
 
-constexpr int MostTimes = 1000;
+constexpr std::size_t MostTimes = 1000;
 
 qint64 nowNsecs() { return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
-double quantile(const QVector<qint64> &sorted, int percent)
+double quantile(const std::vector<qint64> &sorted, std::size_t percent)
 {
-    return double(sorted.at((sorted.size() - 1) * percent / 100)) / 1e6;
+    return double(sorted[(sorted.size() - 1) * percent / 100]) / 1e6;
 }
 
 } // namespace
@@ -31,7 +31,7 @@ void Tally::Call::end(const Failure &failure) { m_failure = failure; }
 
 QJsonObject Tally::describe() const
 {
-    QVector<qint64> times;
+    std::vector<qint64> times;
     QJsonObject result;
     {
         const QMutexLocker locker(&m_mutex);
@@ -41,7 +41,7 @@ QJsonObject Tally::describe() const
                   {QStringLiteral("under way"), m_underWay}};
     }
     std::sort(times.begin(), times.end());
-    if (!times.isEmpty()) {
+    if (!times.empty()) {
         result.insert(QStringLiteral("p50 ms"), quantile(times, 50));
         result.insert(QStringLiteral("p99 ms"), quantile(times, 99));
     }
@@ -79,7 +79,7 @@ void Tally::note(qint64 nsecs, const Failure &failure)
         ++m_reasons[failure.reason];
     }
     if (m_times.size() < MostTimes) {
-        m_times.append(nsecs);
+        m_times.push_back(nsecs);
     } else {
         m_times[m_next] = nsecs;
         m_next = (m_next + 1) % MostTimes;

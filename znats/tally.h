@@ -6,7 +6,8 @@
 #include <QJsonObject>
 #include <QMap>
 #include <QMutex>
-#include <QVector>
+
+#include <vector>
 
 /**
  * Counts calls that come or go, and how long they take.
@@ -47,6 +48,6 @@ private:
     quint64 m_failures = 0;
     int m_underWay = 0;
     QMap<QString, quint64> m_reasons;
-    QVector<qint64> m_times; // the last ones, in no order
-    int m_next = 0;
+    std::vector<qint64> m_times; // the last ones, in no order
+    std::size_t m_next = 0;
 };

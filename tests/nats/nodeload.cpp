@@ -72,7 +72,7 @@ void NodeLoad::note(const QString &id, const QJsonObject &outcome, qint64 began,
     failure.insert(QStringLiteral("id"), id);
     failure.insert(QStringLiteral("at"), began);
     failure.insert(QStringLiteral("ms"), nsecs / 1000000);
-    m_failed.append(failure);
+    m_failed.push_back(failure);
 }
 
 QJsonObject NodeLoad::report() const
@@ -83,12 +83,15 @@ QJsonObject NodeLoad::report() const
     const auto quantile = [&](std::size_t percent) {
         return times.empty() ? 0 : times[(times.size() - 1) * percent / 100];
     };
+    QJsonArray failed;
+    for (const QJsonObject &failure : m_failed)
+        failed.append(failure);
     return {{QStringLiteral("handled"), m_handled.load()},
             {QStringLiteral("wrong"), m_wrong.load()},
             {QStringLiteral("most"), *std::max_element(m_failures.begin(), m_failures.end())},
             {QStringLiteral("p50"), quantile(50)},
             {QStringLiteral("p99"), quantile(99)},
             {QStringLiteral("max"), quantile(100)},
-            {QStringLiteral("failed"), m_failed},
+            {QStringLiteral("failed"), failed},
             {QStringLiteral("handled-at"), m_recovered}};
 }

@@ -44,7 +44,7 @@ private:
     std::atomic_bool m_isOver{false};
     std::atomic<qint64> m_handled{0}, m_wrong{0};
     mutable QMutex m_mutex; // guards what follows
-    QJsonArray m_failed;
+    std::vector<QJsonObject> m_failed;
     std::vector<int> m_failures; // of each caller
     std::vector<qint64> m_times;
     qint64 m_recovered = 0;
