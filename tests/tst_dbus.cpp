@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "elsewhere.h"
 #include "journal.h"
 #include "testcase.h"
 
@@ -96,24 +97,6 @@ QStringList lines(Journal &journal)
     return journal.take().replaceInStrings(QRegularExpression(QStringLiteral("^zdefault (\\d+):")),
                                            QStringLiteral("\\1"));
 }
-
-/// Work on another thread. One that hangs is left alone, so that the failure is reported.
-class Elsewhere
-{
-public:
-    explicit Elsewhere(std::function<void()> work) : m_thread(QThread::create(std::move(work))) { m_thread->start(); }
-    ~Elsewhere()
-    {
-        if (ended(TimeToGoWrong))
-            delete m_thread;
-    }
-
-    bool ended(int time = LongTime) const { return m_thread->wait(QDeadlineTimer(time)); }
-
-private:
-    Q_DISABLE_COPY(Elsewhere)
-    QThread *const m_thread;
-};
 
 using Operation = void (*)(ZDbus &bus);
 

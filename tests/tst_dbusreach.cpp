@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "elsewhere.h"
 #include "journal.h"
 #include "testcase.h"
 
@@ -100,24 +101,6 @@ public:
     bool invoke0(const QUrl &, QJsonObject *, QJsonObject *) override { return ++m_calls; }
 
     int m_calls = 0;
-};
-
-/// Work on another thread. One that hangs is left alone, so that the failure is reported.
-class Elsewhere
-{
-public:
-    explicit Elsewhere(std::function<void()> work) : m_thread(QThread::create(std::move(work))) { m_thread->start(); }
-    ~Elsewhere()
-    {
-        if (ended(TimeToGoWrong))
-            delete m_thread;
-    }
-
-    bool ended(int time = LongTime) const { return m_thread->wait(QDeadlineTimer(time)); }
-
-private:
-    Q_DISABLE_COPY(Elsewhere)
-    QThread *const m_thread;
 };
 
 } // namespace

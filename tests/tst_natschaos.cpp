@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "broker.h"
 #include "journalfile.h"
-#include "nodeprocess.h"
+#include "pair.h"
 #include "proxy.h"
 #include "testcase.h"
 
@@ -34,17 +33,13 @@ private Q_SLOTS:
 
 void tst_NatsChaos::callsThatTimedOutAreNotRunWhenTheProviderGoesOn()
 {
-    Broker broker;
-    QVERIFY(broker.start());
     const JournalFile journal;
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly()));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url, journal.option()));
-    QVERIFY(caller.handles(Url));
-    const int before = provider.calls(Url);
-    provider.signal(SIGSTOP);
+    Pair pair(shortly());
+    QVERIFY(pair.start());
+    QVERIFY(pair.provider.bind(Url, journal.option()));
+    QVERIFY(pair.caller.handles(Url));
+    const int before = pair.provider.calls(Url);
+    pair.provider.signal(SIGSTOP);
     QElapsedTimer stopped;
     stopped.start();
     QStringList timedOut;
@@ -52,52 +47,48 @@ void tst_NatsChaos::callsThatTimedOutAreNotRunWhenTheProviderGoesOn()
         QList<int> ids;
         for (int i = 0; i < 4; ++i) {
             timedOut << QStringLiteral("late-%1").arg(timedOut.size());
-            ids << caller.begin(QStringLiteral("outcome"),
-                                {{QStringLiteral("url"), Url},
-                                 {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), timedOut.last()}}}});
+            ids << pair.caller.begin(QStringLiteral("outcome"),
+                                     {{QStringLiteral("url"), Url},
+                                      {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), timedOut.last()}}}});
         }
         for (int id : qAsConst(ids)) {
-            const QJsonObject answer = caller.answer(id);
+            const QJsonObject answer = pair.caller.answer(id);
             QCOMPARE(at(answer, "outcome", "code").toInt(), 504);
             QVERIFY(at(answer, "ms").toInt() >= 450);
         }
     }
-    provider.signal(SIGCONT);
-    const QJsonObject answer = caller.call(Url, {{QStringLiteral("id"), QStringLiteral("in time")}});
+    pair.provider.signal(SIGCONT);
+    const QJsonObject answer = pair.caller.call(Url, {{QStringLiteral("id"), QStringLiteral("in time")}});
     QVERIFY2(at(answer, "handled").toBool(), qPrintable(at(answer, "outcome", "reason").toString()));
     QCOMPARE(journal.lines(), QStringList{QStringLiteral("in time")});
-    QCOMPARE(provider.calls(Url), before + 1);
+    QCOMPARE(pair.provider.calls(Url), before + 1);
     // They were all there.
-    QTRY_COMPARE(at(provider.report(), "calls", "in", "failed").toInt(), timedOut.size());
+    QTRY_COMPARE(at(pair.provider.report(), "calls", "in", "failed").toInt(), timedOut.size());
 }
 
 void tst_NatsChaos::callsGoOnWhenTheBrokerGoesOn()
 {
-    Broker broker;
-    QVERIFY(broker.start());
     const JournalFile journal;
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly()));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url, journal.option()));
-    QVERIFY(caller.handles(Url));
-    broker.stop();
+    Pair pair(shortly());
+    QVERIFY(pair.start());
+    QVERIFY(pair.provider.bind(Url, journal.option()));
+    QVERIFY(pair.caller.handles(Url));
+    pair.broker.stop();
     QElapsedTimer stopped;
     stopped.start();
     while (stopped.elapsed() < 3000) {
-        const QJsonObject answer = caller.call(Url, {{QStringLiteral("id"), QStringLiteral("late")}});
+        const QJsonObject answer = pair.caller.call(Url, {{QStringLiteral("id"), QStringLiteral("late")}});
         QVERIFY(!at(answer, "handled").toBool());
         QVERIFY(at(answer, "ms").toInt() < 2000);
     }
-    QVERIFY(provider.handles(Url)); // in its own process
-    broker.resume();
-    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 20000);
+    QVERIFY(pair.provider.handles(Url)); // in its own process
+    pair.broker.resume();
+    QTRY_VERIFY_WITH_TIMEOUT(pair.caller.handles(Url), 20000);
     QCOMPARE(journal.lines(), QStringList());
-    broker.stop(); // and who ends meanwhile does so in time
-    const qint64 took = provider.quit();
+    pair.broker.stop(); // and who ends meanwhile does so in time
+    const qint64 took = pair.provider.quit();
     QVERIFY2(took >= 0 && took < 5000, qPrintable(QString::number(took)));
-    broker.resume();
+    pair.broker.resume();
 }
 
 /// Also those whose requests do not fit into the socket any more.
@@ -105,62 +96,58 @@ void tst_NatsChaos::whenTheBrokerHangsCallsAndTheEndAreInTime()
 {
     constexpr int Timeout = 500;
     constexpr int Later = 4000; // it takes some of that to write nine megabytes as JSON
-    Broker broker;
-    QVERIFY(broker.start());
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly(Timeout)));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url));
-    QVERIFY(caller.handles(Url));
-    broker.stop();
+    Pair pair(shortly(Timeout));
+    QVERIFY(pair.start());
+    QVERIFY(pair.provider.bind(Url));
+    QVERIFY(pair.caller.handles(Url));
+    pair.broker.stop();
     for (int round = 0; round < 3; ++round) {
         QList<int> ids;
         for (int i = 0; i < 12; ++i) {
             QJsonObject question{{QStringLiteral("url"), Url}, {QStringLiteral("out"), QJsonObject()}};
             if (i < 9) // the others have little to say, but wait for them
                 question.insert(QStringLiteral("bytes"), 1000000);
-            ids << caller.begin(QStringLiteral("outcome"), question);
+            ids << pair.caller.begin(QStringLiteral("outcome"), question);
         }
-        ids << caller.begin(QStringLiteral("find"), {{QStringLiteral("url"), Url}});
-        ids << caller.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), QStringLiteral("//nats/hosts")},
-                                                        {QStringLiteral("out"), QJsonObject()}});
+        ids << pair.caller.begin(QStringLiteral("find"), {{QStringLiteral("url"), Url}});
+        ids << pair.caller.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), QStringLiteral("//nats/hosts")},
+                                                             {QStringLiteral("out"), QJsonObject()}});
         for (int id : qAsConst(ids)) {
-            const QJsonObject answer = caller.answer(id, 30000);
+            const QJsonObject answer = pair.caller.answer(id, 30000);
             const int took = at(answer, "ms").toInt(-1);
             QVERIFY2(took >= 0 && took < Timeout + Later,
                      qPrintable(QStringLiteral("%1: %2").arg(id - ids.constFirst()).arg(took)));
         }
-        QVERIFY(caller.loopDelay() < 1000);
+        QVERIFY(pair.caller.loopDelay() < 1000);
     }
     QElapsedTimer timer;
     timer.start();
-    caller.report();
+    pair.caller.report();
     QVERIFY(timer.elapsed() < 2000);
-    caller.ask(
+    pair.caller.ask(
         QStringLiteral("load"),
         {{QStringLiteral("url"), Url}, {QStringLiteral("threads"), 6}, {QStringLiteral("bytes"), 1000000}, {Key, Key}});
     QTest::qWait(1000); // it is in the middle of them
-    const int under = at(caller.report(), "calls", "out", "under way").toInt();
+    const int under = at(pair.caller.report(), "calls", "out", "under way").toInt();
     QVERIFY(under > 0);
-    broker.resume();
-    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 20000);
-    QVERIFY(caller.ask(QStringLiteral("unload"), {{Key, Key}}).size() > 0);
+    pair.broker.resume();
+    QTRY_VERIFY_WITH_TIMEOUT(pair.caller.handles(Url), 20000);
+    QVERIFY(pair.caller.ask(QStringLiteral("unload"), {{Key, Key}}).size() > 0);
     // And who ends, once more while it hangs.
-    broker.stop();
+    pair.broker.stop();
     QList<int> ids;
     for (int i = 0; i < 9; ++i)
-        ids << caller.begin(QStringLiteral("outcome"),
-                            {{QStringLiteral("url"), Url}, {QStringLiteral("bytes"), 1000000}});
+        ids << pair.caller.begin(QStringLiteral("outcome"),
+                                 {{QStringLiteral("url"), Url}, {QStringLiteral("bytes"), 1000000}});
     for (int id : qAsConst(ids))
-        QVERIFY(!at(caller.answer(id), "handled").toBool());
+        QVERIFY(!at(pair.caller.answer(id), "handled").toBool());
     for (int i = 0; i < 3; ++i)
-        caller.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), Url}});
-    const qint64 took = caller.quit();
+        pair.caller.begin(QStringLiteral("outcome"), {{QStringLiteral("url"), Url}});
+    const qint64 took = pair.caller.quit();
     QVERIFY2(took >= 0 && took < 3000, qPrintable(QString::number(took)));
-    const qint64 others = provider.quit();
+    const qint64 others = pair.provider.quit();
     QVERIFY2(others >= 0 && others < 3000, qPrintable(QString::number(others)));
-    for (NodeProcess *each : {&caller, &provider})
+    for (NodeProcess *each : {&pair.caller, &pair.provider})
         QVERIFY2(!each->hasLogged(QStringLiteral("stays in memory")), qPrintable(each->log().join(QLatin1Char('\n'))));
 }
 
@@ -189,34 +176,29 @@ void tst_NatsChaos::aPartitionIsWaitedForAndMended()
 
 void tst_NatsChaos::overloadIsRefusedAndNobodyIsSlow()
 {
-    Broker broker;
-    QVERIFY(broker.start());
     const JournalFile journal;
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), shortly(3000)));
-    NodeProcess provider(QStringLiteral("provider"),
-                         sectionFor(broker.url(), {{QStringLiteral("workers"), 2}, {QStringLiteral("queue"), 8}}));
-    caller.setMask(0); // it fails by the thousand
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
+    Pair pair(shortly(3000), {{QStringLiteral("workers"), 2}, {QStringLiteral("queue"), 8}});
+    pair.caller.setMask(0); // it fails by the thousand
+    QVERIFY(pair.start());
     QJsonObject options = journal.option();
     options.insert(QStringLiteral("kind"), QStringLiteral("slow"));
-    options.insert(QStringLiteral("ms"), 100);
-    QVERIFY(provider.bind(Url, options));
-    caller.ask(
+    options.insert(QStringLiteral("ms"), 50);
+    QVERIFY(pair.provider.bind(Url, options));
+    pair.caller.ask(
         QStringLiteral("load"),
         {{QStringLiteral("url"), Url}, {QStringLiteral("threads"), 32}, {QStringLiteral("pause"), 2}, {Key, Url}});
-    QTRY_VERIFY_WITH_TIMEOUT(at(caller.ask(QStringLiteral("report"), {{Key, Url}}), "failed").toArray().size() > 30,
-                             60000);
-    QVERIFY(at(provider.report(), "queue", "running").toInt() <= 2);
-    const QJsonObject report = caller.ask(QStringLiteral("unload"), {{Key, Url}});
+    QTRY_VERIFY_WITH_TIMEOUT(
+        at(pair.caller.ask(QStringLiteral("report"), {{Key, Url}}), "failed").toArray().size() > 30, 60000);
+    QVERIFY(at(pair.provider.report(), "queue", "running").toInt() <= 2);
+    const QJsonObject report = pair.caller.ask(QStringLiteral("unload"), {{Key, Url}});
     QVERIFY(at(report, "handled").toInt() > 0);
     const QJsonArray failed = at(report, "failed").toArray();
     for (const auto &failure : failed)
         QCOMPARE(at(failure, "reason").toString(), QStringLiteral("busy"));
     QCOMPARE(journal.twice(), QStringList());
     QCOMPARE(journal.size(), at(report, "handled").toInt());
-    QVERIFY2(!broker.log().contains(QLatin1String("Slow Consumer")), qPrintable(broker.log()));
-    QVERIFY(at(caller.call(Url), "handled").toBool()); // it is itself again
+    QVERIFY2(!pair.broker.log().contains(QLatin1String("Slow Consumer")), qPrintable(pair.broker.log()));
+    QVERIFY(at(pair.caller.call(Url), "handled").toBool()); // it is itself again
 }
 
 /// In short; NATS_CYCLES says how often.

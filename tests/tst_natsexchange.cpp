@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "broker.h"
 #include "journalfile.h"
-#include "nodeprocess.h"
+#include "pair.h"
 #include "testcase.h"
 
 #include <QDateTime>
@@ -30,6 +29,14 @@ QJsonArray failed(const QJsonObject &report) { return at(report, "failed").toArr
 
 QString told(const QJsonObject &report) { return QString::fromUtf8(QJsonDocument(report).toJson().left(4000)); }
 
+QJsonObject sectionOf(const std::vector<std::unique_ptr<Broker>> &brokers)
+{
+    QJsonArray servers;
+    for (const auto &broker : brokers)
+        servers.append(broker->url());
+    return sectionFor(brokers.front()->url(), {{QStringLiteral("servers"), servers}});
+}
+
 } // namespace
 
 /// Calls under load, while parts of the way are exchanged, stopped, or killed.
@@ -52,6 +59,8 @@ private Q_SLOTS:
     void theBrokerIsKilledAndComesBack();
 
 private:
+    /// Has one call the other.
+    void begin(NodeProcess &caller, NodeProcess &provider, const JournalFile &journal);
     void startCallers(NodeProcess &caller, const QString &prefix = QStringLiteral("load"));
     QJsonObject stopCallers(NodeProcess &caller, const QString &prefix = QStringLiteral("load"));
     /// Waits until so many more calls have been handled.
@@ -61,6 +70,16 @@ private:
     template <class Condition>
     qint64 loopDelayUntil(NodeProcess &node, Condition condition);
 };
+
+void tst_NatsExchange::begin(NodeProcess &caller, NodeProcess &provider, const JournalFile &journal)
+{
+    QVERIFY(caller.startConnected());
+    QVERIFY(provider.startConnected());
+    QVERIFY(provider.bind(Url, journal.option()));
+    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 10000);
+    startCallers(caller);
+    waitForCalls(caller, 300);
+}
 
 void tst_NatsExchange::startCallers(NodeProcess &caller, const QString &prefix)
 {
@@ -94,18 +113,14 @@ qint64 tst_NatsExchange::loopDelayUntil(NodeProcess &node, Condition condition)
 
 void tst_NatsExchange::componentsAreExchangedAndNoCallIsLost()
 {
-    Broker broker;
-    QVERIFY(broker.start());
     const JournalFile journal;
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url()));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url, journal.option()));
-    provider.ask(QStringLiteral("swap"), {{QStringLiteral("ms"), 1}});
-    startCallers(caller);
-    waitForCalls(caller, 3000);
-    const QJsonObject report = stopCallers(caller);
+    Pair pair;
+    QVERIFY(pair.start());
+    QVERIFY(pair.provider.bind(Url, journal.option()));
+    pair.provider.ask(QStringLiteral("swap"), {{QStringLiteral("ms"), 1}});
+    startCallers(pair.caller);
+    waitForCalls(pair.caller, 3000);
+    const QJsonObject report = stopCallers(pair.caller);
     QVERIFY2(failed(report).isEmpty(), qPrintable(told(report)));
     QCOMPARE(at(report, "wrong").toInt(), 0);
     QCOMPARE(journal.size(), handled(report));
@@ -122,135 +137,121 @@ void tst_NatsExchange::thePluginIsExchangedAndNoCallIsLost_data()
 void tst_NatsExchange::thePluginIsExchangedAndNoCallIsLost()
 {
     QFETCH(bool, isCallers);
-    Broker broker;
-    QVERIFY(broker.start());
     const JournalFile journal;
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url()));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
-    caller.setMask(0xff & ~8);
-    provider.setMask(0xff & ~8);
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url, journal.option()));
-    startCallers(caller);
-    waitForCalls(caller, 100);
-    NodeProcess &exchanged = isCallers ? caller : provider;
+    Pair pair;
+    pair.caller.setMask(0xff & ~8);
+    pair.provider.setMask(0xff & ~8);
+    QVERIFY(pair.start());
+    QVERIFY(pair.provider.bind(Url, journal.option()));
+    startCallers(pair.caller);
+    waitForCalls(pair.caller, 100);
+    NodeProcess &exchanged = isCallers ? pair.caller : pair.provider;
     for (int version = 1; version <= 10; ++version) {
         const QString file = QStringLiteral("libznats.%1.so").arg(version);
         QVERIFY(exchanged.drop(file));
         QTRY_VERIFY_WITH_TIMEOUT(exchanged.hasMappedOnly(file), 30000);
         QTRY_VERIFY_WITH_TIMEOUT(exchanged.isConnected(), 10000);
-        waitForCalls(caller, 100);
+        waitForCalls(pair.caller, 100);
     }
-    const QJsonObject report = stopCallers(caller);
+    const QJsonObject report = stopCallers(pair.caller);
     QVERIFY2(failed(report).isEmpty(), qPrintable(told(report)));
     QCOMPARE(at(report, "wrong").toInt(), 0);
     QCOMPARE(journal.size(), handled(report));
     QCOMPARE(journal.twice(), QStringList());
-    QVERIFY(caller.quit() >= 0);
-    QVERIFY(provider.quit() >= 0);
+    QVERIFY(pair.caller.quit() >= 0);
+    QVERIFY(pair.provider.quit() >= 0);
 }
 
 void tst_NatsExchange::aVersionThatIsReplacedAnswersItsCalls()
 {
     constexpr int Lasts = 4000;
-    Broker broker;
-    QVERIFY(broker.start());
     const JournalFile journal;
     const QJsonObject patient{{QStringLiteral("timeout"), 10000}};
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), patient));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url(), patient));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
+    Pair pair(patient, patient);
+    QVERIFY(pair.start());
     QJsonObject slow = journal.option();
     slow.insert(QStringLiteral("kind"), QStringLiteral("slow"));
     slow.insert(QStringLiteral("ms"), Lasts);
-    QVERIFY(provider.bind(Url, slow));
-    QVERIFY(provider.bind(QStringLiteral("//quick")));
+    QVERIFY(pair.provider.bind(Url, slow));
+    QVERIFY(pair.provider.bind(QStringLiteral("//quick")));
     QList<int> ids;
     for (int i = 0; i < 2; ++i) {
-        ids << caller.begin(QStringLiteral("outcome"),
-                            {{QStringLiteral("url"), Url},
-                             {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), QString::number(i)}}},
-                             {QStringLiteral("out"), QJsonObject()}});
+        ids << pair.caller.begin(QStringLiteral("outcome"),
+                                 {{QStringLiteral("url"), Url},
+                                  {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), QString::number(i)}}},
+                                  {QStringLiteral("out"), QJsonObject()}});
     }
     QTRY_COMPARE(journal.size(), 2);
     QElapsedTimer sinceCalled;
     sinceCalled.start();
-    QVERIFY(provider.drop(QStringLiteral("libznats.1.so")));
-    const qint64 longest = loopDelayUntil(provider, [&] { return caller.hasAnswered(ids.constLast()); });
+    QVERIFY(pair.provider.drop(QStringLiteral("libznats.1.so")));
+    const qint64 longest = loopDelayUntil(pair.provider, [&] { return pair.caller.hasAnswered(ids.constLast()); });
     QVERIFY2(longest >= 0 && longest < 1000, qPrintable(QString::number(longest)));
     for (int id : qAsConst(ids)) {
-        const QJsonObject answer = caller.answer(id);
+        const QJsonObject answer = pair.caller.answer(id);
         QVERIFY2(at(answer, "handled").toBool(), qPrintable(at(answer, "outcome", "reason").toString()));
         QCOMPARE(at(answer, "out", "name").toString(), QStringLiteral("provider"));
         QVERIFY2(at(answer, "ms").toInt() < Lasts + 2000, qPrintable(QString::number(at(answer, "ms").toInt())));
     }
-    QTRY_VERIFY_WITH_TIMEOUT(provider.hasMappedOnly(QStringLiteral("libznats.1.so")), 10000);
-    QVERIFY(caller.handles(QStringLiteral("//quick")));
+    QTRY_VERIFY_WITH_TIMEOUT(pair.provider.hasMappedOnly(QStringLiteral("libznats.1.so")), 10000);
+    QVERIFY(pair.caller.handles(QStringLiteral("//quick")));
     QCOMPARE(journal.size(), 2);
-    QVERIFY(!provider.hasLogged(QStringLiteral("stays in memory")));
-    QVERIFY(provider.quit() >= 0);
+    QVERIFY(!pair.provider.hasLogged(QStringLiteral("stays in memory")));
+    QVERIFY(pair.provider.quit() >= 0);
 }
 
 void tst_NatsExchange::whoQuitsWithAVersionThatAnswersEndsInTime()
 {
-    Broker broker;
-    QVERIFY(broker.start());
     const JournalFile journal;
     const QJsonObject patient{{QStringLiteral("timeout"), 30000}};
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), patient));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url(), patient));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
+    Pair pair(patient, patient);
+    QVERIFY(pair.start());
     QJsonObject slow = journal.option();
     slow.insert(QStringLiteral("kind"), QStringLiteral("slow"));
     slow.insert(QStringLiteral("ms"), 20000);
-    QVERIFY(provider.bind(Url, slow));
-    const int id = caller.begin(QStringLiteral("outcome"),
-                                {{QStringLiteral("url"), Url},
-                                 {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), QStringLiteral("one")}}}});
+    QVERIFY(pair.provider.bind(Url, slow));
+    const int id =
+        pair.caller.begin(QStringLiteral("outcome"),
+                          {{QStringLiteral("url"), Url},
+                           {QStringLiteral("in"), QJsonObject{{QStringLiteral("id"), QStringLiteral("one")}}}});
     QTRY_COMPARE(journal.size(), 1);
-    QVERIFY(provider.drop(QStringLiteral("libznats.1.so")));
-    QTRY_VERIFY_WITH_TIMEOUT(provider.hasMapped(QStringLiteral("libznats.1.so")), 10000);
-    QVERIFY(loopDelayUntil(provider, [&] { return provider.isConnected(); }) < 1000);
-    QVERIFY(!caller.hasAnswered(id)); // the version before is about it
-    const qint64 took = provider.quit();
+    QVERIFY(pair.provider.drop(QStringLiteral("libznats.1.so")));
+    QTRY_VERIFY_WITH_TIMEOUT(pair.provider.hasMapped(QStringLiteral("libznats.1.so")), 10000);
+    QVERIFY(loopDelayUntil(pair.provider, [&] { return pair.provider.isConnected(); }) < 1000);
+    QVERIFY(!pair.caller.hasAnswered(id)); // the version before is about it
+    const qint64 took = pair.provider.quit();
     QVERIFY2(took >= 0 && took <= 3000, qPrintable(QString::number(took)));
-    QVERIFY(caller.quit() >= 0);
+    QVERIFY(pair.caller.quit() >= 0);
 }
 
 void tst_NatsExchange::aVersionIsReplacedWhileTheBrokerHangs()
 {
-    Broker broker;
-    QVERIFY(broker.start());
     const QJsonObject hasty{{QStringLiteral("timeout"), 1000}};
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), hasty));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url(), hasty));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url));
-    startCallers(caller);
-    waitForCalls(caller, 100);
-    broker.stop();
+    Pair pair(hasty, hasty);
+    QVERIFY(pair.start());
+    QVERIFY(pair.provider.bind(Url));
+    startCallers(pair.caller);
+    waitForCalls(pair.caller, 100);
+    pair.broker.stop();
     qint64 longest = 0;
     for (const char *file : {"libznats.1.so", "libznats.2.so", "libznats.3.so"}) {
-        QVERIFY(caller.drop(QLatin1String(file)));
-        const qint64 took = loopDelayUntil(caller, [&] { return caller.hasMapped(QLatin1String(file)); });
+        QVERIFY(pair.caller.drop(QLatin1String(file)));
+        const qint64 took = loopDelayUntil(pair.caller, [&] { return pair.caller.hasMapped(QLatin1String(file)); });
         QVERIFY(took >= 0);
         longest = qMax(longest, took);
     }
-    // The versions before go although the broker says nothing.
-    const qint64 took = loopDelayUntil(caller, [&] { return caller.hasMappedOnly(QStringLiteral("libznats.3.so")); });
-    QVERIFY2(
-        took >= 0,
-        qPrintable((caller.mappedVersions() + caller.log().filter(QStringLiteral("memory"))).join(QLatin1Char('\n'))));
+    // The versions before go although the pair.broker says nothing.
+    const qint64 took =
+        loopDelayUntil(pair.caller, [&] { return pair.caller.hasMappedOnly(QStringLiteral("libznats.3.so")); });
+    QVERIFY2(took >= 0, qPrintable((pair.caller.mappedVersions() + pair.caller.log().filter(QStringLiteral("memory")))
+                                       .join(QLatin1Char('\n'))));
     QVERIFY2(qMax(longest, took) < 1000, qPrintable(QString::number(qMax(longest, took))));
-    broker.resume();
-    waitForCalls(caller, 300);
-    stopCallers(caller);
-    QVERIFY2(!caller.hasLogged(QStringLiteral("stays in memory")), qPrintable(caller.log().join(QLatin1Char('\n'))));
-    QVERIFY(caller.quit() >= 0);
+    pair.broker.resume();
+    waitForCalls(pair.caller, 300);
+    stopCallers(pair.caller);
+    QVERIFY2(!pair.caller.hasLogged(QStringLiteral("stays in memory")),
+             qPrintable(pair.caller.log().join(QLatin1Char('\n'))));
+    QVERIFY(pair.caller.quit() >= 0);
 }
 
 void tst_NatsExchange::aProviderStopsAndNoCallIsLost()
@@ -307,16 +308,11 @@ void tst_NatsExchange::aProviderIsKilledAndOnlyItsCallsAreLost()
 void tst_NatsExchange::aBrokerIsALameDuckAndNoCallIsLost()
 {
     const auto brokers = cluster(2, QStringLiteral("lame_duck_grace_period: \"1s\"\nlame_duck_duration: \"30s\"\n"));
-    const QJsonObject both{{QStringLiteral("servers"), QJsonArray{brokers[0]->url(), brokers[1]->url()}}};
     const JournalFile journal;
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(brokers[0]->url(), both));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(brokers[0]->url(), both));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url, journal.option()));
-    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 10000);
-    startCallers(caller);
-    waitForCalls(caller, 300);
+    const QJsonObject both = sectionOf(brokers);
+    NodeProcess caller(QStringLiteral("caller"), both);
+    NodeProcess provider(QStringLiteral("provider"), both);
+    begin(caller, provider, journal);
     // Whom they are connected to is left to them: first the one goes, and later, when it is back, the other.
     for (const auto &broker : brokers) {
         broker->beLameDuck();
@@ -365,16 +361,11 @@ void tst_NatsExchange::theOnlyBrokerIsALameDuckAndNoCallIsLostBeforeItIsGone()
 void tst_NatsExchange::aBrokerOfTwoIsKilledAndOnlyCallsUnderWayAreLost()
 {
     const auto brokers = cluster(2);
-    const QJsonObject both{{QStringLiteral("servers"), QJsonArray{brokers[0]->url(), brokers[1]->url()}}};
     const JournalFile journal;
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(brokers[0]->url(), both));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(brokers[0]->url(), both));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url, journal.option()));
-    QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 10000);
-    startCallers(caller);
-    waitForCalls(caller, 300);
+    const QJsonObject both = sectionOf(brokers);
+    NodeProcess caller(QStringLiteral("caller"), both);
+    NodeProcess provider(QStringLiteral("provider"), both);
+    begin(caller, provider, journal);
     const QString server = at(provider.report(), "connection", "server").toString();
     const int one = server.contains(QString::number(brokers[0]->port())) ? 0 : 1;
     brokers[static_cast<std::size_t>(one)]->kill();
@@ -392,22 +383,17 @@ void tst_NatsExchange::aBrokerOfTwoIsKilledAndOnlyCallsUnderWayAreLost()
 
 void tst_NatsExchange::theBrokerIsKilledAndComesBack()
 {
-    Broker broker;
-    QVERIFY(broker.start());
     const JournalFile journal;
-    NodeProcess caller(QStringLiteral("caller"), sectionFor(broker.url(), {{QStringLiteral("patience"), 3000},
-                                                                           {QStringLiteral("timeout"), 5000}}));
-    NodeProcess provider(QStringLiteral("provider"), sectionFor(broker.url()));
-    QVERIFY(caller.startConnected());
-    QVERIFY(provider.startConnected());
-    QVERIFY(provider.bind(Url, journal.option()));
-    startCallers(caller);
-    waitForCalls(caller, 300);
-    broker.kill();
-    QVERIFY(broker.start());
+    Pair pair({{QStringLiteral("patience"), 3000}, {QStringLiteral("timeout"), 5000}});
+    QVERIFY(pair.start());
+    QVERIFY(pair.provider.bind(Url, journal.option()));
+    startCallers(pair.caller);
+    waitForCalls(pair.caller, 300);
+    pair.broker.kill();
+    QVERIFY(pair.broker.start());
     const qint64 back = QDateTime::currentMSecsSinceEpoch();
-    waitForCalls(caller, 300);
-    const QJsonObject report = stopCallers(caller);
+    waitForCalls(pair.caller, 300);
+    const QJsonObject report = stopCallers(pair.caller);
     QVERIFY2(at(report, "most").toInt() <= 1, qPrintable(told(report)));
     QVERIFY2(at(report, "handled-at").toDouble() - double(back) < 2000, qPrintable(told(report)));
     QCOMPARE(at(report, "wrong").toInt(), 0);
