@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "island.h"
 #include "journalfile.h"
 #include "pair.h"
 #include "proxy.h"
@@ -25,6 +26,7 @@ private Q_SLOTS:
     void callsGoOnWhenTheBrokerGoesOn();
     void whenTheBrokerHangsCallsAndTheEndAreInTime();
     void aPartitionIsWaitedForAndMended();
+    void aNetworkThatLosesAllIsWaitedForAndMended();
     void overloadIsRefusedAndNobodyIsSlow();
     void hostsComeAndGo();
     void whoExitsWhileItConnectsEnds();
@@ -171,6 +173,27 @@ void tst_NatsChaos::aPartitionIsWaitedForAndMended()
     QTest::qWait(1000); // all of them are past their time for certain
     network.mend();
     QTRY_VERIFY_WITH_TIMEOUT(caller.handles(Url), 20000);
+    QVERIFY2(journal.lines().isEmpty(), qPrintable(journal.lines().join(QLatin1Char(' '))));
+}
+
+/// The system's own, while its connections stay.
+void tst_NatsChaos::aNetworkThatLosesAllIsWaitedForAndMended()
+{
+    Island island;
+    if (!island.isReached())
+        return QTest::qSkip("only root has networks to lose", __FILE__, __LINE__);
+    const JournalFile journal;
+    Pair pair(shortly());
+    QVERIFY(pair.start());
+    QVERIFY(pair.provider.bind(Url, journal.option()));
+    QVERIFY(pair.caller.handles(Url));
+    island.setConnected(false);
+    for (int i = 0; i < 6; ++i) {
+        const QJsonObject answer = pair.caller.call(Url, {{QStringLiteral("id"), QStringLiteral("late-%1").arg(i)}});
+        QCOMPARE(at(answer, "outcome", "code").toInt(), 504);
+    }
+    island.setConnected(true);
+    QTRY_VERIFY_WITH_TIMEOUT(pair.caller.handles(Url), 60000); // the system tries again ever more seldom
     QVERIFY2(journal.lines().isEmpty(), qPrintable(journal.lines().join(QLatin1Char(' '))));
 }
 
