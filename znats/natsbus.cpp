@@ -40,6 +40,14 @@ public:
     }
 };
 
+/// Whether it serves `ZDbusOutcome`: by a call that nothing handles.
+bool tellsOutcome(const QSharedPointer<ZReference> &layer)
+{
+    QJsonObject outcome;
+    Behind<ZDbusOutcomeDelegate>(layer).call0(QUrl(QStringLiteral("//nats#")), nullptr, nullptr, &outcome);
+    return !outcome.isEmpty();
+}
+
 bool tell(QJsonObject *outcome, const Failure &failure, const QString &host = {})
 {
     if (!outcome)
@@ -75,15 +83,18 @@ struct NatsBus::Place
 {
     QSharedPointer<ZReference> above; // that lies over us; null if none does
     QSharedPointer<ZReference> below; // null if the layers lead nowhere
+    bool isOutcomeAbove = false;      // calls by `ZDbusOutcome` come from there
 
     static Place in(ZDbus *bus)
     {
         const QVector<QSharedPointer<ZReference>> layers = zDbusLayers(bus);
+        bool isOutcomeAbove = false;
         for (int i = 0; i + 1 < layers.size(); ++i) {
             if (Behind<ZDbusLayerDelegate>(layers.at(i)).layer0() == layerName) // the version before
-                return {layers.value(i - 1), layers.at(i + 1)};
+                return {layers.value(i - 1), layers.at(i + 1), isOutcomeAbove};
+            isOutcomeAbove |= tellsOutcome(layers.at(i));
         }
-        return {{}, layers.value(0)};
+        return {{}, layers.value(0), false};
     }
 };
 
@@ -148,12 +159,13 @@ bool NatsBus::start(ZEmitter &emitter)
         Behind<ZDbusLayerDelegate>(place.above).setNext0(*bus);
     else
         emitter.bind0(bus);
-    emitter.bind0(QSharedPointer<ZDbusOutcomeDelegate>::create(self));
+    if (!place.isOutcomeAbove)
+        emitter.bind0(QSharedPointer<ZDbusOutcomeDelegate>::create(self));
     emitter.bind0(QSharedPointer<ZLeaseDelegate>::create(self));
     m_engine->below.bind0(QUrl(QStringLiteral("//nats")), qSharedPointerDynamicCast<ZDbusSubscriber>(self));
     m_engine->provider.sweep(); // what was bound meanwhile
     m_engine->flush();
-    startTimer(SweepMs);
+    QMetaObject::invokeMethod(this, [this] { startTimer(SweepMs); }); // on its own thread, whoever loads it
     connect(qApp, &QCoreApplication::aboutToQuit, this, &NatsBus::quit);
     return true;
 }
