@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cxxabi.h>
+#include <utility>
 
 namespace {
 
@@ -57,10 +58,24 @@ std::optional<qint64> echoIn(const NatsMessage &message, const QString &name)
 
 struct Provider::Call
 {
-    explicit Call(NatsMessage arrived) : message(std::move(arrived)) { sinceArrival.start(); }
+    Call(NatsMessage arrived, std::atomic<int> &unreadCalls)
+        : message(std::move(arrived)), arrivedMs(QDateTime::currentMSecsSinceEpoch()), unread(unreadCalls)
+    {
+        sinceArrival.start();
+        ++unread;
+    }
+    ~Call() { noteRead(); }
+    void noteRead()
+    {
+        if (!std::exchange(isRead, true))
+            --unread;
+    }
 
     NatsMessage message;
+    const qint64 arrivedMs; // since 1970
     QElapsedTimer sinceArrival;
+    std::atomic<int> &unread;
+    bool isRead = false;
     std::optional<qint64> leftMs; // then; nothing if its sender waits for ever
     int hops = 1;
 
@@ -148,19 +163,23 @@ QList<QUrl> Provider::served() const
 
 QDeadlineTimer Provider::latest() const
 {
+    if (m_unread > 0)
+        return QDeadlineTimer(UnknownMs);
     const QMutexLocker locker(&m_mutex);
     return m_latest;
 }
 
-/// Has `answerer` answer what arrives, by one of the workers.
+/// Has `answerer` answer what arrives, by one of the workers. The worker reads the headers, too: if there are very
+/// many, the client library takes seconds for that, and nothing else would arrive meanwhile.
 MessageHandler Provider::queueing(Answerer answerer)
 {
     return [this, answerer](NatsMessage message) {
-        const auto call = std::make_shared<Call>(std::move(message));
-        readTimes(*call);
-        call->hops = static_cast<int>(
-            numberIn(call->message, Header::Hops, MostHops).value_or(1)); // others than ours may not say it
-        if (m_workers.start([this, call, answerer] { (this->*answerer)(*call); }))
+        const auto call = std::make_shared<Call>(std::move(message), m_unread);
+        const auto work = [this, call, answerer] {
+            read(*call);
+            (this->*answerer)(*call);
+        };
+        if (m_workers.start(work))
             return;
         Tally::Call counted(m_tally);
         counted.end(Failure::Busy);
@@ -168,14 +187,16 @@ MessageHandler Provider::queueing(Answerer answerer)
     };
 }
 
-void Provider::readTimes(Call &call)
+void Provider::read(Call &call)
 {
+    call.hops =
+        static_cast<int>(numberIn(call.message, Header::Hops, MostHops).value_or(1)); // others than ours may not say it
     const std::optional<qint64> leftMs = numberIn(call.message, Header::Left, MostLeftMs);
     const std::optional<qint64> deadlineMs = numberIn(call.message, Header::Deadline, MostClockMs);
     if (leftMs && deadlineMs) {
         const QByteArray inbox = replyOf(call.message);
-        const qint64 ageMs = m_clocks.age(inbox.left(inbox.lastIndexOf('.')), *deadlineMs - *leftMs,
-                                          QDateTime::currentMSecsSinceEpoch(), echoIn(call.message, m_settings.name));
+        const qint64 ageMs = m_clocks.age(inbox.left(inbox.lastIndexOf('.')), *deadlineMs - *leftMs, call.arrivedMs,
+                                          echoIn(call.message, m_settings.name));
         call.leftMs = *leftMs - ageMs;
     } else {
         call.leftMs = leftMs;
@@ -184,6 +205,7 @@ void Provider::readTimes(Call &call)
     const QMutexLocker locker(&m_mutex);
     if (m_latest < deadline)
         m_latest = deadline;
+    call.noteRead();
 }
 
 void Provider::answerList(Call &call)

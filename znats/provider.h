@@ -17,6 +17,7 @@
 #include <zdbus.h>
 #include <zdbusreach.h>
 
+#include <atomic>
 #include <functional>
 #include <optional>
 
@@ -49,7 +50,7 @@ private:
     struct Call;
     using Answerer = void (Provider::*)(Call &);
     MessageHandler queueing(Answerer answerer);
-    void readTimes(Call &call);
+    void read(Call &call);
     void forget(const QByteArray &subject);
     QList<QUrl> allBound() const;
     void answerList(Call &call);
@@ -75,7 +76,8 @@ private:
     ZDbusReach &m_belowReach;
     Clocks m_clocks;
     Tally m_tally;
-    mutable QMutex m_mutex; // guards the following
+    std::atomic<int> m_unread{0}; // calls of which nobody knows yet how long their callers wait
+    mutable QMutex m_mutex;       // guards the following
     QDeadlineTimer m_latest;
     QHash<QByteArray, QUrl> m_served; // by subject
 };
