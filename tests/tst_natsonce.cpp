@@ -63,6 +63,8 @@ private Q_SLOTS:
     void ofTheDeadNobodySaysThatTheyWereCalled();
     void ofCodesThatNobodyKnowsNothingIsSaid_data();
     void ofCodesThatNobodyKnowsNothingIsSaid();
+    void anErrorIsNoAnswerWhateverItsCode_data();
+    void anErrorIsNoAnswerWhateverItsCode();
     void whoIsGoneIsFollowedByOthers_data();
     void whoIsGoneIsFollowedByOthers();
     void byNameWhatIsNotBoundFailsAtOnce_data();
@@ -203,6 +205,32 @@ void tst_NatsOnce::ofCodesThatNobodyKnowsNothingIsSaid()
     QCOMPARE(at(answer, "outcome", "reason").toString(), QStringLiteral("so"));
     QVERIFY(!knowsWhetherCalled(answer));
     QVERIFY2(!client.next(200).isThere, "it is made again");
+}
+
+void tst_NatsOnce::anErrorIsNoAnswerWhateverItsCode_data()
+{
+    QTest::addColumn<QByteArray>("code"); // null: there is none
+    QTest::newRow("none") << QByteArray();
+    QTest::newRow("a word") << QByteArray("bad");
+    QTest::newRow("zero") << QByteArray("0");
+    QTest::newRow("that of success") << QByteArray("200");
+}
+
+void tst_NatsOnce::anErrorIsNoAnswerWhateverItsCode()
+{
+    QFETCH(QByteArray, code);
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe(Call, "z"));
+    const int id = m_near->begin(QStringLiteral("outcome"), withUrl(Url));
+    RawClient::Headers headers{{"Nats-Service-Error", "so"}};
+    if (!code.isNull())
+        headers.insert("Nats-Service-Error-Code", code);
+    QVERIFY(client.publish(client.next().reply, "{}", headers));
+    QVERIFY(client.flush());
+    const QJsonObject answer = m_near->answer(id);
+    QCOMPARE(at(answer, "handled"), QJsonValue(false));
+    QCOMPARE(at(answer, "outcome", "code").toInt(), 502);
+    QVERIFY(!knowsWhetherCalled(answer));
 }
 
 void tst_NatsOnce::whoIsGoneIsFollowedByOthers_data()

@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "broker.h"
 #include "gate.h"
+#include "loopback.h"
 #include "nodeprocess.h"
 #include "rawclient.h"
 #include "testcase.h"
 
 #include <QDateTime>
-#include <QFileInfo>
-
-#include <zdbuslayer.h>
-#include <zdefaultdbus.h>
-#include <zhost.h>
-#include <zwiring.h>
+#include <QJsonDocument>
 
 #include <memory>
 
@@ -22,32 +18,6 @@ const QByteArray Call = "z1.default.call.w._"; // where it is called
 const QString Lease = QStringLiteral("lease");
 
 QString letters(int count, QChar letter = QLatin1Char('u')) { return QString(count, letter); }
-
-/// A bus over one that is not there.
-class Astray : public QObject, public ZDbus, public ZDbusLayer
-{
-    Q_OBJECT
-    Q_INTERFACES(ZDbus ZDbusLayer)
-    Q_PROPERTY(ZEmitter *zEmitter READ getSetZEmitter WRITE getSetZEmitter)
-
-public:
-    ZEmitter *getSetZEmitter(ZEmitter *emitter = nullptr) { return zAnnounce<ZDbusDelegate>(this, emitter); }
-
-    bool bind0(const QUrl &url, QWeakPointer<ZDbusSubscriber>) override
-    {
-        bound << url;
-        return true;
-    }
-    bool find0(const QUrl &) override { return false; }
-    QList<QUrl> findAll0(const QRegularExpression &) override { return {}; }
-    bool invoke0(const QUrl &url, QJsonObject *, QJsonObject *) override { return url == QUrl(Url); }
-
-    QString layer0() override { return QStringLiteral("astray"); }
-    bool next0(QSharedPointer<ZReference> &) override { return true; }
-    bool setNext0(const QSharedPointer<ZReference> &) override { return false; }
-
-    QList<QUrl> bound;
-};
 
 } // namespace
 
@@ -75,7 +45,8 @@ private Q_SLOTS:
     void aSectionMustBeAnObject_data();
     void aSectionMustBeAnObject();
     void passwordsInUrlsAreNotTold();
-    void aBusThatLeadsNowhereIsLeftAlone();
+    void whoeverAnswersWithoutAnEndIsNotHeardForEver();
+    void manyHeadersHoldUpNobodyElse();
 
 private:
     /// Calls "//slow" of the far one, whose calls end as the gate opens.
@@ -359,17 +330,52 @@ void tst_NatsStrangers::passwordsInUrlsAreNotTold()
     }
 }
 
-void tst_NatsStrangers::aBusThatLeadsNowhereIsLeftAlone()
+void tst_NatsStrangers::whoeverAnswersWithoutAnEndIsNotHeardForEver()
 {
-    const QJsonObject loader{{QStringLiteral("deployed"), QFileInfo(QStringLiteral(ZNATS)).path()},
-                             {QStringLiteral("load-list"), QJsonArray{QStringLiteral("znats")}}};
-    auto *const astray = new Astray;
-    ZHost host({{QStringLiteral("loader"), loader}, {QStringLiteral("nats"), sectionFor(m_broker->url())}}, {astray});
-    host.begin();
-    QCOMPARE(messages().take(QtWarningMsg),
-             QStringList({"nats: the layers of the bus lead nowhere", "nats: the bus stays within this process"}));
-    QVERIFY(!astray->bound.contains(QUrl(QStringLiteral("//nats"))));
-    QVERIFY(host.services().dbus->invoke0(QUrl(Url), nullptr, nullptr));
+    QJsonArray urls;
+    for (int i = 0; i < 1000; ++i)
+        urls.append(QStringLiteral("//far/%1").arg(i));
+    const QByteArray some = QJsonDocument(urls).toJson();
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe("z1.default.list"));
+    const int id = m_near->begin(QStringLiteral("findall"), {{QStringLiteral("pattern"), QStringLiteral(".*")}});
+    const RawMessage question = client.next();
+    QVERIFY(question.isThere);
+    // As long as it takes, and longer than it is read.
+    for (int i = 0; i < 1000 && !m_near->hasAnswered(id); ++i) {
+        for (int each = 0; each < 20; ++each)
+            QVERIFY(client.publish(question.reply, some));
+        QVERIFY(client.flush());
+        QCoreApplication::processEvents();
+    }
+    QVERIFY(m_near->hasAnswered(id));
+}
+
+/// The client library takes seconds to read so many.
+void tst_NatsStrangers::manyHeadersHoldUpNobodyElse()
+{
+    const QByteArray headers = "NATS/1.0\r\n" + QByteArray("a:b\r\n").repeated(100000) + "\r\n";
+    const QByteArray size = QByteArray::number(headers.size());
+    const QByteArray all = QByteArray::number(headers.size() + 2);
+    QVERIFY(m_far->bind(Url));
+    const int client = connectTo(m_broker->port());
+    QVERIFY(client >= 0);
+    const QByteArray text = "CONNECT {\"verbose\":false,\"headers\":true}\r\nSUB answers 1\r\nHPUB " + Call +
+                            " answers " + size + ' ' + all + "\r\n" + headers + "{}\r\n";
+    QCOMPARE(write(client, text.constData(), static_cast<std::size_t>(text.size())), ssize_t(text.size()));
+    QTRY_COMPARE(at(m_far->report(), "queue", "running").toInt(), 1); // it is being read
+    QVERIFY(m_near->handles(Url));
+    QVERIFY(m_far->code(QStringLiteral("//none")) == 503); // which hears the answers to its own calls, too
+    QByteArray told;
+    char part[65536];
+    const auto isAnswered = [&] {
+        const ssize_t got = recv(client, part, sizeof part, MSG_DONTWAIT);
+        told.append(part, got > 0 ? static_cast<int>(got) : 0);
+        return told.contains("HMSG answers");
+    };
+    QVERIFY2(!isAnswered(), "nobody had to wait for it");
+    QTRY_VERIFY_WITH_TIMEOUT(isAnswered(), 120000);
+    close(client);
 }
 
 QTEST_GUILESS_MAIN(tst_NatsStrangers)

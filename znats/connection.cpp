@@ -19,10 +19,13 @@ constexpr int FlushMs = 500;
 constexpr int DoubtMs =
     1000; // in which the client library tells that a connection is lost by which nothing can be sent
 
-/// What the broker has denied: it says, with more words, publish to "this", or subscription to "this".
-QByteArray deniedSubject(const QString &text) { return text.section(QLatin1Char('"'), 1, 1).toUtf8(); }
-
-bool isToPublish(const QString &text) { return text.contains(QLatin1String("publish"), Qt::CaseInsensitive); }
+/// The broker says, with more words, publish to "this", or subscription to "this". The client library cuts a long text.
+Denial denialIn(const QString &text)
+{
+    const QStringList parts = text.split(QLatin1Char('"'));
+    return {parts.value(1).toUtf8(), parts.size() < 3,
+            parts.constFirst().contains(QLatin1String("publish"), Qt::CaseInsensitive)};
+}
 
 /// All that it knows: a broker tells of the others of its cluster.
 QStringList serversOf(const std::shared_ptr<Link> &link)
@@ -385,19 +388,19 @@ void Connection::noteBroken(int connections)
 
 void Connection::noteFailed(int number, natsStatus status, const QString &text)
 {
-    const QByteArray denied = status == NATS_NOT_PERMITTED ? deniedSubject(text) : QByteArray();
+    const Denial denial = status == NATS_NOT_PERMITTED ? denialIn(text) : Denial();
     bool isNews = false;
     {
         const QMutexLocker locker(&m_mutex);
         isNews = number >= m_number && m_error != text;
-        if (denied.isEmpty() && !m_isConnected) {
+        if (denial.subject.isEmpty() && !m_isConnected) {
             m_error = text;
             m_changed.wakeAll();
         }
     }
-    if (!denied.isEmpty())
-        m_watcher.denied(denied, isToPublish(text));
-    if (isNews && !(status == NATS_NOT_PERMITTED && isToPublish(text))) // of which the call tells
+    if (!denial.subject.isEmpty())
+        m_watcher.denied(denial);
+    if (isNews && !(status == NATS_NOT_PERMITTED && denial.isToPublish)) // of which the call tells
         m_log.warn(text);
 }
 

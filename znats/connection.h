@@ -16,6 +16,14 @@
 #include <functional>
 #include <memory>
 
+/// What the broker does not let this process do.
+struct Denial
+{
+    QByteArray subject;
+    bool isCut = false;      ///< the subject was longer: how it ended is not known
+    bool isToPublish = true; ///< else to listen
+};
+
 /**
  * The connection to the brokers. A thread of its own keeps it: it makes another link when the client library gives one
  * up, as it does when credentials are refused, and when a broker says that it is about to stop. All that is listened to
@@ -32,8 +40,7 @@ public:
     struct Watcher
     {
         std::function<void(int link)> lost; ///< what was sent by this link may not be answered
-        /// The broker lets this process not publish, or not listen, to a subject.
-        std::function<void(const QByteArray &subject, bool isToPublish)> denied;
+        std::function<void(const Denial &denial)> denied;
     };
 
     /// A broker closes the connection at a longer one: its lines have 4096 bytes, and two subjects.

@@ -40,9 +40,9 @@ void Engine::open()
     provider.open();
     inventory.open();
     provider.sweep();
-    connection.open({[this](int link) { requests.fail(link); },
-                     [this](const QByteArray &subject, bool isToPublish) { requests.deny(subject, isToPublish); }},
-                    ConnectMs);
+    connection.open(
+        {[this](int link) { requests.fail(link); }, [this](const Denial &denial) { requests.deny(denial); }},
+        ConnectMs);
     flush();
 }
 

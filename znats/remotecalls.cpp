@@ -64,10 +64,14 @@ Failure failureIn(const NatsMessage &answer)
 {
     if (natsMsg_IsNoResponders(answer.get()))
         return Failure::Nobody;
-    const int code = headerOf(answer, Header::ErrorCode).toInt();
-    if (code == 0)
+    const QByteArray text = headerOf(answer, Header::ErrorCode);
+    if (text.isEmpty() && headerOf(answer, Header::Error).isEmpty())
         return {};
-    Failure failure(code, QString::fromUtf8(headerOf(answer, Header::Error)));
+    const int code = text.toInt();
+    const bool isCode = code != 0 && code != 200;
+    Failure failure = isCode ? Failure(code, QString::fromUtf8(headerOf(answer, Header::Error))) : Failure::Unreadable;
+    if (!isCode)
+        failure.called = Failure::Unknown;
     if (code == Failure::TooLarge) // not the request, which has arrived
         failure.called = Failure::Yes;
     return failure;

@@ -2,6 +2,8 @@
 #include "requests.h"
 
 #include <QMutexLocker>
+#include <QSet>
+#include <QVector>
 
 #include <algorithm>
 #include <atomic>
@@ -13,7 +15,7 @@
 
 namespace {
 
-constexpr int CutOff = 100; // bytes, which the client library keeps of a text at least
+constexpr std::size_t MostAnswers = 10000; // that wait to be read; more than that are nobody's answers
 
 QByteArray unique()
 {
@@ -51,7 +53,9 @@ struct Requests::Waiter
     {
         {
             const std::lock_guard<std::mutex> lock(mutex);
-            answers.push_back(std::move(answer));
+            isAnswered = true;
+            if (answers.size() < MostAnswers)
+                answers.push_back(std::move(answer));
         }
         changed.notify_one();
     }
@@ -82,6 +86,12 @@ struct Requests::Waiter
         return failure;
     }
 
+    bool hasTimedOut()
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return !isAnswered && !failure;
+    }
+
     const QByteArray subject;
     std::atomic<int> link{0}; // by which it was sent; 0 if it was not yet
 
@@ -89,6 +99,7 @@ private:
     std::mutex mutex; // guards the following
     std::condition_variable changed;
     std::deque<NatsMessage> answers;
+    bool isAnswered = false;
     Failure failure;
 };
 
@@ -108,7 +119,7 @@ public:
     ~Waiting()
     {
         const QMutexLocker locker(&m_requests.m_mutex);
-        m_requests.m_waiters.remove(token);
+        m_requests.forget(token);
     }
 
     QByteArray token;
@@ -153,7 +164,7 @@ Failure Requests::gather(const Request &request, int msecs, int stallMs, const E
     NatsMessage answer;
     QDeadlineTimer next = deadline;
     while (waiting.waiter->wait(next, &answer)) {
-        if (natsMsg_IsNoResponders(answer.get()))
+        if (natsMsg_IsNoResponders(answer.get()) || deadline.hasExpired()) // some may send without an end
             break;
         each(answer);
         next = QDeadlineTimer(std::min<qint64>(stallMs, deadline.remainingTime()));
@@ -165,27 +176,71 @@ void Requests::fail(int link)
 {
     const QMutexLocker locker(&m_mutex);
     m_isInboxDenied = false;
+    m_cutDenials.clear();
     for (const std::shared_ptr<Waiter> &waiter : qAsConst(m_waiters)) {
         if (waiter->link == link)
             waiter->fail(Failure::Lost);
     }
 }
 
-void Requests::deny(const QByteArray &denied, bool isToPublish)
+void Requests::deny(const Denial &denial)
 {
+    const auto isMeant = [&](const QByteArray &subject) {
+        return denial.isCut ? subject.startsWith(denial.subject) : subject == denial.subject;
+    };
     const QMutexLocker locker(&m_mutex);
-    m_isInboxDenied |= !isToPublish && denied == subject();
+    if (denial.isToPublish && denial.isCut) {
+        m_cutDenials.append(denial.subject);
+        return settleCutDenials();
+    }
+    m_isInboxDenied |= !denial.isToPublish && isMeant(subject());
     Failure unheard = Failure::Denied; // it was sent, but nobody will hear the answer
     unheard.called = Failure::Unknown;
     for (const std::shared_ptr<Waiter> &waiter : qAsConst(m_waiters)) {
-        // The broker's text may be cut off.
-        const bool isMeant =
-            waiter->subject == denied || (denied.size() > CutOff && waiter->subject.startsWith(denied));
-        if (isToPublish && isMeant)
+        if (denial.isToPublish && isMeant(waiter->subject))
             waiter->fail(Failure::Denied);
         else if (m_isInboxDenied && waiter->link != 0)
             waiter->fail(unheard);
     }
+}
+
+/// With the mutex. Who is meant by a denial that is cut off is known as soon as nobody else can be.
+void Requests::settleCutDenials()
+{
+    const QSet<QByteArray> beginnings(m_cutDenials.cbegin(), m_cutDenials.cend());
+    for (const QByteArray &beginning : beginnings) {
+        QVector<std::shared_ptr<Waiter>> meant;
+        QSet<QByteArray> subjects;
+        for (const std::shared_ptr<Waiter> &waiter : qAsConst(m_waiters)) {
+            if (waiter->link == 0 || !waiter->subject.startsWith(beginning))
+                continue;
+            meant.append(waiter);
+            subjects.insert(waiter->subject);
+        }
+        if (subjects.size() > 1 && m_cutDenials.count(beginning) < meant.size())
+            continue;
+        m_cutDenials.removeAll(beginning);
+        Failure failure = Failure::Denied;
+        failure.called = Failure::Unknown; // the one who was meant may have gone, after its time
+        for (const std::shared_ptr<Waiter> &waiter : qAsConst(meant))
+            waiter->fail(failure);
+    }
+}
+
+/// With the mutex.
+void Requests::forget(const QByteArray &token)
+{
+    const std::shared_ptr<Waiter> waiter = m_waiters.take(token);
+    if (m_cutDenials.isEmpty())
+        return;
+    if (waiter->hasTimedOut()) { // it was the one, or might have been
+        const auto meant = std::find_if(m_cutDenials.begin(), m_cutDenials.end(), [&](const QByteArray &beginning) {
+            return waiter->subject.startsWith(beginning);
+        });
+        if (meant != m_cutDenials.end())
+            m_cutDenials.erase(meant);
+    }
+    settleCutDenials();
 }
 
 void Requests::end()

@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QDeadlineTimer>
 #include <QHash>
+#include <QList>
 #include <QMutex>
 #include <QPair>
 #include <QVector>
@@ -51,7 +52,8 @@ public:
 
     /// What was sent by this link fails now.
     void fail(int link);
-    void deny(const QByteArray &subject, bool isToPublish);
+    /// What is denied fails now.
+    void deny(const Denial &denial);
     /// All that wait fail now, and whatever comes.
     void end();
 
@@ -60,12 +62,15 @@ private:
     struct Waiter;
     class Waiting;
     void arrived(NatsMessage message);
+    void settleCutDenials();
+    void forget(const QByteArray &token);
     Failure send(const Request &request, Waiter &waiter, const QByteArray &token);
 
     Connection &m_connection;
     const QByteArray m_inbox; // ends with a dot
     QMutex m_mutex;           // guards all that follow
     QHash<QByteArray, std::shared_ptr<Waiter>> m_waiters;
+    QList<QByteArray> m_cutDenials; // how the subjects begin; of each it is not known yet who is meant
     quint64 m_last = 0;
     bool m_isEnding = false;
     bool m_isInboxDenied = false; // as long as the connection lasts: no answer would come
