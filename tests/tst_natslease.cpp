@@ -69,6 +69,8 @@ private Q_SLOTS:
     void wantedTwiceItIsForgottenTwice();
     void theNextVersionKnowsWhatIsWanted_data();
     void theNextVersionKnowsWhatIsWanted();
+    void theLogTellsWhyNobodyHasIt_data();
+    void theLogTellsWhyNobodyHasIt();
     void theReportTellsOfLeases();
     void theHolderIsKilledAgainAndAgain();
     void theHolderStopsAndGoesOn();
@@ -246,6 +248,47 @@ void tst_NatsLease::theNextVersionKnowsWhatIsWanted()
     QVERIFY(at(node.report(), "leases").toArray().isEmpty());
 }
 
+void tst_NatsLease::theLogTellsWhyNobodyHasIt_data()
+{
+    QTest::addColumn<bool>("hasJetStream");
+    QTest::addColumn<int>("replicas");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("JetStream is off") << false << 1 << "JetStream is off at the broker, or does not answer";
+    QTest::newRow("more replicas than brokers") << true << 3 << "replicas > 1 not supported in non-clustered mode";
+}
+
+void tst_NatsLease::theLogTellsWhyNobodyHasIt()
+{
+    QFETCH(bool, hasJetStream);
+    QFETCH(int, replicas);
+    QFETCH(QString, reason);
+    const QString line = QStringLiteral("nats: the lease nightly is not known: ") + reason;
+    if (!hasJetStream) {
+        m_broker = std::make_unique<Broker>();
+        QVERIFY(m_broker->start());
+    }
+    NodeProcess &node =
+        start(0, QString(), {{QStringLiteral("leases"), QJsonObject{{QStringLiteral("replicas"), replicas}}}});
+    const auto linesWith = [&](const QString &text) { return node.log().filter(text).size(); };
+    QTRY_COMPARE_WITH_TIMEOUT(linesWith(line), 1, 10000);
+    QTest::qWait(2 * LeaseMs); // it looks again and again, which nobody tells
+    QCOMPARE(linesWith(QStringLiteral("not known")), 1);
+    QCOMPARE(at(at(node.report(), "leases").toArray().at(0), "error").toString(), reason);
+    const QJsonObject answer =
+        node.ask(QStringLiteral("begin"), {{QStringLiteral("lease"), Lease}, {QStringLiteral("slot"), ++m_slot}});
+    QCOMPARE(at(answer, "begun"), QJsonValue(false));
+    QVERIFY2(at(answer, "reason").toString().endsWith(reason), qPrintable(at(answer, "reason").toString()));
+    if (hasJetStream)
+        return;
+    m_broker->reload(Broker::jetStream(m_store->path())); // it takes a start to be switched on
+    m_broker->terminate();
+    QVERIFY(m_broker->start());
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 20000);
+    QCOMPARE(linesWith(QStringLiteral("the lease nightly is known again")), 1);
+    QCOMPARE(linesWith(QStringLiteral("not known")), 1); // that the connection was lost is another line
+    QVERIFY(!at(node.report(), "leases").toArray().at(0).toObject().contains(QStringLiteral("error")));
+}
+
 void tst_NatsLease::theReportTellsOfLeases()
 {
     NodeProcess &first = start(0);
@@ -355,6 +398,7 @@ void tst_NatsLease::withoutABrokerNothingBegins()
     m_broker->kill();
     QTRY_VERIFY_WITH_TIMEOUT(!begins(node, ++m_slot), 5000);
     QTest::qWait(LeaseMs);
+    QVERIFY(!node.hasLogged(QStringLiteral("not known"))); // the connection is lost, as another line says
     const QJsonObject answer =
         node.ask(QStringLiteral("begin"), {{QStringLiteral("lease"), Lease}, {QStringLiteral("slot"), 5000}});
     QCOMPARE(at(answer, "begun"), QJsonValue(false));

@@ -3,6 +3,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QVector>
 
 namespace {
 
@@ -13,6 +14,16 @@ const QString slotKey = QStringLiteral("slot");
 
 /// Keys have no other characters than these.
 QByteArray keyOf(const QString &lease) { return lease.toUtf8().toPercentEncoding({}, {"._~"}, '='); }
+
+/// What the client library says of its last failure on this thread: the broker's own words, if there are any.
+QString wordsOf(natsStatus status)
+{
+    natsStatus last = NATS_OK;
+    const QString words = QString::fromUtf8(nats_GetLastError(&last));
+    // Before them it says where in its own code that was, in parentheses.
+    const QString told = words.startsWith(QLatin1Char('(')) ? words.section(QStringLiteral("): "), 1) : words;
+    return last == status && !told.isEmpty() ? told : QString::fromUtf8(natsStatus_GetText(status));
+}
 
 } // namespace
 
@@ -25,12 +36,13 @@ LeaseBook::~LeaseBook() { close(); }
 natsStatus LeaseBook::read(LeaseRecord *record, quint64 *revision)
 {
     natsStatus status = open();
+    if (status != NATS_OK)
+        return status;
     kvEntry *entry = nullptr;
-    if (status == NATS_OK)
-        status = kvStore_Get(&entry, m_store, m_key);
+    status = kvStore_Get(&entry, m_store, m_key);
     if (status != NATS_OK) {
         close(); // it may not be there any more
-        return status;
+        return status == NATS_NOT_FOUND ? status : failed(status);
     }
     const QByteArray text(static_cast<const char *>(kvEntry_Value(entry)), kvEntry_ValueLen(entry));
     const QJsonObject object = QJsonDocument::fromJson(text).object();
@@ -54,16 +66,17 @@ natsStatus LeaseBook::write(const LeaseRecord &record, quint64 *revision)
     uint64_t written = 0;
     const natsStatus result = *revision == 0 ? kvStore_Create(&written, m_store, m_key, text, text.size())
                                              : kvStore_Update(&written, m_store, m_key, text, text.size(), *revision);
-    if (result == NATS_OK)
-        *revision = written;
-    return result;
+    if (result != NATS_OK)
+        return wordsOf(result).contains(QLatin1String("wrong last sequence")) ? NATS_MISMATCH : failed(result);
+    *revision = written;
+    return NATS_OK;
 }
 
 natsStatus LeaseBook::open()
 {
     const std::shared_ptr<Link> link = m_connection.link();
     if (!link || !m_connection.isConnected())
-        return NATS_CONNECTION_DISCONNECTED;
+        return failed(NATS_CONNECTION_DISCONNECTED);
     if (m_store && m_link == link)
         return NATS_OK;
     close();
@@ -73,11 +86,11 @@ natsStatus LeaseBook::open()
     options.Wait = m_msecs;
     natsStatus status = natsConnection_JetStream(&m_stream, link->handle(), &options);
     if (status != NATS_OK)
-        return status;
+        return failed(status);
     const QByteArray bucket = m_settings.leases.bucket.toUtf8();
     status = js_KeyValue(&m_store, m_stream, bucket);
     if (status != NATS_NOT_FOUND)
-        return status;
+        return status == NATS_OK ? status : failed(status);
     kvConfig config;
     kvConfig_Init(&config);
     config.Bucket = bucket;
@@ -85,7 +98,25 @@ natsStatus LeaseBook::open()
     config.Replicas = m_settings.leases.replicas;
     config.StorageType = m_settings.leases.storage == QLatin1String("memory") ? js_MemoryStorage : js_FileStorage;
     status = js_CreateKeyValue(&m_store, m_stream, &config);
-    return status == NATS_OK ? status : js_KeyValue(&m_store, m_stream, bucket); // another process was first
+    if (status == NATS_OK)
+        return status;
+    status = failed(status);
+    return js_KeyValue(&m_store, m_stream, bucket) == NATS_OK ? NATS_OK : status; // another process may be first
+}
+
+/// Notes why, at once: the client library keeps the words until it fails the next time.
+natsStatus LeaseBook::failed(natsStatus status)
+{
+    static const QVector<natsStatus> lost{NATS_CONNECTION_DISCONNECTED, NATS_CONNECTION_CLOSED, NATS_IO_ERROR};
+    if (lost.contains(status) || !m_connection.isConnected())
+        m_problem.clear();
+    else if (status == NATS_NO_RESPONDERS)
+        m_problem = QStringLiteral("JetStream is off at the broker, or does not answer");
+    else if (status == NATS_TIMEOUT)
+        m_problem = QStringLiteral("no answer in time: the broker hangs, or its permissions forbid to ask");
+    else
+        m_problem = wordsOf(status);
+    return status == NATS_NOT_FOUND ? NATS_ERR : status; // that would say that nobody ever had the lease
 }
 
 void LeaseBook::close()

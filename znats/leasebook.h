@@ -32,12 +32,16 @@ public:
 
     /// NATS_NOT_FOUND if nobody ever had the lease.
     natsStatus read(LeaseRecord *record, quint64 *revision);
-    /// Sets `revision` to the new one. It is 0 before for a lease that nobody ever had.
+    /// Sets `revision` to the new one. It is 0 before for a lease that nobody ever had. NATS_MISMATCH if somebody else
+    /// has written meanwhile.
     natsStatus write(const LeaseRecord &record, quint64 *revision);
+    /// Why the last of these failed, in words; null if there is no connection, of which others tell.
+    QString problem() const { return m_problem; }
 
 private:
     Q_DISABLE_COPY(LeaseBook)
     natsStatus open();
+    natsStatus failed(natsStatus status);
     void close();
 
     const NatsSettings &m_settings;
@@ -47,4 +51,5 @@ private:
     std::shared_ptr<Link> m_link; // to which the following belong
     jsCtx *m_stream = nullptr;
     kvStore *m_store = nullptr;
+    QString m_problem;
 };

@@ -40,22 +40,12 @@ public:
     void step()
     {
         const QMutexLocker locker(&m_turn);
-        if (m_isForgotten)
+        if (m_isForgotten || (m_isHeld && write(m_record.slot) == NATS_OK))
             return;
-        if (m_isHeld && write({m_id, m_host, m_msecs, m_record.slot}))
-            return;
-        LeaseRecord record;
-        quint64 revision = 0;
-        const natsStatus status = m_book.read(&record, &revision);
-        if (status != NATS_OK && status != NATS_NOT_FOUND)
-            return setHeld(false);
-        if (!m_seen.isValid() || revision != m_revision)
-            m_seen.start();
-        record.slot = std::max(record.slot, m_record.slot); // a broker without a disk has forgotten it
-        note(record, revision);
-        if (record.holder == m_id || revision == 0 || record.holder.isEmpty() ||
-            m_seen.elapsed() >= std::max(record.msecs, m_msecs))
-            write({m_id, m_host, m_msecs, record.slot});
+        natsStatus status = look();
+        if (status == NATS_OK && (isFree() || m_seen.elapsed() >= std::max(m_record.msecs, m_msecs)))
+            status = write(m_record.slot);
+        tell(status);
     }
 
     bool begin(qint64 slot, QString *reason)
@@ -91,38 +81,67 @@ public:
             result.insert(QStringLiteral("age ms"), double(m_renewed.elapsed()));
         if (m_record.slot >= 0)
             result.insert(QStringLiteral("slot"), QString::number(m_record.slot));
+        if (!m_problem.isNull())
+            result.insert(QStringLiteral("error"), m_problem);
         return result;
     }
 
 private:
     bool beginLocked(qint64 slot, QString *reason)
     {
-        // Too old, and another one may have taken it: the next step finds out.
-        if (!m_isHeld || m_renewed.hasExpired(m_msecs)) {
-            *reason = m_record.holder.isEmpty() || m_record.holder == m_id
-                          ? QStringLiteral("nobody is known to have the lease %1").arg(m_name)
-                          : QStringLiteral("%1 has the lease %2").arg(m_record.host, m_name);
-            return false;
-        }
-        if (slot <= m_record.slot) {
-            *reason = QStringLiteral("it was done already under the lease %1").arg(m_name);
-            return false;
-        }
-        if (!write({m_id, m_host, m_msecs, slot}) || m_renewed.hasExpired(m_msecs)) {
-            *reason = QStringLiteral("the lease %1 is lost").arg(m_name);
-            return false;
-        }
-        return true;
+        natsStatus status = NATS_MISMATCH;
+        // If it is too old, another one may have taken it: the next step finds out.
+        if (m_isHeld && !m_renewed.hasExpired(m_msecs) && slot > m_record.slot)
+            status = write(slot);
+        if (status == NATS_OK && !m_renewed.hasExpired(m_msecs))
+            return true;
+        *reason = status == NATS_OK ? QStringLiteral("the lease %1 is lost").arg(m_name) : reasonAgainst(slot);
+        return false;
     }
 
-    /// False if it is not ours any more, or nobody knows.
-    bool write(const LeaseRecord &record)
+    QString reasonAgainst(qint64 slot) const
+    {
+        if (m_record.holder == m_id && slot <= m_record.slot)
+            return QStringLiteral("it was done already under the lease %1").arg(m_name);
+        if (!m_record.holder.isEmpty() && m_record.holder != m_id)
+            return QStringLiteral("%1 has the lease %2").arg(m_record.host, m_name);
+        const QString text = QStringLiteral("nobody is known to have the lease %1").arg(m_name);
+        return m_problem.isNull() ? text : text + QStringLiteral(": ") + m_problem;
+    }
+
+    /// Whether nobody else has it.
+    bool isFree() const { return m_record.holder.isEmpty() || m_record.holder == m_id; }
+
+    /// Learns who has it.
+    natsStatus look()
+    {
+        LeaseRecord record;
+        quint64 revision = 0;
+        const natsStatus status = m_book.read(&record, &revision);
+        if (status != NATS_OK && status != NATS_NOT_FOUND) {
+            setHeld(false);
+            return status;
+        }
+        if (!m_seen.isValid() || revision != m_revision)
+            m_seen.start();
+        record.slot = std::max(record.slot, m_record.slot); // a broker without a disk has forgotten it
+        note(record, revision);
+        if (record.holder != m_id)
+            setHeld(false);
+        return NATS_OK;
+    }
+
+    /// Takes it, or renews it, with `slot` as the last one that was begun.
+    natsStatus write(qint64 slot) { return write({m_id, m_host, m_msecs, slot}); }
+
+    /// If that fails, it is not ours any more, or nobody knows.
+    natsStatus write(const LeaseRecord &record)
     {
         QElapsedTimer begin;
         begin.start();
         quint64 revision = m_revision;
-        const bool isWritten = m_book.write(record, &revision) == NATS_OK;
-        if (isWritten) {
+        const natsStatus status = m_book.write(record, &revision);
+        if (status == NATS_OK) {
             note(record, revision);
             setHeld(record.holder == m_id);
             const QMutexLocker locker(&m_state);
@@ -130,7 +149,24 @@ private:
         } else {
             setHeld(false);
         }
-        return isWritten;
+        return status;
+    }
+
+    /// Logs why nobody knows who has it, and that it is known again.
+    void tell(natsStatus status)
+    {
+        const bool isKnown = status == NATS_OK || status == NATS_MISMATCH;
+        const QString problem = isKnown ? QString() : m_book.problem();
+        if (problem == m_problem || (!isKnown && problem.isNull()))
+            return;
+        {
+            const QMutexLocker locker(&m_state);
+            m_problem = problem;
+        }
+        if (isKnown)
+            m_log.info(QStringLiteral("the lease %1 is known again").arg(m_name));
+        else
+            m_log.warn(QStringLiteral("the lease %1 is not known: %2").arg(m_name, problem));
     }
 
     void note(const LeaseRecord &record, quint64 revision)
@@ -174,6 +210,7 @@ private:
     quint64 m_revision = 0;
     QElapsedTimer m_renewed;
     bool m_isHeld = false;
+    QString m_problem; // why nobody knows who has it
 };
 
 Leases::Leases(const NatsSettings &settings, const Log &log, Connection &connection)
