@@ -17,6 +17,8 @@ const QString Key = QStringLiteral("key");
 constexpr int LeaseMs = 600;
 constexpr int SlotMs = 50;
 constexpr int Takeover = 2 * LeaseMs;
+constexpr int LongMs = 30000;
+constexpr int GapMs = 2000; // much less than it takes until who has not the lease looks again
 
 QJsonObject wish(int msecs = LeaseMs) { return {{QStringLiteral("lease"), Lease}, {QStringLiteral("ms"), msecs}}; }
 
@@ -51,6 +53,16 @@ QStringList begunTwice(const JournalFile &journal)
     return twice;
 }
 
+/// Between two slots that were begun one after the other.
+qint64 longestGap(const JournalFile &journal)
+{
+    qint64 longest = 0;
+    const QVector<Begun> all = begunIn(journal);
+    for (int i = 1; i < all.size(); ++i)
+        longest = qMax(longest, all.at(i).at - all.at(i - 1).at);
+    return longest;
+}
+
 } // namespace
 
 /// What is to be done once, in three processes: by whoever has the lease.
@@ -69,6 +81,8 @@ private Q_SLOTS:
     void wantedTwiceItIsForgottenTwice();
     void theNextVersionKnowsWhatIsWanted_data();
     void theNextVersionKnowsWhatIsWanted();
+    void anExchangeLeavesNoGap_data();
+    void anExchangeLeavesNoGap();
     void theLogTellsWhyNobodyHasIt_data();
     void theLogTellsWhyNobodyHasIt();
     void theReportTellsOfLeases();
@@ -83,7 +97,7 @@ private Q_SLOTS:
     void itGoesOnWhenTheBrokerHasForgotten();
 
 private:
-    NodeProcess &start(int index, const QString &server = QString(), const QJsonObject &more = {});
+    NodeProcess &start(int index, const QString &server = QString(), const QJsonObject &more = {}, int msecs = LeaseMs);
     bool begins(NodeProcess &node, qint64 slot);
     /// Has it do the work of all slots, as far as it may.
     void work(NodeProcess &node);
@@ -110,14 +124,14 @@ void tst_NatsLease::init()
     QVERIFY(m_broker->start());
 }
 
-NodeProcess &tst_NatsLease::start(int index, const QString &server, const QJsonObject &more)
+NodeProcess &tst_NatsLease::start(int index, const QString &server, const QJsonObject &more, int msecs)
 {
     auto &node = m_nodes[static_cast<std::size_t>(index)];
     node = std::make_unique<NodeProcess>(QStringLiteral("n%1").arg(index),
                                          sectionFor(server.isEmpty() ? m_broker->url() : server, more));
     node->setMask(0xff & ~8);
     node->startConnected();
-    node->ask(QStringLiteral("want"), wish());
+    node->ask(QStringLiteral("want"), wish(msecs));
     return *node;
 }
 
@@ -246,6 +260,37 @@ void tst_NatsLease::theNextVersionKnowsWhatIsWanted()
     node.ask(QStringLiteral("forget"), {{QStringLiteral("lease"), Lease}});
     QTRY_VERIFY_WITH_TIMEOUT(begins(other, ++m_slot), 10000);
     QVERIFY(at(node.report(), "leases").toArray().isEmpty());
+}
+
+void tst_NatsLease::anExchangeLeavesNoGap_data()
+{
+    QTest::addColumn<int>("processes");
+    QTest::newRow("one process") << 1;
+    QTest::newRow("another one wants it, too") << 2;
+}
+
+/// The lease is so long that who takes the version before for a stranger looks again after ten seconds only.
+void tst_NatsLease::anExchangeLeavesNoGap()
+{
+    QFETCH(int, processes);
+    for (int i = 0; i < processes; ++i)
+        work(start(i, QString(), {}, LongMs));
+    QVERIFY(holderAfter(10));
+    for (const char *file : {"libznats.1.so", "libznats.2.so", "libznats.3.so"}) {
+        NodeProcess *const holder = holderAfter(1);
+        QVERIFY(holder);
+        if (!holder->hasMapped(QLatin1String(file)))
+            QVERIFY(holder->drop(QLatin1String(file)));
+        QTRY_VERIFY_WITH_TIMEOUT(holder->hasMappedOnly(QLatin1String(file)), 30000);
+        QVERIFY(holderAfter(10));
+    }
+    QCOMPARE(begunTwice(*m_journal), QStringList());
+    const qint64 longest = longestGap(*m_journal);
+    QVERIFY2(longest < GapMs, qPrintable(QStringLiteral("nobody began for %1 ms").arg(longest)));
+    // The version before did not take it away from the next one.
+    const NodeProcess *const holder = holderAfter(1);
+    QVERIFY(holder);
+    QVERIFY(!holder->hasLogged(QStringLiteral("no more")));
 }
 
 void tst_NatsLease::theLogTellsWhyNobodyHasIt_data()

@@ -6,6 +6,7 @@
 #include <QUuid>
 
 #include <algorithm>
+#include <atomic>
 
 namespace {
 
@@ -14,9 +15,12 @@ constexpr int MostMs = 24 * 3600 * 1000;
 constexpr int MostCharacters = 128; // of a name, which is part of a subject
 constexpr int MostPatienceMs = 500; // with the broker: an end waits for it
 constexpr int IdleMs = 60000;       // until the keeper looks again, if there is nothing to keep
+constexpr int SoonMs = 200;         // the same, while there is no connection
+constexpr int Tries = 2;            // of a change: another version of this process may be faster once
 
-/// A whole piece of work, which asks twice, takes half of the lease's time at most.
-int patience(int msecs) { return std::min(msecs / 4, MostPatienceMs); }
+/// With the broker. A begin may take twice as long, and half as long before that to find out that it has to ask anew:
+/// half of the lease's time.
+int patience(int msecs) { return std::min(msecs / 5, MostPatienceMs); }
 
 } // namespace
 
@@ -24,15 +28,17 @@ int patience(int msecs) { return std::min(msecs / 4, MostPatienceMs); }
 class Leases::Lease
 {
 public:
+    /// `known` is what another version of this process knew.
     Lease(const NatsSettings &settings, const Log &log, Connection &connection, const QString &name, int msecs,
-          const QString &id)
+          const QString &id, const LeaseRecord &known)
         : m_log(log), m_name(name), m_msecs(msecs), m_id(id), m_host(settings.name),
-          m_book(settings, connection, name, patience(msecs))
+          m_book(settings, connection, name, patience(msecs)), m_record(known)
     {}
 
-    int wants = 0;      // guarded by the mutex of all leases, as the next one
-    int inherited = 0;  // of `wants`
-    QDeadlineTimer due; // when it is to be looked at next; for the keeper only
+    int wants = 0;                      // guarded by the mutex of all leases, as the next one
+    int inherited = 0;                  // of `wants`
+    QDeadlineTimer due;                 // when it is to be looked at next; for the keeper only
+    std::atomic<bool> isRetired{false}; // another version of this process goes on, and tells
 
     int msecs() const { return m_msecs; }
 
@@ -42,19 +48,24 @@ public:
         const QMutexLocker locker(&m_turn);
         if (m_isForgotten || (m_isHeld && write(m_record.slot) == NATS_OK))
             return;
-        natsStatus status = look();
-        if (status == NATS_OK && (isFree() || m_seen.elapsed() >= std::max(m_record.msecs, m_msecs)))
-            status = write(m_record.slot);
+        natsStatus status = NATS_MISMATCH;
+        for (int i = 0; i < Tries && status == NATS_MISMATCH; ++i) {
+            status = look();
+            if (status == NATS_OK && (isFree() || m_seen.elapsed() >= std::max(m_record.msecs, m_msecs)))
+                status = write(m_record.slot);
+        }
         tell(status);
     }
 
     bool begin(qint64 slot, QString *reason)
     {
+        QElapsedTimer timer;
+        timer.start();
         if (!m_turn.tryLock(patience(m_msecs))) {
             *reason = QStringLiteral("the lease %1 is not known to be ours").arg(m_name);
             return false;
         }
-        const bool isBegun = beginLocked(slot, reason);
+        const bool isBegun = beginLocked(slot, timer, reason);
         m_turn.unlock();
         return isBegun;
     }
@@ -63,7 +74,7 @@ public:
     {
         const QMutexLocker locker(&m_turn);
         m_isForgotten = true;
-        if (m_isHeld)
+        if (m_isHeld) // if a later version of this process has it, that has written since, and this is refused
             write({{}, {}, m_msecs, m_record.slot});
         setHeld(false);
     }
@@ -73,6 +84,7 @@ public:
         const QMutexLocker locker(&m_state);
         QJsonObject result{{QStringLiteral("name"), m_name},
                            {QStringLiteral("ms"), m_msecs},
+                           {QStringLiteral("id"), m_id},
                            {QStringLiteral("wants"), count},
                            {QStringLiteral("state"), state()}};
         if (!m_record.holder.isEmpty())
@@ -87,12 +99,25 @@ public:
     }
 
 private:
-    bool beginLocked(qint64 slot, QString *reason)
+    bool beginLocked(qint64 slot, const QElapsedTimer &timer, QString *reason)
     {
+        if (m_isForgotten) {
+            *reason = QStringLiteral("nobody wants the lease %1").arg(m_name);
+            return false;
+        }
         natsStatus status = NATS_MISMATCH;
-        // If it is too old, another one may have taken it: the next step finds out.
         if (m_isHeld && !m_renewed.hasExpired(m_msecs) && slot > m_record.slot)
             status = write(slot);
+        // It was ours, but that is long ago, or another version of this process has written since. Each write builds on
+        // the record that was read: if anybody has begun this slot, the record says so, or the write is refused.
+        if (status != NATS_OK && m_record.holder == m_id && slot > m_record.slot &&
+            !timer.hasExpired(patience(m_msecs) / 2)) {
+            status = look();
+            if (status == NATS_OK)
+                status = isFree() && slot > m_record.slot && !timer.hasExpired(patience(m_msecs)) ? write(slot)
+                                                                                                  : NATS_MISMATCH;
+            tell(status);
+        }
         if (status == NATS_OK && !m_renewed.hasExpired(m_msecs))
             return true;
         *reason = status == NATS_OK ? QStringLiteral("the lease %1 is lost").arg(m_name) : reasonAgainst(slot);
@@ -163,6 +188,8 @@ private:
             const QMutexLocker locker(&m_state);
             m_problem = problem;
         }
+        if (isRetired)
+            return;
         if (isKnown)
             m_log.info(QStringLiteral("the lease %1 is known again").arg(m_name));
         else
@@ -184,6 +211,8 @@ private:
                 return;
             m_isHeld = isHeld;
         }
+        if (isRetired)
+            return;
         m_log.info(
             (isHeld ? QStringLiteral("has the lease %1") : QStringLiteral("has the lease %1 no more")).arg(m_name));
     }
@@ -220,7 +249,9 @@ Leases::Leases(const NatsSettings &settings, const Log &log, Connection &connect
 
 Leases::~Leases() = default;
 
-bool Leases::want(const QString &name, int msecs)
+bool Leases::want(const QString &name, int msecs) { return want(name, msecs, {}); }
+
+bool Leases::want(const QString &name, int msecs, const LeaseRecord &known)
 {
     if (name.isEmpty() || name.size() > MostCharacters || msecs < LeastMs || msecs > MostMs)
         return false;
@@ -230,7 +261,7 @@ bool Leases::want(const QString &name, int msecs)
     const QString kept(name.constData(), name.size()); // the caller may be a plugin, which may be unloaded
     std::shared_ptr<Lease> &lease = m_leases[kept];
     if (!lease)
-        lease = std::make_shared<Lease>(m_settings, m_log, m_connection, kept, msecs, m_id);
+        lease = std::make_shared<Lease>(m_settings, m_log, m_connection, kept, msecs, m_id, known);
     // Who has wanted it before the exchange need not know of that, and may want it again.
     if (lease->inherited > 0)
         --lease->inherited;
@@ -281,12 +312,31 @@ void Leases::inherit(const QJsonArray &description)
     for (const auto &each : description) {
         const QJsonObject lease = each.toObject();
         const QString name = lease.value(QStringLiteral("name")).toString();
+        const int msecs = lease.value(QStringLiteral("ms")).toInt();
+        const QString id = lease.value(QStringLiteral("id")).toString();
+        if (!id.isEmpty()) {
+            const QMutexLocker locker(&m_mutex);
+            m_id = id;
+        }
+        // Who has the lease need not wait for the broker to say so: it may begin at once.
+        const bool isHeld = lease.value(QStringLiteral("state")) == QLatin1String("held");
+        const LeaseRecord known{isHeld ? id : QString(), m_settings.name, msecs,
+                                lease.value(QStringLiteral("slot")).toString(QStringLiteral("-1")).toLongLong()};
         for (int i = lease.value(QStringLiteral("wants")).toInt(); i > 0; --i)
-            want(name, lease.value(QStringLiteral("ms")).toInt());
+            want(name, msecs, known);
         const QMutexLocker locker(&m_mutex);
         if (const std::shared_ptr<Lease> wanted = m_leases.value(name))
             wanted->inherited = wanted->wants;
     }
+}
+
+void Leases::retire()
+{
+    const QMutexLocker locker(&m_mutex);
+    m_isEnding = true;
+    for (const std::shared_ptr<Lease> &lease : qAsConst(m_leases))
+        lease->isRetired = true;
+    m_changed.wakeAll();
 }
 
 QJsonArray Leases::describe() const
@@ -328,7 +378,8 @@ void Leases::keep()
         const QVector<std::shared_ptr<Lease>> leases = all();
         for (const std::shared_ptr<Lease> &lease : leases) {
             if (lease->due.hasExpired()) {
-                lease->due.setRemainingTime(lease->msecs() / 3);
+                const int next = lease->msecs() / 3;
+                lease->due.setRemainingTime(m_connection.isConnected() ? next : std::min(next, SoonMs));
                 lease->step();
             }
             waitMs = std::min(waitMs, static_cast<int>(lease->due.remainingTime()));

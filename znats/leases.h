@@ -31,25 +31,30 @@ public:
     bool want(const QString &name, int msecs);
     void forget(const QString &name);
     bool begin(const QString &name, qint64 slot, QString *reason);
-    /// Wants what another one of this process has wanted, as it described it.
+    /// Wants what another one of this process has wanted, as it described it, and goes on in its place: for all others,
+    /// both are the same holder. Before anything else is wanted.
     void inherit(const QJsonArray &description);
+    /// Renews nothing any more: another one of this process goes on. Still begins what it is asked for.
+    void retire();
     QJsonArray describe() const;
 
-    /// Gives back what it has. False if its thread still runs at the end of the time.
+    /// Gives back what it has, unless another one has gone on with it. False if its thread still runs at the end of the
+    /// time.
     bool end(const QDeadlineTimer &deadline);
 
 private:
     Q_DISABLE_COPY(Leases)
     class Lease;
+    bool want(const QString &name, int msecs, const LeaseRecord &known);
     void keep();
     QVector<std::shared_ptr<Lease>> all() const;
 
     const NatsSettings &m_settings;
     const Log &m_log;
     Connection &m_connection;
-    const QString m_id; // of this process, unlike those before and after it
     std::unique_ptr<QThread> m_keeper;
     mutable QMutex m_mutex; // guards all that follow
+    QString m_id;           // the holder's: unlike that of any other process
     QWaitCondition m_changed;
     QHash<QString, std::shared_ptr<Lease>> m_leases;
     bool m_isNew = false; // a lease, at which the keeper has not looked yet

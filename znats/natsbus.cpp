@@ -146,13 +146,13 @@ bool NatsBus::start(ZEmitter &emitter)
     thisProcess();
     m_engine = std::make_shared<Engine>(settings, log);
     m_engine->setBelow(place.below);
-    QJsonObject before;
-    if (m_engine->below.invoke0(QUrl(QStringLiteral("//nats/printd#")), nullptr, &before))
-        m_engine->leases.inherit(before.value(QStringLiteral("leases")).toArray());
     // Others reach us before we take the place of a version that they reach now.
     m_engine->open();
 
     m_engine->below.invoke0(QUrl(QStringLiteral("//nats/replaced#")), nullptr, nullptr); // the version before, if any
+    QJsonObject before;
+    if (m_engine->below.invoke0(QUrl(QStringLiteral("//nats/printd#")), nullptr, &before))
+        m_engine->leases.inherit(before.value(QStringLiteral("leases")).toArray());
     const QSharedPointer<QObject> self = shared();
     const auto bus = QSharedPointer<ZDbusDelegate>::create(self);
     if (place.above)
@@ -291,8 +291,10 @@ bool NatsBus::invoked(const QUrl &url, QJsonObject *, QJsonObject *out)
     const QString path = url.path(QUrl::FullyDecoded);
     if (url.host().isEmpty())
         return false;
-    if (path == QLatin1String("/replaced"))
+    if (path == QLatin1String("/replaced")) {
+        m_engine->leases.retire();
         return m_isReplaced = true;
+    }
     if (!out)
         return false;
     if (path == QLatin1String("/printd"))
