@@ -147,7 +147,11 @@ void tst_ZHostCheck::checkNamesWhatIsWrong_data()
     row("its traffic open to all", R"({"nats": {"servers": ["nats://broker.example:4222"]}})",
         "\"nats.tls\": must be given: nats://broker.example:4222 is not on this machine's loopback interface");
     row("its password open to all", R"({"nats": {"user": "a", "password-file": "/etc/passwd"}})",
-        "\"nats.password-file\": must have the mode 0600 or 0400, not 0644");
+        "\"nats.password-file\": must have the mode 0600 or 0400, not 0644: /etc/passwd");
+    row("its authority in no file", R"({"nats": {"tls": {"ca": "/dev/zero"}}})",
+        "\"nats.tls.ca\": is no regular file: /dev/zero");
+    row("its authority in another file", R"({"nats": {"tls": {"ca": "/etc/passwd"}}})",
+        "\"nats.tls.ca\": holds no certificate, for it has no line -----BEGIN CERTIFICATE-----: /etc/passwd");
     row("a broadcast", R"({"schedule": [{"url": "/shutdown", "every": 1}]})",
         "\"schedule[0]\": \"url\" has no host: it calls every endpoint that there is");
     row("the same folder twice", R"({"loader": {"deployed": "DEPLOYED", "hot-deploy": "DEPLOYED/."}})",

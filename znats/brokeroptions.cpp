@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "brokeroptions.h"
 
+#include "brokerfiles.h"
 #include "natssettings.h"
-#include "secret.h"
 
 #include <QList>
 
@@ -32,13 +32,15 @@ bool setSecrets(natsOptions *options, const NatsSettings &settings, QString *pro
 {
     natsStatus status = NATS_OK;
     if (!settings.user.isEmpty()) {
-        const QByteArray password = readSecret(settings.passwordFile, problem);
+        QByteArray password;
+        *problem = BrokerFiles::secretFault(settings.passwordFile, &password);
         status = natsOptions_SetUserInfo(options, settings.user.toUtf8(), password);
     } else if (!settings.tokenFile.isEmpty()) {
-        const QByteArray token = readSecret(settings.tokenFile, problem);
+        QByteArray token;
+        *problem = BrokerFiles::secretFault(settings.tokenFile, &token);
         status = natsOptions_SetToken(options, token);
     } else if (!settings.credentialsFile.isEmpty()) {
-        readSecret(settings.credentialsFile, problem); // for its mode: the client library reads it itself
+        *problem = BrokerFiles::credentialsFault(settings.credentialsFile); // the client library reads it itself
         status = natsOptions_SetUserCredentialsFromFiles(options, settings.credentialsFile.toUtf8(), nullptr);
     }
     return status == NATS_OK && problem->isEmpty();
@@ -54,12 +56,18 @@ bool setTls(natsOptions *options, const NatsSettings &settings, QString *problem
         *problem = QStringLiteral("this client library has no TLS");
         return false;
     }
-    if (!tls.ca.isEmpty() && natsOptions_LoadCATrustedCertificates(options, tls.ca.toUtf8()) != NATS_OK) {
-        *problem = QStringLiteral("cannot read certificates in %1").arg(tls.ca);
-        return false;
+    // What is not fit is not shown to the client library, which would wait for a pipe.
+    if (!tls.ca.isEmpty()) {
+        *problem = BrokerFiles::certificatesFault(tls.ca);
+        if (problem->isEmpty() && natsOptions_LoadCATrustedCertificates(options, tls.ca.toUtf8()) != NATS_OK)
+            *problem = QStringLiteral("cannot read certificates in %1").arg(tls.ca);
+        if (!problem->isEmpty())
+            return false;
     }
     if (!tls.certificate.isEmpty()) {
-        readSecret(tls.key, problem); // for its mode
+        *problem = BrokerFiles::certificatesFault(tls.certificate);
+        if (problem->isEmpty())
+            *problem = BrokerFiles::keyFault(tls.key);
         if (!problem->isEmpty())
             return false;
         if (natsOptions_LoadCertificatesChain(options, tls.certificate.toUtf8(), tls.key.toUtf8()) != NATS_OK) {

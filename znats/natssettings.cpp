@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "natssettings.h"
 
-#include "secret.h"
+#include "brokerfiles.h"
 #include "sectionreader.h"
 
 #include <QCoreApplication>
-#include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -204,27 +202,18 @@ NatsSettings NatsSettings::read(const QJsonObject &section, QStringList *problem
 QStringList NatsSettings::fileProblems() const
 {
     QStringList result;
-    const auto add = [&](const char *key, const QString &problem) {
-        if (!problem.isEmpty())
-            result.append(QStringLiteral("nats.%1: %2").arg(QLatin1String(key), problem));
+    const auto look = [&](const char *key, const QString &path, const auto &faultOf) {
+        const QString fault = path.isEmpty() ? QString() : faultOf(path);
+        if (!fault.isEmpty())
+            result.append(QStringLiteral("nats.%1: %2").arg(QLatin1String(key), fault));
     };
-    const auto secret = [&](const char *key, const QString &path) {
-        QString problem;
-        if (!path.isEmpty())
-            readSecret(path, &problem);
-        add(key, problem);
-    };
-    const auto readable = [&](const char *key, const QString &path) {
-        QFile file(path);
-        if (!path.isEmpty() && (QFileInfo(path).isDir() || !file.open(QIODevice::ReadOnly)))
-            add(key, QStringLiteral("cannot read %1").arg(path));
-    };
-    secret("password-file", passwordFile);
-    secret("credentials", credentialsFile);
-    secret("token-file", tokenFile);
-    readable("tls.ca", tls.ca);
-    readable("tls.certificate", tls.certificate);
-    secret("tls.key", tls.key);
+    const auto secretFault = [](const QString &path) { return BrokerFiles::secretFault(path); };
+    look("password-file", passwordFile, secretFault);
+    look("credentials", credentialsFile, BrokerFiles::credentialsFault);
+    look("token-file", tokenFile, secretFault);
+    look("tls.ca", tls.ca, BrokerFiles::certificatesFault);
+    look("tls.certificate", tls.certificate, BrokerFiles::certificatesFault);
+    look("tls.key", tls.key, BrokerFiles::keyFault);
     return result;
 }
 

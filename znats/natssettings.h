@@ -59,6 +59,7 @@ struct NatsSettings
     static NatsSettings read(const QJsonObject &section, QStringList *problems);
 
     /// What is wrong with the files: those that are secret must belong to this user or root, and be for nobody else.
+    /// All must hold what they are for.
     QStringList fileProblems() const;
     /// Whether others may call endpoints of `host`. What the host program has bound is named in full, or not served;
     /// //nats never is.
