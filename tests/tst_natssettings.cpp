@@ -123,8 +123,8 @@ void tst_NatsSettings::saysWhatIsWrong_data()
 {
     QTest::addColumn<QByteArray>("section");
     QTest::addColumn<QString>("problem");
-    const auto row = [](const char *section, const char *problem) {
-        QTest::newRow(section) << QByteArray(section) << QString::fromLatin1(problem);
+    const auto row = [](const QByteArray &section, const QByteArray &problem) {
+        QTest::newRow(section.constData()) << section << QString::fromLatin1(problem);
     };
     const char name[] = "nats.name: must have at most 64 characters of A-Z, a-z, 0-9, _, . and -";
     row(R"({"x": 1})", "nats.x: nobody knows this key");
@@ -166,6 +166,27 @@ void tst_NatsSettings::saysWhatIsWrong_data()
         "nats.credentials: only one of \"user\", \"credentials\" and \"token-file\" can be given");
     row(R"({"inbox": "a b"})", "nats.inbox: must be the beginning of a subject, such as _INBOX");
     row(R"({"inbox": "a.*"})", "nats.inbox: must be the beginning of a subject, such as _INBOX");
+    for (const char *const inbox : {"a>", ">", "*", ".", "a.", ".a", "a..b", "a\\tb", "a\\r\\nPUB b 0", "a\\u0001b",
+                                    "a\\u001bb", "a\\u007fb", "a\\u0085b", "a\\u00a0b", "a\\u2028b"})
+        row(QByteArray("{\"inbox\": \"") + inbox + "\"}",
+            "nats.inbox: must be the beginning of a subject, such as _INBOX");
+    for (const char *const key : {"name", "domain", "user", "inbox", "password-file", "credentials", "token-file"}) {
+        QByteArray section = QByteArray("{\"") + key + R"(": "/a\u0000b")";
+        if (qstrcmp(key, "user") == 0)
+            section += R"(, "password-file": "/p")";
+        else if (qstrcmp(key, "password-file") == 0)
+            section += R"(, "user": "u")";
+        row(section + '}', QByteArray("nats.") + key + ": must be a text without the character NUL");
+    }
+    row(R"({"servers": ["nats://a", "nats://127.0.0.1\u0000.example"], "tls": {}})",
+        "nats.servers[1]: must be a text without the character NUL");
+    row(R"({"serve": ["a\u0000b"]})", "nats.serve[0]: must be a text without the character NUL");
+    row(R"({"tls": {"ca": "/a\u0000b"}})", "nats.tls.ca: must be a text without the character NUL");
+    row(R"({"tls": {"certificate": "/a\u0000b", "key": "/k"}})",
+        "nats.tls.certificate: must be a text without the character NUL");
+    row(R"({"tls": {"certificate": "/c", "key": "\u0000"}})", "nats.tls.key: must be a text without the character NUL");
+    row(R"({"tls": {"name": "a\u0000b"}})", "nats.tls.name: must be a text without the character NUL");
+    row(R"({"leases": {"bucket": "a\u0000b"}})", "nats.leases.bucket: must be a text without the character NUL");
     row(R"({"tls": 1})", "nats.tls: must be an object");
     row(R"({"tls": {"key": "/k"}})", "nats.tls.certificate: must be given with \"key\"");
     row(R"({"tls": {"ca": "ca.pem"}})", "nats.tls.ca: must be the absolute path of a file");
@@ -200,7 +221,8 @@ void tst_NatsSettings::findsNothingWrong_data()
     for (const char *const section :
          {R"({"servers": ["nats://127.1.2.3:1", "nats://[::1]:65535", "nats://localhost"]})",
           R"({"servers": ["tls://broker.example"]})", R"({"servers": ["nats://10.0.0.1"], "tls": {}})",
-          R"({"serve": ["*", "zhost", "a*b*c", "über"]})", R"({"credentials": "/a"})", R"({"token-file": "/a"})"})
+          R"({"serve": ["*", "zhost", "a*b*c", "über"]})", R"({"inbox": "_INBOX_über.%2e.$a"})",
+          R"({"credentials": "/a"})", R"({"token-file": "/a"})"})
         QTest::newRow(section) << QByteArray(section);
 }
 

@@ -112,7 +112,7 @@ void readUser(SectionReader &reader, NatsSettings *settings)
         reader.problem(reader.has("credentials") ? "credentials" : "token-file",
                        QStringLiteral("only one of \"user\", \"credentials\" and \"token-file\" can be given"));
     settings->inbox = reader.text("inbox", inboxOf(settings->user));
-    if (!matches(settings->inbox, R"([^\s.*>]+(\.[^\s.*>]+)*)")) {
+    if (!matches(settings->inbox, R"([^\s\p{Cc}\p{Z}.*>]+(\.[^\s\p{Cc}\p{Z}.*>]+)*)")) {
         reader.problem("inbox", QStringLiteral("must be the beginning of a subject, such as _INBOX"));
         settings->inbox = inboxOf(settings->user);
     }

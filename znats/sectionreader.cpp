@@ -6,6 +6,19 @@
 
 #include <cmath>
 
+namespace {
+
+/// What keeps any text from being taken; empty if nothing does. A text of C ends at its first NUL, so that the client
+/// library, or the system, would take another one than was checked.
+QString faultOf(const QString &text)
+{
+    if (text.isEmpty())
+        return QStringLiteral("must be a text that is not empty");
+    return text.contains(QChar(QChar::Null)) ? QStringLiteral("must be a text without the character NUL") : QString();
+}
+
+} // namespace
+
 SectionReader::SectionReader(const QJsonObject &section, const QString &path, QStringList *problems)
     : m_section(section), m_path(path), m_problems(problems)
 {}
@@ -29,11 +42,11 @@ QString SectionReader::text(const char *key, const QString &otherwise)
     const QJsonValue value = take(key);
     if (value.isUndefined())
         return otherwise;
-    if (value.toString().isEmpty()) {
-        problem(key, QStringLiteral("must be a text that is not empty"));
-        return otherwise;
-    }
-    return value.toString();
+    const QString fault = faultOf(value.toString());
+    if (fault.isEmpty())
+        return value.toString();
+    problem(key, fault);
+    return otherwise;
 }
 
 QString SectionReader::file(const char *key)
@@ -82,7 +95,9 @@ QStringList SectionReader::texts(const char *key, const QStringList &otherwise,
     QStringList result;
     for (int i = 0; i < array.size(); ++i) {
         const QString text = array.at(i).toString();
-        const QString what = text.isEmpty() ? QStringLiteral("must be a text that is not empty") : fault(text);
+        QString what = faultOf(text);
+        if (what.isEmpty())
+            what = fault(text);
         if (what.isEmpty())
             result.append(text);
         else

@@ -23,14 +23,14 @@ public:
     bool has(const char *key) const;
     void problem(const char *key, const QString &what);
 
-    /// A text that is not empty.
+    /// A text that is not empty, and has no NUL in it.
     QString text(const char *key, const QString &otherwise);
     /// The absolute path of a file.
     QString file(const char *key);
     /// The first of the choices is the default.
     QString oneOf(const char *key, const QStringList &choices);
     int number(const char *key, int otherwise, int least, int most);
-    /// Those texts of which `fault` has nothing to say.
+    /// Such texts of which `fault` has nothing to say.
     QStringList texts(const char *key, const QStringList &otherwise,
                       const std::function<QString(const QString &)> &fault);
     SectionReader section(const char *key);
