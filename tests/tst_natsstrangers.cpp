@@ -47,8 +47,18 @@ private Q_SLOTS:
     void passwordsInUrlsAreNotTold();
     void whoeverAnswersWithoutAnEndIsNotHeardForEver();
     void manyHeadersHoldUpNobodyElse();
+    void failuresAreCountedByTheirCodes_data();
+    void failuresAreCountedByTheirCodes();
+    void reasonsAreCut_data();
+    void reasonsAreCut();
+    void reasonsDoNothingToATerminal();
+    void namesThatNobodyCanHaveAreNotTold_data();
+    void namesThatNobodyCanHaveAreNotTold();
+    void whoHasNoNameIsNotTooLateTwice();
 
 private:
+    /// What the near one is told if a stranger answers its call like this.
+    QJsonObject answered(RawClient &stranger, const RawClient::Headers &headers);
     /// Calls "//slow" of the far one, whose calls end as the gate opens.
     void beginSlowCall();
     /// The call goes on, and so does the connection.
@@ -80,6 +90,15 @@ void tst_NatsStrangers::init()
     QVERIFY(m_far->startConnected());
     m_near->takeLog();
     m_said = m_broker->log().size();
+}
+
+QJsonObject tst_NatsStrangers::answered(RawClient &stranger, const RawClient::Headers &headers)
+{
+    const int id = m_near->begin(QStringLiteral("outcome"), {{QStringLiteral("url"), Url}});
+    const RawMessage request = stranger.next();
+    stranger.publish(request.reply, "{}", headers);
+    stranger.flush();
+    return m_near->answer(id);
 }
 
 void tst_NatsStrangers::beginSlowCall()
@@ -328,6 +347,115 @@ void tst_NatsStrangers::passwordsInUrlsAreNotTold()
         QVERIFY2(!m_near->hasLogged(QStringLiteral("hush")), qPrintable(m_near->log().join(QLatin1Char('\n'))));
         m_near->takeLog();
     }
+}
+
+void tst_NatsStrangers::failuresAreCountedByTheirCodes_data()
+{
+    QTest::addColumn<QByteArray>("code");
+    QTest::addColumn<QString>("kind");
+    QTest::newRow("refused") << QByteArray("404") << "refused";
+    QTest::newRow("thrown") << QByteArray("500") << "thrown";
+    QTest::newRow("too large") << QByteArray("413") << "too large";
+    for (const char *code : {"418", "7", "-1", "2000"})
+        QTest::newRow(code) << QByteArray(code) << "other";
+}
+
+/// However many texts there are: they are kept for good, and each is a label of the figures.
+void tst_NatsStrangers::failuresAreCountedByTheirCodes()
+{
+    QFETCH(QByteArray, code);
+    QFETCH(QString, kind);
+    constexpr int Texts = 50;
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe(Call, "z"));
+    for (int i = 0; i < Texts; ++i) {
+        const QByteArray text = "text " + QByteArray::number(i);
+        const QJsonObject answer = answered(client, {{"Nats-Service-Error-Code", code}, {"Nats-Service-Error", text}});
+        QCOMPARE(at(answer, "outcome", "reason").toString(), QString::fromLatin1(text));
+    }
+    QCOMPARE(at(m_near->report(), "reasons").toObject(), QJsonObject({{kind, Texts}}));
+}
+
+void tst_NatsStrangers::reasonsAreCut_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("reason");
+    const QString astral = QString::fromUcs4(U"\U0001F600", 1);
+    QTest::newRow("1000") << letters(1000) << letters(1000);
+    QTest::newRow("1001") << letters(1001) << letters(1000);
+    QTest::newRow("many") << letters(100000) << letters(1000);
+    QTest::newRow("a character of two") << letters(999) + astral << letters(999);
+    QTest::newRow("none") << QString() << QString();
+}
+
+void tst_NatsStrangers::reasonsAreCut()
+{
+    QFETCH(QString, text);
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe(Call, "z"));
+    const QJsonObject answer =
+        answered(client, {{"Nats-Service-Error-Code", "418"}, {"Nats-Service-Error", text.toUtf8()}});
+    QTEST(at(answer, "outcome", "reason").toString(), "reason");
+}
+
+void tst_NatsStrangers::reasonsDoNothingToATerminal()
+{
+    const QString text = QStringLiteral("a\u001b[2Jb\u202ec\u2028d");
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe(Call, "z"));
+    const QJsonObject answer =
+        answered(client, {{"Nats-Service-Error-Code", "418"}, {"Nats-Service-Error", text.toUtf8()}});
+    QCOMPARE(at(answer, "outcome", "reason").toString(), text); // who calls gets it as it is
+    QTRY_VERIFY2(m_near->hasLogged(QStringLiteral("(!) //w a\\x1b[2Jb\\u202ec\\u2028d")),
+                 qPrintable(m_near->log().join(QLatin1Char('\n'))));
+}
+
+void tst_NatsStrangers::namesThatNobodyCanHaveAreNotTold_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<bool>("isTold");
+    QTest::newRow("one that is a name") << QByteArray("Some_one.else-7") << true;
+    QTest::newRow("the longest") << QByteArray(64, 'x') << true;
+    QTest::newRow("none") << QByteArray() << false;
+    QTest::newRow("too long") << QByteArray(65, 'x') << false;
+    QTest::newRow("far too long") << QByteArray(100000, 'x') << false;
+    for (const char *name : {"a b", "a\x1b[2J", "\xc3\xbc", "\xff", "a,b", "a/b", "<b>"})
+        QTest::addRow("%s", QByteArray(name).toPercentEncoding().constData()) << QByteArray(name) << false;
+}
+
+void tst_NatsStrangers::namesThatNobodyCanHaveAreNotTold()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(bool, isTold);
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe(Call, "z"));
+    const QString clock = QStringLiteral("the clock of");
+    for (const RawClient::Headers &failure : {RawClient::Headers(), {{"Nats-Service-Error-Code", "418"}}}) {
+        RawClient::Headers headers = failure;
+        headers.insert("Z-Host", name);
+        headers.insert("Z-Clock", "1");
+        const QJsonObject answer = answered(client, headers);
+        QCOMPARE(at(answer, "handled").toBool(), failure.isEmpty());
+        QCOMPARE(at(answer, "outcome", "host").toString(), isTold ? QString::fromUtf8(name) : QString());
+    }
+    QCOMPARE(at(m_near->report(), "hosts").toArray().size(), isTold ? 1 : 0);
+    if (isTold)
+        QTRY_VERIFY(m_near->hasLogged(clock));
+    else
+        QVERIFY2(!m_near->hasLogged(clock), qPrintable(m_near->log().join(QLatin1Char('\n'))));
+}
+
+/// What is refused as too late is asked again with the refuser's name and clock.
+void tst_NatsStrangers::whoHasNoNameIsNotTooLateTwice()
+{
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe(Call, "z"));
+    const QJsonObject answer = answered(client, {{"Nats-Service-Error-Code", "408"},
+                                                 {"Nats-Service-Error", "too late"},
+                                                 {"Z-Host", QByteArray(65, 'x')},
+                                                 {"Z-Clock", "1"}});
+    QCOMPARE(at(answer, "outcome", "code").toInt(), 408);
+    QVERIFY2(!client.next(200).isThere, "it is made again");
 }
 
 void tst_NatsStrangers::whoeverAnswersWithoutAnEndIsNotHeardForEver()

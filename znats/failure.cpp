@@ -3,7 +3,8 @@
 
 namespace {
 
-QString reasonOf(Failure::Code code)
+/// Empty for a code of a later version than this one, or of nobody.
+QString reasonOf(int code)
 {
     switch (code) {
     case Failure::None:
@@ -45,6 +46,12 @@ QString reasonOf(Failure::Code code)
 } // namespace
 
 Failure::Failure(Code failure) : code(failure), reason(reasonOf(failure)), called(calledBy(failure)) {}
+
+QString Failure::kind() const
+{
+    const QString known = reasonOf(code);
+    return known.isEmpty() ? QStringLiteral("other") : known;
+}
 
 Failure::Called Failure::calledBy(int code)
 {

@@ -39,6 +39,9 @@ struct Failure
     Failure(int failure, const QString &text) : code(failure), reason(text), called(calledBy(failure)) {}
 
     explicit operator bool() const { return code != None; }
+    /// What it is counted as: the reason that its code has here, whatever the other process has written. "other" if the
+    /// code is unknown.
+    QString kind() const;
 
     int code = None;
     QString reason;

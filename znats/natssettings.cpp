@@ -163,7 +163,7 @@ NatsSettings NatsSettings::read(const QJsonObject &section, QStringList *problem
     NatsSettings settings;
     SectionReader reader(section, QStringLiteral("nats"), problems);
     settings.name = reader.text("name", ownName());
-    if (!matches(settings.name, "[A-Za-z0-9_.-]{1,64}")) {
+    if (!isName(settings.name)) {
         reader.problem("name", QStringLiteral("must have at most 64 characters of A-Z, a-z, 0-9, _, . and -"));
         settings.name = ownName();
     }
@@ -197,6 +197,14 @@ NatsSettings NatsSettings::read(const QJsonObject &section, QStringList *problem
     readLeases(reader, &settings.leases);
     reader.finish();
     return settings;
+}
+
+bool NatsSettings::isName(const QString &name)
+{
+    // Without an expression, for each answer has a name.
+    return !name.isEmpty() && name.size() <= MaxName && std::all_of(name.begin(), name.end(), [](QChar character) {
+        return character.unicode() < 128 && (character.isLetterOrNumber() || QLatin1String("_.-").contains(character));
+    });
 }
 
 QStringList NatsSettings::fileProblems() const

@@ -58,6 +58,9 @@ struct NatsSettings
     /// number from 1 to 3600000". No file is touched.
     static NatsSettings read(const QJsonObject &section, QStringList *problems);
 
+    /// Whether a process may have this name.
+    static bool isName(const QString &name);
+
     /// What is wrong with the files: those that are secret must belong to this user or root, and be for nobody else.
     /// All must hold what they are for.
     QStringList fileProblems() const;

@@ -24,6 +24,7 @@ constexpr int MostEchoes = 16;
 constexpr int FindAttempts = 3;
 constexpr int BareMs = 5000; // for which an endpoint is looked for at its bare host first, once it was found there
 constexpr int MostTold = 1000;
+constexpr int MostReason = 1000; // characters
 
 qint64 left(const QDeadlineTimer &deadline) { return std::max<qint64>(deadline.remainingTime(), 0); }
 
@@ -59,6 +60,20 @@ Request requestFor(const QByteArray &subject, const QUrl &url, const QByteArray 
              {Header::Deadline, QByteArray::number(QDateTime::currentMSecsSinceEpoch() + msecs)}}};
 }
 
+/// Who has answered; empty if that is no name of a process, for it is told, and goes into the log.
+QString answererOf(const NatsMessage &answer)
+{
+    const QString name = QString::fromUtf8(headerOf(answer, Header::Host));
+    return NatsSettings::isName(name) ? name : QString();
+}
+
+/// The answerer's own words.
+QString reasonIn(const NatsMessage &answer)
+{
+    const QString reason = QString::fromUtf8(headerOf(answer, Header::Error)).left(MostReason);
+    return !reason.isEmpty() && reason.back().isHighSurrogate() ? reason.chopped(1) : reason;
+}
+
 /// What the answer says of a failure; none if it says nothing.
 Failure failureIn(const NatsMessage &answer)
 {
@@ -69,7 +84,7 @@ Failure failureIn(const NatsMessage &answer)
         return {};
     const int code = text.toInt();
     const bool isCode = code != 0 && code != 200;
-    Failure failure = isCode ? Failure(code, QString::fromUtf8(headerOf(answer, Header::Error))) : Failure::Unreadable;
+    Failure failure = isCode ? Failure(code, reasonIn(answer)) : Failure::Unreadable;
     if (!isCode)
         failure.called = Failure::Unknown;
     if (code == Failure::TooLarge) // not the request, which has arrived
@@ -170,12 +185,13 @@ Failure RemoteCalls::attempt(Call &call, QJsonObject *in, QJsonObject *out, QStr
     const Requests::Answer answer = ask(request, call.deadline);
     if (answer.failure)
         return answer.failure;
+    const QString answerer = answererOf(answer.message);
     if (host)
-        *host = QString::fromUtf8(headerOf(answer.message, Header::Host));
+        *host = answerer;
     Failure failure = failureIn(answer.message);
-    if (failure.code == Failure::TooLate) {
-        call.echo += (call.echo.isEmpty() ? "" : ",") + headerOf(answer.message, Header::Host) + ' ' +
-                     headerOf(answer.message, Header::Clock);
+    if (failure.code == Failure::TooLate && !answerer.isEmpty()) {
+        call.echo += (call.echo.isEmpty() ? "" : ",") + answerer.toLatin1() + ' ' +
+                     QByteArray::number(headerOf(answer.message, Header::Clock).toLongLong());
     }
     if (failure)
         return failure;
@@ -298,10 +314,9 @@ Failure RemoteCalls::gather(const Request &request, const Requests::Each &each)
 
 void RemoteCalls::note(const NatsMessage &answer, qint64 tripMs)
 {
-    const QByteArray name = headerOf(answer, Header::Host);
-    if (name.isEmpty())
+    const QString host = answererOf(answer);
+    if (host.isEmpty())
         return;
-    const QString host = QString::fromUtf8(name);
     const qint64 skewMs = m_hosts.note(host, headerOf(answer, Header::Clock).toLongLong(), tripMs);
     const bool isSkewed = std::abs(skewMs) > m_settings.clockToleranceMs;
     bool isNews = false;

@@ -76,7 +76,7 @@ void Tally::note(qint64 nsecs, const Failure &failure)
     ++m_count;
     if (failure) {
         ++m_failures;
-        ++m_reasons[failure.reason];
+        ++m_reasons[failure.kind()]; // a stranger may have written the reason
     }
     if (m_times.size() < MostTimes) {
         m_times.push_back(nsecs);

@@ -35,7 +35,7 @@ public:
 
     /// {"n", "failed", "under way", "p50 ms", "p99 ms"}: the times are those of the last thousand calls.
     QJsonObject describe() const;
-    /// How often calls have failed, by reason.
+    /// How often calls have failed, by the kind of the failure.
     QJsonObject reasons() const;
     quint64 count() const;
     quint64 failures() const;
@@ -47,7 +47,7 @@ private:
     quint64 m_count = 0;
     quint64 m_failures = 0;
     int m_underWay = 0;
-    QMap<QString, quint64> m_reasons;
-    std::vector<qint64> m_times; // the last ones, in no order
+    QMap<QString, quint64> m_reasons; // by kind
+    std::vector<qint64> m_times;      // the last ones, in no order
     std::size_t m_next = 0;
 };
