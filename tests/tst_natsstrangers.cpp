@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QJsonDocument>
 
+#include <cmath>
 #include <memory>
 
 namespace {
@@ -54,6 +55,8 @@ private Q_SLOTS:
     void reasonsDoNothingToATerminal();
     void namesThatNobodyCanHaveAreNotTold_data();
     void namesThatNobodyCanHaveAreNotTold();
+    void clocksThatSayAnythingDoNoHarm_data();
+    void clocksThatSayAnythingDoNoHarm();
     void whoHasNoNameIsNotTooLateTwice();
 
 private:
@@ -443,6 +446,31 @@ void tst_NatsStrangers::namesThatNobodyCanHaveAreNotTold()
         QTRY_VERIFY(m_near->hasLogged(clock));
     else
         QVERIFY2(!m_near->hasLogged(clock), qPrintable(m_near->log().join(QLatin1Char('\n'))));
+}
+
+void tst_NatsStrangers::clocksThatSayAnythingDoNoHarm_data()
+{
+    QTest::addColumn<QByteArray>("clock");
+    QTest::addColumn<bool>("isAhead");
+    QTest::newRow("least") << QByteArray("-9223372036854775808") << false;
+    QTest::newRow("little") << QByteArray("-9223372036854775299") << false;
+    QTest::newRow("none") << QByteArray("abc") << false;
+    QTest::newRow("most") << QByteArray("9223372036854775807") << true;
+    QTest::newRow("more") << QByteArray("99999999999999999999999") << false; // no number
+}
+
+void tst_NatsStrangers::clocksThatSayAnythingDoNoHarm()
+{
+    QFETCH(QByteArray, clock);
+    QFETCH(bool, isAhead);
+    RawClient client(m_broker->url());
+    QVERIFY(client.subscribe(Call, "z"));
+    QVERIFY(at(answered(client, {{"Z-Host", "someone"}, {"Z-Clock", clock}}), "handled").toBool());
+    const QJsonArray hosts = at(m_near->report(), "hosts").toArray();
+    QCOMPARE(hosts.size(), 1);
+    const double skewMs = at(hosts.first(), "skew ms").toDouble();
+    QVERIFY2(isAhead ? skewMs > 0 : skewMs < 0, qPrintable(QString::number(skewMs)));
+    QVERIFY2(std::abs(skewMs) < double(qint64(1) << 51), qPrintable(QString::number(skewMs)));
 }
 
 /// What is refused as too late is asked again with the refuser's name and clock.

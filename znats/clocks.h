@@ -7,6 +7,8 @@
 
 #include <optional>
 
+constexpr qint64 MostClockMs = qint64(1) << 50; // far in the future: what others say beyond it is not believed
+
 /**
  * How long requests have been on their way, although the clocks of those who ask may be wrong.
  *

@@ -22,8 +22,7 @@ constexpr int UrlsInAnAnswer = 1000;
 constexpr int MostCharacters = 1000; // of a regular expression
 constexpr int MostHops = 1000;
 constexpr qint64 MostLeftMs = 24 * 3600 * 1000;
-constexpr qint64 MostClockMs = qint64(1) << 50; // far in the future
-constexpr int UnknownMs = 60000;                // for which an asker that does not say is taken to wait
+constexpr int UnknownMs = 60000; // for which an asker that does not say is taken to wait
 
 /// As the bus has it.
 QString addressOf(const QUrl &url)

@@ -2,6 +2,7 @@
 #include "remotecalls.h"
 
 #include "body.h"
+#include "clocks.h"
 #include "headers.h"
 #include "hosts.h"
 #include "servedcall.h"
@@ -65,6 +66,12 @@ QString answererOf(const NatsMessage &answer)
 {
     const QString name = QString::fromUtf8(headerOf(answer, Header::Host));
     return NatsSettings::isName(name) ? name : QString();
+}
+
+/// The answerer's clock, which may say anything.
+qint64 clockIn(const NatsMessage &answer)
+{
+    return qBound(qint64(0), headerOf(answer, Header::Clock).toLongLong(), MostClockMs);
 }
 
 /// The answerer's own words.
@@ -190,8 +197,8 @@ Failure RemoteCalls::attempt(Call &call, QJsonObject *in, QJsonObject *out, QStr
         *host = answerer;
     Failure failure = failureIn(answer.message);
     if (failure.code == Failure::TooLate && !answerer.isEmpty()) {
-        call.echo += (call.echo.isEmpty() ? "" : ",") + answerer.toLatin1() + ' ' +
-                     QByteArray::number(headerOf(answer.message, Header::Clock).toLongLong());
+        call.echo +=
+            (call.echo.isEmpty() ? "" : ",") + answerer.toLatin1() + ' ' + QByteArray::number(clockIn(answer.message));
     }
     if (failure)
         return failure;
@@ -317,7 +324,7 @@ void RemoteCalls::note(const NatsMessage &answer, qint64 tripMs)
     const QString host = answererOf(answer);
     if (host.isEmpty())
         return;
-    const qint64 skewMs = m_hosts.note(host, headerOf(answer, Header::Clock).toLongLong(), tripMs);
+    const qint64 skewMs = m_hosts.note(host, clockIn(answer), tripMs);
     const bool isSkewed = std::abs(skewMs) > m_settings.clockToleranceMs;
     bool isNews = false;
     {
