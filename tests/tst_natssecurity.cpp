@@ -8,8 +8,11 @@
 #include "testcase.h"
 
 #include <QFile>
+#include <QJsonDocument>
 
 #include <memory>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -74,6 +77,9 @@ private Q_SLOTS:
     void theNameOfTheServerIsChecked();
     void clientsMayHaveToHaveACertificate();
     void aKeyThatOthersReadIsNotUsed();
+    void filesThatAreNothingAreNotUsed_data();
+    void filesThatAreNothingAreNotUsed();
+    void aFileThatBecomesAPipeIsNotWaitedFor();
 
     void aPasswordThatOthersReadIsNotUsed_data();
     void aPasswordThatOthersReadIsNotUsed();
@@ -187,6 +193,60 @@ void tst_NatsSecurity::aKeyThatOthersReadIsNotUsed()
     QVERIFY(!connects(QStringLiteral("tls://127.0.0.1:%1").arg(broker.port()), {{QStringLiteral("tls"), tls}}, 2000));
     QVERIFY2(m_log.join(QLatin1Char('\n')).contains(QLatin1String("nats.tls.key: must have the mode 0600")),
              qPrintable(m_log.join(QLatin1Char('\n'))));
+}
+
+void tst_NatsSecurity::filesThatAreNothingAreNotUsed_data()
+{
+    QTest::addColumn<QJsonObject>("section");
+    QTest::addColumn<QString>("problem"); // without the file
+    const auto row = [](const char *key, const char *file, const char *problem) {
+        const QString text = QString::fromLatin1(key);
+        QJsonObject section{{text.section(QLatin1Char('.'), -1), QLatin1String(file)}};
+        if (text.contains(QLatin1Char('.')))
+            section = {{text.section(QLatin1Char('.'), 0, 0), section}};
+        QTest::addRow("%s %s", key, file) << section << QStringLiteral("nats.%1: %2").arg(text, QLatin1String(problem));
+    };
+    row("tls.ca", "pipe", "is no regular file");
+    row("tls.ca", "garbage", "holds no certificate");
+    row("credentials", "pipe", "is no regular file");
+    row("credentials", "garbage", "holds no credentials of NATS");
+}
+
+void tst_NatsSecurity::filesThatAreNothingAreNotUsed()
+{
+    QFETCH(QJsonObject, section);
+    QFETCH(QString, problem);
+    const Folder folder;
+    QVERIFY(folder.write(QStringLiteral("garbage"), "garbage\n"));
+    QVERIFY(QFile::setPermissions(folder.filePath(QStringLiteral("garbage")), QFile::Permissions(Owner)));
+    QCOMPARE(mkfifo(folder.filePath(QStringLiteral("pipe")).toUtf8().constData(), 0600), 0);
+    QByteArray text = QJsonDocument(section).toJson();
+    text.replace("\"pipe\"", "\"" + folder.filePath(QStringLiteral("pipe")).toUtf8() + '"');
+    text.replace("\"garbage\"", "\"" + folder.filePath(QStringLiteral("garbage")).toUtf8() + '"');
+    Broker broker;
+    QVERIFY(broker.start());
+    NodeProcess node(QStringLiteral("node"), sectionFor(broker.url(), QJsonDocument::fromJson(text).object()));
+    QVERIFY(node.start());
+    QTRY_VERIFY2(node.hasLogged(problem), qPrintable(node.log().join(QLatin1Char('\n'))));
+    QVERIFY(!node.isConnected());
+    QVERIFY(node.quit() >= 0);
+}
+
+/// While the host runs, and looks for a broker.
+void tst_NatsSecurity::aFileThatBecomesAPipeIsNotWaitedFor()
+{
+    const Folder folder;
+    const QString ca = folder.filePath(QStringLiteral("ca.crt"));
+    QVERIFY(QFile::copy(m_certificates.file(QStringLiteral("ca.crt")), ca));
+    const QJsonObject tls{{QStringLiteral("ca"), ca}};
+    NodeProcess node(QStringLiteral("node"),
+                     sectionFor(QStringLiteral("tls://127.0.0.1:1"), {{QStringLiteral("tls"), tls}}));
+    QVERIFY(node.start());
+    QVERIFY(QFile::remove(ca));
+    QCOMPARE(mkfifo(ca.toUtf8().constData(), 0600), 0);
+    QTRY_VERIFY2(node.hasLogged(QStringLiteral("nats: is no regular file: ") + ca),
+                 qPrintable(node.log().join(QLatin1Char('\n'))));
+    QVERIFY(node.quit() >= 0);
 }
 
 void tst_NatsSecurity::aPasswordThatOthersReadIsNotUsed_data()
