@@ -13,8 +13,8 @@
  * `ZDbusOutcome`: else calls by that one would go past it. For the outcome of what it passes on it asks the same
  * component below that it passes calls to.
  *
- * Several layers may lie over each other. The next version of a layer takes the place of the one before it, and does not
- * lie over it: else the one before would be used for ever, and its file could never leave memory.
+ * Several layers may lie over each other. The next version of a layer takes the place of the one before it, and does
+ * not lie over it: else the one before would be used for ever, and its file could never leave memory.
  *
  * Ownership: shares the bus below with its callers.
  * Thread:    any.

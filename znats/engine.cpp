@@ -112,7 +112,7 @@ Failure Engine::call(const QUrl &url, QJsonObject *in, QJsonObject *out, QString
 Failure Engine::callAll(const QUrl &url, const QJsonObject *in, QJsonObject *out)
 {
     Tally::Call counted(m_broadcasts);
-    const Failure failure = remote.callAll(url, in, out);
+    Failure failure = remote.callAll(url, in, out);
     if (!failure || failure.code == Failure::Nobody) // there need not be anybody
         return failure;
     counted.end(failure);

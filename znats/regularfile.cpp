@@ -22,7 +22,7 @@ QString fault(int descriptor, int mostKiB, FileRule rule)
         return errorText();
     if (!S_ISREG(status.st_mode))
         return QStringLiteral("is no regular file");
-    const QString broken = rule(status);
+    QString broken = rule(status);
     if (!broken.isEmpty())
         return broken;
     return status.st_size > qint64(mostKiB) * 1024 ? tooLarge(mostKiB) : QString();

@@ -278,7 +278,7 @@ Failure Requests::send(const Request &request, Waiter &waiter, const QByteArray 
         if (m_isInboxDenied)
             return Failure::Denied;
     }
-    if (const Failure failure = waiter.failed())
+    if (Failure failure = waiter.failed())
         return failure;
     // Noted before it is sent: else it might be lost, or denied, before anybody knows that it waits.
     waiter.link = m_connection.number();
