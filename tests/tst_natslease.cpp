@@ -85,6 +85,7 @@ private Q_SLOTS:
     void anExchangeLeavesNoGap();
     void theLogTellsWhyNobodyHasIt_data();
     void theLogTellsWhyNobodyHasIt();
+    void theLogTellsThatTheBrokerHangs();
     void theReportTellsOfLeases();
     void theHolderIsKilledAgainAndAgain();
     void theHolderStopsAndGoesOn();
@@ -332,6 +333,18 @@ void tst_NatsLease::theLogTellsWhyNobodyHasIt()
     QCOMPARE(linesWith(QStringLiteral("the lease nightly is known again")), 1);
     QCOMPARE(linesWith(QStringLiteral("not known")), 1); // that the connection was lost is another line
     QVERIFY(!at(node.report(), "leases").toArray().at(0).toObject().contains(QStringLiteral("error")));
+}
+
+/// A broker that hangs is not news at the first question that it does not answer.
+void tst_NatsLease::theLogTellsThatTheBrokerHangs()
+{
+    NodeProcess &node = start(0);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 10000);
+    m_broker->stop();
+    QTRY_VERIFY_WITH_TIMEOUT(node.hasLogged(QStringLiteral("nightly is not known: no answer in time")), 10000);
+    m_broker->resume();
+    QTRY_VERIFY_WITH_TIMEOUT(node.hasLogged(QStringLiteral("nightly is known again")), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(begins(node, ++m_slot), 10000);
 }
 
 void tst_NatsLease::theReportTellsOfLeases()

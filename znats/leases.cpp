@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 
 namespace {
 
@@ -180,6 +181,11 @@ private:
     /// Logs why nobody knows who has it, and that it is known again.
     void tell(natsStatus status)
     {
+        // One answer that comes too late is no news, and says less than a reason that was told already.
+        const bool isLate = status == NATS_TIMEOUT;
+        const bool isLateAgain = std::exchange(m_isLate, isLate);
+        if (isLate && (!isLateAgain || !m_problem.isNull()))
+            return;
         const bool isKnown = status == NATS_OK || status == NATS_MISMATCH;
         const QString problem = isKnown ? QString() : m_book.problem();
         if (problem == m_problem || (!isKnown && problem.isNull()))
@@ -230,8 +236,9 @@ private:
     const int m_msecs;
     const QString m_id;
     const QString m_host;
-    QMutex m_turn; // guards the following three, and is held while the broker is asked
+    QMutex m_turn; // guards the following four, and is held while the broker is asked
     bool m_isForgotten = false;
+    bool m_isLate = false; // the last answer did not come in time
     LeaseBook m_book;
     QElapsedTimer m_seen;   // since the record was last seen to change
     mutable QMutex m_state; // guards the following, which change under m_turn only
