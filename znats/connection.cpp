@@ -16,8 +16,7 @@ constexpr int AgainMs = 500;  // until another link is tried
 constexpr int SpreadMs = 200; // until the brokers of a cluster know of a new link
 constexpr int MoveMs = 2000;  // for what is on its way over the link before
 constexpr int FlushMs = 500;
-constexpr int DoubtMs =
-    1000; // in which the client library tells that a connection is lost by which nothing can be sent
+constexpr int DoubtMs = 1000; // for the client library to tell that a connection is lost
 
 /// The broker says, with more words, publish to "this", or subscription to "this". The client library cuts a long text.
 Denial denialIn(const QString &text)

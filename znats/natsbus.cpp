@@ -14,6 +14,8 @@
 #include <zdefaultdbusoutcome.h>
 #include <zleasedelegate.h>
 
+#include <algorithm>
+
 namespace {
 
 constexpr int SweepMs = 5000; // for endpoints that do not tell when they die
@@ -88,11 +90,10 @@ struct NatsBus::Place
     static Place in(ZDbus *bus)
     {
         const QVector<QSharedPointer<ZReference>> layers = zDbusLayers(bus);
-        bool isOutcomeAbove = false;
         for (int i = 0; i + 1 < layers.size(); ++i) {
-            if (Behind<ZDbusLayerDelegate>(layers.at(i)).layer0() == layerName) // the version before
-                return {layers.value(i - 1), layers.at(i + 1), isOutcomeAbove};
-            isOutcomeAbove |= tellsOutcome(layers.at(i));
+            const auto layer = layers.cbegin() + i;
+            if (Behind<ZDbusLayerDelegate>(*layer).layer0() == layerName) // the version before
+                return {layers.value(i - 1), layers.at(i + 1), std::any_of(layers.cbegin(), layer, tellsOutcome)};
         }
         return {{}, layers.value(0), false};
     }

@@ -90,10 +90,12 @@ Failure failureIn(const NatsMessage &answer)
     if (text.isEmpty() && headerOf(answer, Header::Error).isEmpty())
         return {};
     const int code = text.toInt();
-    const bool isCode = code != 0 && code != 200;
-    Failure failure = isCode ? Failure(code, reasonIn(answer)) : Failure::Unreadable;
-    if (!isCode)
+    if (code == 0 || code == 200) { // which is no error's
+        Failure failure = Failure::Unreadable;
         failure.called = Failure::Unknown;
+        return failure;
+    }
+    Failure failure(code, reasonIn(answer));
     if (code == Failure::TooLarge) // not the request, which has arrived
         failure.called = Failure::Yes;
     return failure;

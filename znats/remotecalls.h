@@ -28,8 +28,8 @@ public:
 
     /// Calls the endpoint of `url`; if that has a user, in the process of this name. Sets `host` to who has answered.
     Failure call(const QUrl &url, QJsonObject *in, QJsonObject *out, QString *host);
-    /// Calls all endpoints of all processes that take part, and puts what they answer into `out`. Fails if
-    /// none handled it.
+    /// Calls all endpoints of all processes that take part, and puts what they answer into `out`. Fails if none
+    /// handled it.
     Failure callAll(const QUrl &url, const QJsonObject *in, QJsonObject *out);
     bool find(const QUrl &url);
     QList<QUrl> findAll(const QRegularExpression &expression);
